@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Configures (once) and builds Tovin into build/. Extra arguments go to cmake --build.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+
+build="${TOVIN_BUILD_DIR:-$root/build}"
+if [ ! -f "$build/build.ninja" ]; then
+    cmake -S "$root" -B "$build" -G Ninja \
+        -DCMAKE_BUILD_TYPE="${TOVIN_BUILD_TYPE:-RelWithDebInfo}" \
+        -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+fi
+cmake --build "$build" "$@"

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "core/calendar.h"
+#include "core/clock.h"
+
+#include <QString>
+
+namespace tovin {
+
+class PromiseLedger;
+
+// The plain-text answer to "why didn't it fire?", printed by `tovin --why`. It reads the
+// schedule, settings, ledger and journal and changes nothing.
+namespace Diagnostics {
+
+struct WhySources {
+    QString schedulePath;
+    QString instancePath;
+    const PromiseLedger* ledger = nullptr;
+};
+
+QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
+
+// The same report over the person's real files.
+QString why();
+
+} // namespace Diagnostics
+} // namespace tovin

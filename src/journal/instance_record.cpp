@@ -1,0 +1,55 @@
+#include "journal/instance_record.h"
+
+#include "core/atomic_file.h"
+#include "core/iso_date.h"
+#include "core/json_values.h"
+#include "core/paths.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cerrno>
+#include <csignal>
+
+namespace tovin {
+
+namespace {
+bool processIsAlive(qint64 pid) {
+    if (pid <= 0 || pid > 0x3fffffff)
+        return false;
+    // Signal 0 checks for existence; EPERM still means someone is there.
+    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
+}
+} // namespace
+
+QString InstanceRecord::defaultPath() {
+    return paths::runtimeDir() + u"/instance.json";
+}
+
+std::optional<InstanceRecord> InstanceRecord::readLive(const QString& path) {
+    const auto bytes = readWholeFile(path, 64 * 1024);
+    if (!bytes)
+        return std::nullopt;
+    const QJsonDocument doc = QJsonDocument::fromJson(*bytes);
+    if (!doc.isObject())
+        return std::nullopt;
+    InstanceRecord record;
+    const auto pid = jsonInteger(doc.object().value(u"pid"));
+    if (!pid || !processIsAlive(*pid))
+        return std::nullopt;
+    record.pid = *pid;
+    const QJsonValue launched = doc.object().value(u"launchedAt");
+    if (launched.isString())
+        record.launchedAt = parseIsoInstant(launched.toString());
+    return record;
+}
+
+bool InstanceRecord::write(const QString& path) const {
+    QJsonObject o;
+    o.insert(u"pid", pid);
+    if (launchedAt)
+        o.insert(u"launchedAt", formatIsoSeconds(*launchedAt));
+    return writeFileAtomically(path, QJsonDocument(o).toJson(QJsonDocument::Indented));
+}
+
+} // namespace tovin

@@ -1,0 +1,154 @@
+#include "promises/promise_ledger.h"
+
+#include "core/atomic_file.h"
+#include "core/paths.h"
+#include "core/unreadable_copy.h"
+#include "journal/journal.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimeZone>
+
+#include <algorithm>
+
+namespace tovin {
+
+namespace {
+// Years of promises are a few hundred kilobytes; this only stops a runaway file.
+constexpr qint64 maxLedgerBytes = 256 * 1024 * 1024;
+
+bool isHeld(const PromiseRecord& r) {
+    return r.outcome == PromiseRecord::Outcome::Tovin;
+}
+} // namespace
+
+PromiseLedger& PromiseLedger::shared() {
+    static PromiseLedger* ledger = [] {
+        const QString path = paths::dataDir() + u"/promises.json";
+        migrateLegacy(path, paths::legacyLedgerFile());
+        return new PromiseLedger(path);
+    }();
+    return *ledger;
+}
+
+void PromiseLedger::migrateLegacy(const QString& path, const QString& legacyPath) {
+    if (QFileInfo::exists(path) || !QFileInfo(legacyPath).isFile())
+        return;
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile::copy(legacyPath, path);
+}
+
+PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
+    if (!QFileInfo::exists(path_))
+        return;
+    const auto bytes = readWholeFile(path_, maxLedgerBytes);
+    auto records = bytes ? PromiseJson::decode(*bytes) : std::nullopt;
+    if (records)
+        records_ = std::move(*records);
+    else
+        unreadableOnDisk_ = true;
+}
+
+void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
+    if (rehearsal) {
+        Journal::note(QStringLiteral("ledger"), u"rehearsal — " + promise.exercise +
+                                                    u" not recorded");
+        return;
+    }
+    // The file keeps whole seconds; so does memory, or a reload would not compare equal.
+    promise.date = QDateTime::fromSecsSinceEpoch(promise.date.toSecsSinceEpoch(),
+                                                 QTimeZone::utc());
+    const QString outcome = toString(promise.outcome);
+    const QString exercise = promise.exercise;
+    records_.append(std::move(promise));
+    save();
+    Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
+                                                QString::number(tovin()) + u" tovin / " +
+                                                QString::number(records_.size()) + u" total)");
+}
+
+bool PromiseLedger::save() {
+    // An unreadable ledger starts empty and the next save writes over it; a copy of what was
+    // there is kept first, so a file damaged by hand can still be mended by hand.
+    if (unreadableOnDisk_) {
+        const QString copy = keepUnreadableCopy(path_);
+        if (!copy.isEmpty())
+            Journal::note(QStringLiteral("ledger"), u"unreadable ledger kept as " + copy);
+        unreadableOnDisk_ = false;
+    }
+    return writeFileAtomically(path_, PromiseJson::encode(records_, PromiseJson::Layout::Pretty));
+}
+
+bool PromiseLedger::adopt(QList<PromiseRecord> merged) {
+    if (merged.size() < records_.size())
+        return false;
+    std::stable_sort(merged.begin(), merged.end(),
+                     [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
+    records_ = std::move(merged);
+    save();
+    return true;
+}
+
+QString PromiseLedger::asBridgeJSON() const {
+    const QByteArray json = PromiseJson::encode(records_, PromiseJson::Layout::Compact);
+    if (!QUtf8StringView(json).isValidUtf8())
+        return QStringLiteral("[]");
+    return QString::fromUtf8(json);
+}
+
+int PromiseLedger::tovin() const {
+    return int(std::count_if(records_.cbegin(), records_.cend(), isHeld));
+}
+
+int PromiseLedger::broken() const {
+    return int(records_.size()) - tovin();
+}
+
+int PromiseLedger::attestedCount() const {
+    return int(std::count_if(records_.cbegin(), records_.cend(), [](const PromiseRecord& r) {
+        return isHeld(r) && r.attested.value_or(false);
+    }));
+}
+
+int PromiseLedger::streak() const {
+    int run = 0;
+    for (auto it = records_.crbegin(); it != records_.crend() && isHeld(*it); ++it)
+        ++run;
+    return run;
+}
+
+int PromiseLedger::longestStreak() const {
+    int best = 0;
+    int run = 0;
+    for (const PromiseRecord& r : records_) {
+        run = isHeld(r) ? run + 1 : 0;
+        best = std::max(best, run);
+    }
+    return best;
+}
+
+QString PromiseLedger::standing() const {
+    if (records_.isEmpty())
+        return QStringLiteral("This would be the first one you break.");
+    const int attested = attestedCount();
+    const int run = streak();
+    QString text = QString::number(tovin()) + u" tovin";
+    if (attested > 0)
+        text += u" (" + QString::number(attested) + u" on your word)";
+    text += u" · " + QString::number(broken()) + u" broken.";
+    if (run == 0)
+        text += u" Your streak is already at zero.";
+    else
+        text += u" This breaks a streak of " + QString::number(run) + u'.';
+    return text;
+}
+
+QString PromiseLedger::standingJSON() const {
+    return u"{\"streak\":" + QString::number(streak()) + u",\"tovin\":" +
+           QString::number(tovin()) + u",\"broken\":" + QString::number(broken()) +
+           u",\"attested\":" + QString::number(attestedCount()) + u",\"best\":" +
+           QString::number(longestStreak()) + u'}';
+}
+
+} // namespace tovin

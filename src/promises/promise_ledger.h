@@ -1,0 +1,62 @@
+#pragma once
+
+#include "promises/promise_record.h"
+
+#include <QList>
+#include <QString>
+
+namespace tovin {
+
+// The person's private record of promises honoured and broken, oldest first, in promises.json.
+// The list only changes through record() (append) and adopt() (replace with a merged set that
+// is at least as large), and each saves the whole file at once, atomically: once record()
+// returns, the promise is on disk. Used from the main thread only.
+class PromiseLedger {
+public:
+    // The one ledger of the process: folder created, legacy file copied, file read, on first use.
+    static PromiseLedger& shared();
+
+    // A ledger over this file, read now. A missing or unreadable file is an empty ledger.
+    explicit PromiseLedger(QString path);
+
+    // Copies the ledger of an older install into place when there is none yet. Copy, not move;
+    // a failed copy is ignored.
+    static void migrateLegacy(const QString& path, const QString& legacyPath);
+
+    const QList<PromiseRecord>& records() const { return records_; }
+    const QString& url() const { return path_; }
+
+    // Appends and saves; a rehearsal stores nothing. Either way the journal says what happened.
+    void record(PromiseRecord promise, bool rehearsal);
+
+    // Writes the whole list; false when the file could not be replaced (the list in memory
+    // stays as it is either way).
+    bool save();
+
+    // Takes the page's merged set when it would not shrink the ledger: sorted by date (stable),
+    // replaces the list and saves. Returns false, changing nothing, for a smaller set.
+    bool adopt(QList<PromiseRecord> merged);
+
+    // The records as one compact JSON array for the page; "[]" if that cannot be made.
+    QString asBridgeJSON() const;
+
+    int tovin() const;
+    int broken() const;
+    int attestedCount() const;
+    // Held promises since the newest broken one.
+    int streak() const;
+    // The longest run of held promises anywhere.
+    int longestStreak() const;
+
+    // What a break would cost, shown on the break warning.
+    QString standing() const;
+    // {"streak":…,"tovin":…,"broken":…,"attested":…,"best":…} for the page.
+    QString standingJSON() const;
+
+private:
+    QString path_;
+    QList<PromiseRecord> records_;
+    bool unreadableOnDisk_ = false;
+};
+
+} // namespace tovin

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <QStringView>
+
+#include <optional>
+
+namespace tovin {
+
+// One ended promise: honoured ("tovin") or broken, with what was asked and what was done.
+struct PromiseRecord {
+    enum class Outcome { Tovin, Broken };
+    // The raw value is also the display text: what is stored is what the person reads.
+    enum class Reason { Urgent, DidntFeelLikeIt };
+
+    QDateTime date; // whole seconds, UTC
+    Outcome outcome = Outcome::Tovin;
+    QString exercise;
+    qint64 reps = 0;
+    qint64 cleanReps = 0;
+    std::optional<Reason> reason;  // only for a broken promise
+    std::optional<bool> attested;  // taken on the person's word instead of counted
+
+    static QList<Reason> allReasons() { return {Reason::Urgent, Reason::DidntFeelLikeIt}; }
+
+    bool operator==(const PromiseRecord&) const = default;
+};
+
+QString toString(PromiseRecord::Outcome outcome);
+std::optional<PromiseRecord::Outcome> outcomeFromString(QStringView text);
+QString toString(PromiseRecord::Reason reason);
+std::optional<PromiseRecord::Reason> reasonFromString(QStringView text);
+
+// The ledger's JSON form: an array of objects with keys in field order (date, outcome,
+// exercise, reps, cleanReps, then reason and attested only when present), dates as whole-second
+// UTC ISO 8601 text. QJsonObject sorts its keys, so this is written by hand.
+namespace PromiseJson {
+
+enum class Layout { Pretty, Compact };
+
+QByteArray encode(const QList<PromiseRecord>& records, Layout layout);
+
+// The records, or none when the bytes are not such an array or any one record is bad (a missing
+// required key, an unknown outcome or reason, a date that is not whole-second ISO 8601).
+std::optional<QList<PromiseRecord>> decode(const QByteArray& bytes);
+
+} // namespace PromiseJson
+} // namespace tovin

@@ -59,7 +59,12 @@ std::optional<QDateTime> parseIsoSeconds(QStringView text) {
     const QTime time(hour, minute, second);
     if (!date.isValid() || !time.isValid())
         return std::nullopt;
-    return QDateTime(date, time, QTimeZone::utc()).addSecs(-*offset);
+    // An offset can carry the instant out of the four-digit years (9999-12-31T23:59:59-01:00);
+    // such a date could not be written back in this form, so it is refused here.
+    QDateTime instant = QDateTime(date, time, QTimeZone::utc()).addSecs(-*offset);
+    if (instant.date().year() < 1 || instant.date().year() > 9999)
+        return std::nullopt;
+    return instant;
 }
 
 std::optional<QDateTime> parseIsoInstant(QStringView text) {

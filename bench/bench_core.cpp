@@ -1,0 +1,138 @@
+// The costs of the core's hot paths: what the scheduler pays every tick, what the journal pays
+// per line, what a promise costs to record with a real ledger on disk, one settings read.
+#include "journal/journal.h"
+#include "promises/promise_ledger.h"
+#include "schedule/schedule.h"
+#include "schedule/settings.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <QTimeZone>
+
+#include <benchmark/benchmark.h>
+
+using namespace tovin;
+
+namespace {
+
+QTemporaryDir& scratch() {
+    static QTemporaryDir dir;
+    return dir;
+}
+
+Schedule twentyBlockWeek() {
+    Schedule week;
+    for (int i = 0; i < 20; ++i) {
+        Block b{QStringLiteral("%1:%2").arg(7 + i % 12).arg(i * 7 % 60, 2, 10, QChar(u'0')),
+                QStringLiteral("Block %1").arg(i),
+                i % 3 == 0 ? Block::Kind::Away : Block::Kind::Workout,
+                i % 2 ? std::optional<int>(15) : std::nullopt,
+                i % 4 ? std::optional<QList<int>>({2, 3, 4, 5, 6}) : std::nullopt};
+        week.blocks.append(b);
+    }
+    return week;
+}
+
+void BM_ScheduleTick(benchmark::State& state) {
+    const Schedule week = twentyBlockWeek();
+    const Calendar calendar(QTimeZone("Europe/Berlin"));
+    const FiredSet fired{week.blocks[3].key(), week.blocks[8].key()};
+    const TickState tickState;
+    // Monday afternoon: several blocks pending, one due.
+    QDateTime now(QDate(2026, 3, 2), QTime(12, 40), QTimeZone::utc());
+    for (auto _ : state) {
+        Tick tick = week.tick(now, fired, tickState, calendar);
+        benchmark::DoNotOptimize(tick);
+    }
+}
+BENCHMARK(BM_ScheduleTick);
+
+void BM_ScheduleTickIdle(benchmark::State& state) {
+    // Nothing due: the tick also builds the idle reason text.
+    const Schedule week = twentyBlockWeek();
+    const Calendar calendar(QTimeZone("Europe/Berlin"));
+    QDateTime now(QDate(2026, 3, 2), QTime(4, 0), QTimeZone::utc());
+    for (auto _ : state) {
+        Tick tick = week.tick(now, {}, {}, calendar);
+        benchmark::DoNotOptimize(tick);
+    }
+}
+BENCHMARK(BM_ScheduleTickIdle);
+
+void BM_JournalStateUnchanged(benchmark::State& state) {
+    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-state.log")));
+    const QString tag = QStringLiteral("schedule");
+    const QString message = QStringLiteral("idle — next is The Classic 7 at 13:00");
+    Journal::state(tag, message);
+    for (auto _ : state)
+        Journal::state(tag, message);
+}
+BENCHMARK(BM_JournalStateUnchanged);
+
+void BM_JournalNote(benchmark::State& state) {
+    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-note.log")));
+    const QString tag = QStringLiteral("shield");
+    const QString message = QStringLiteral("raised over 2 screens — The Classic 7");
+    for (auto _ : state)
+        Journal::note(tag, message);
+}
+BENCHMARK(BM_JournalNote);
+
+void BM_LedgerRecordWith1000OnFile(benchmark::State& state) {
+    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
+    const QString path = scratch().filePath(QStringLiteral("bench-promises.json"));
+    QFile::remove(path);
+    QList<PromiseRecord> seed;
+    const QDateTime start(QDate(2024, 1, 1), QTime(9, 0), QTimeZone::utc());
+    for (int i = 0; i < 1000; ++i)
+        seed.append({start.addSecs(i * 86400LL), i % 7 ? PromiseRecord::Outcome::Tovin
+                                                       : PromiseRecord::Outcome::Broken,
+                     QStringLiteral("squat"), 12, 10,
+                     i % 7 ? std::nullopt
+                           : std::optional(PromiseRecord::Reason::DidntFeelLikeIt),
+                     {}});
+    PromiseLedger ledger(path);
+    ledger.adopt(seed);
+    const PromiseRecord next{start.addSecs(2000LL * 86400), PromiseRecord::Outcome::Tovin,
+                             QStringLiteral("squat"), 12, 10, {}, {}};
+    for (auto _ : state) {
+        state.PauseTiming();
+        // Keep the ledger at 1,000 records on file so every iteration measures the same size.
+        ledger.adopt(seed);
+        PromiseLedger fresh(path);
+        state.ResumeTiming();
+        fresh.record(next, false);
+    }
+}
+BENCHMARK(BM_LedgerRecordWith1000OnFile)->Unit(benchmark::kMicrosecond);
+
+void BM_SettingsReadFileStore(benchmark::State& state) {
+    Settings::setStore(std::make_shared<JsonFileSettingsStore>(
+        scratch().filePath(QStringLiteral("bench-settings.json"))));
+    Settings::setMaxShieldMinutes(20);
+    Settings::setActiveWeekdays({2, 3, 4, 5, 6});
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Settings::maxShieldMinutes());
+    Settings::setStore(nullptr);
+}
+BENCHMARK(BM_SettingsReadFileStore);
+
+void BM_SettingsReadMemoryStore(benchmark::State& state) {
+    Settings::setStore(std::make_shared<MemorySettingsStore>());
+    Settings::setMaxShieldMinutes(20);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Settings::maxShieldMinutes());
+    Settings::setStore(nullptr);
+}
+BENCHMARK(BM_SettingsReadMemoryStore);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    Journal::setOverrideURL(std::nullopt);
+    return 0;
+}

@@ -1,0 +1,164 @@
+#include "journal/journal.h"
+
+#include "core/atomic_file.h"
+#include "support/fake_clock.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include <unistd.h>
+
+using namespace tovin;
+
+namespace {
+
+class JournalTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-x.log")));
+        Journal::setClock(&clock);
+        Journal::resetForTesting();
+    }
+    void TearDown() override {
+        Journal::setClock(nullptr);
+        Journal::setOverrideURL(std::nullopt);
+        Journal::resetForTesting();
+    }
+    QStringList lines() const {
+        const auto bytes = readWholeFile(*Journal::overrideURL(), 1 << 26);
+        return bytes ? QString::fromUtf8(*bytes).split(u'\n', Qt::SkipEmptyParts) : QStringList();
+    }
+
+    QTemporaryDir dir;
+    fakes::FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0, 12), QTimeZone::utc())};
+};
+
+} // namespace
+
+TEST_F(JournalTest, LineFormat) {
+    Journal::note(QStringLiteral("schedule"), QStringLiteral("idle — no blocks scheduled today"));
+    const QString pid = QString::number(::getpid());
+    EXPECT_EQ(lines(), QStringList{u"2026-03-02T09:00:12Z  [" + pid +
+                                   u"] [schedule] idle — no blocks scheduled today"});
+    EXPECT_TRUE(readWholeFile(Journal::url(), 1024)->endsWith('\n'));
+}
+
+TEST_F(JournalTest, EventsRepeatStatesDoNot) {
+    Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
+    Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
+    for (int i = 0; i < 100; ++i) {
+        Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — nothing due"));
+        clock.advance(1);
+    }
+    EXPECT_EQ(lines().size(), 3);
+    Journal::state(QStringLiteral("schedule"), QStringLiteral("FIRE A (workout, due 09:00)"));
+    EXPECT_EQ(lines().size(), 4); // a change is written at once
+    EXPECT_TRUE(lines().last().endsWith(u"[schedule] FIRE A (workout, due 09:00)"));
+}
+
+TEST_F(JournalTest, HeartbeatRewritesAnUnchangedStateAfterItsInterval) {
+    const QString idle = QStringLiteral("idle — nothing due");
+    Journal::state(QStringLiteral("schedule"), idle);
+    clock.advance(1799.9);
+    Journal::state(QStringLiteral("schedule"), idle);
+    EXPECT_EQ(lines().size(), 1);
+    clock.advance(0.1);
+    Journal::state(QStringLiteral("schedule"), idle);
+    ASSERT_EQ(lines().size(), 2);
+    EXPECT_TRUE(lines()[1].endsWith(u"[schedule] idle — nothing due  (unchanged)"));
+    // The heartbeat is measured from the last line written, not the first.
+    clock.advance(1000);
+    Journal::state(QStringLiteral("schedule"), idle);
+    EXPECT_EQ(lines().size(), 2);
+    // A custom heartbeat.
+    clock.advance(61);
+    Journal::state(QStringLiteral("schedule"), idle, 60);
+    EXPECT_EQ(lines().size(), 3);
+}
+
+TEST_F(JournalTest, TagsKeepSeparateMemories) {
+    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
+    Journal::state(QStringLiteral("schedule"), QStringLiteral("A held — you're on a call"));
+    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
+    EXPECT_EQ(lines().size(), 2);
+    Journal::resetForTesting();
+    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
+    EXPECT_EQ(lines().size(), 3); // a fresh memory writes the first state again
+    EXPECT_FALSE(lines().last().endsWith(u"(unchanged)"));
+}
+
+TEST_F(JournalTest, AMessageCannotForgeASecondLine) {
+    Journal::note(QStringLiteral("update"), QStringLiteral("bad\n2026-01-01T00:00:00Z  [1] [x] y"));
+    EXPECT_EQ(lines().size(), 1);
+}
+
+TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
+    // 10,000 lines of 60 bytes: 600,000 bytes, over the 512 KiB limit only after the next write.
+    QByteArray big;
+    for (int i = 0; i < 10000; ++i)
+        big += QByteArray("old line ").append(QByteArray::number(i).rightJustified(50, '.')) + '\n';
+    ASSERT_EQ(big.size(), 600000);
+    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), big));
+    Journal::note(QStringLiteral("x"), QStringLiteral("new"));
+
+    // Before halving: 10,001 lines plus the empty piece after the last newline = 10,002 pieces;
+    // the last 5,001 survive: 5,000 lines and the final empty piece.
+    const QByteArray after = *readWholeFile(*Journal::overrideURL(), 1 << 26);
+    const QList<QByteArray> pieces = after.split('\n');
+    EXPECT_EQ(pieces.size(), 5001);
+    EXPECT_TRUE(after.endsWith('\n'));
+    EXPECT_TRUE(pieces[0].endsWith(QByteArray::number(5001).rightJustified(50, '.')));
+    EXPECT_TRUE(pieces[4999].endsWith("[x] new"));
+    EXPECT_LE(after.size(), Journal::rotateAboveBytes);
+}
+
+TEST_F(JournalTest, HalvingIsBytewiseSoCorruptTextIsStillBounded) {
+    QByteArray big;
+    for (int i = 0; i < 9000; ++i)
+        big += QByteArray(60, '\xff') + '\n';
+    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), big));
+    Journal::note(QStringLiteral("x"), QStringLiteral("new"));
+    EXPECT_LT(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
+}
+
+TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
+    EXPECT_TRUE(Journal::tail(5).isEmpty()); // no file yet
+    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), "a\n\nb\nc\n\n\nd\n"));
+    EXPECT_EQ(Journal::tail(3), (QStringList{QStringLiteral("b"), QStringLiteral("c"),
+                                             QStringLiteral("d")}));
+    EXPECT_EQ(Journal::tail(30).size(), 4);
+    EXPECT_TRUE(Journal::tail(0).isEmpty());
+}
+
+TEST_F(JournalTest, WriteErrorsAreSwallowed) {
+    Journal::setOverrideURL(dir.filePath(QStringLiteral("no-such-file-parent/x.log/deeper")));
+    ASSERT_TRUE(writeFileAtomically(dir.filePath(QStringLiteral("no-such-file-parent/x.log")),
+                                    "a file where a folder should be"));
+    Journal::note(QStringLiteral("x"), QStringLiteral("goes nowhere"));
+    Journal::state(QStringLiteral("x"), QStringLiteral("goes nowhere"));
+    EXPECT_TRUE(Journal::tail(10).isEmpty());
+}
+
+TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 250; ++i)
+                Journal::note(QStringLiteral("thread"),
+                              QString::number(t) + u':' + QString::number(i));
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    const QStringList all = lines();
+    ASSERT_EQ(all.size(), 1000);
+    static const QRegularExpression shape(QStringLiteral(
+        R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  \[\d+\] \[thread\] \d:\d+$)"));
+    for (const QString& line : all)
+        ASSERT_TRUE(shape.match(line).hasMatch()) << line.toStdString();
+}

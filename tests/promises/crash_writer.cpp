@@ -1,0 +1,39 @@
+// Appends promises, rewrites the week and updates a setting in an endless loop, printing
+// "ack N" once the N-th promise is recorded. The crash-safety test kills it at random moments.
+
+#include "promises/promise_ledger.h"
+#include "schedule/schedule_store.h"
+#include "schedule/settings.h"
+#include "journal/journal.h"
+
+#include <QCoreApplication>
+#include <QTimeZone>
+
+#include <cstdio>
+
+using namespace tovin;
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    if (argc != 2)
+        return 2;
+    const QString dir = QString::fromLocal8Bit(argv[1]);
+    Journal::setOverrideURL(dir + u"/tovin-journal-test-crash.log");
+    Settings::setStore(std::make_shared<JsonFileSettingsStore>(dir + u"/settings.json"));
+    PromiseLedger ledger(dir + u"/promises.json");
+
+    for (qint64 n = ledger.records().size() + 1;; ++n) {
+        ledger.record(PromiseRecord{QDateTime::currentDateTimeUtc(), PromiseRecord::Outcome::Tovin,
+                                    QStringLiteral("squat"), n, n, {}, {}},
+                      false);
+        std::printf("ack %lld\n", static_cast<long long>(n));
+        std::fflush(stdout);
+
+        QList<Block> week;
+        for (qint64 i = 0; i < n % 40 + 1; ++i)
+            week.append(Block{QStringLiteral("%1:%2").arg(i % 24).arg(i % 60, 2, 10, QChar(u'0')),
+                              QStringLiteral("Block %1").arg(i), Block::Kind::Workout, {}, {}});
+        ScheduleStore::saveAll(week, dir + u"/schedule.json");
+        Settings::setFiredBlocksDay(n);
+    }
+}

@@ -1,0 +1,62 @@
+#include "schedule/schedule.h"
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+TEST(Block, TimeTextIsReadStrictly) {
+    const struct {
+        const char16_t* at;
+        std::optional<int> minute;
+    } cases[] = {
+        {u"9:05", 545},  {u"09:05", 545},  {u"00:00", 0},    {u"23:59", 1439}, {u"+9:05", 545},
+        {u"9::05", 545}, {u":9:05:", 545}, {u"25:00", {}},   {u"12:60", {}},   {u"noon", {}},
+        {u"1230", {}},   {u"-1:30", {}},   {u"9: 05", {}},   {u" 9:05", {}},   {u"9:05:00", {}},
+        {u"", {}},       {u":", {}},       {u"9:-0", 540},   {u"99999999999:00", {}},
+        {u"٩:05", {}}, // Arabic-Indic digit: not base-10 ASCII
+    };
+    for (const auto& c : cases) {
+        Block b{QString::fromUtf16(c.at), QStringLiteral("x"), Block::Kind::Workout, {}, {}};
+        EXPECT_EQ(b.minuteOfDay(), c.minute) << QString::fromUtf16(c.at).toStdString();
+    }
+}
+
+TEST(Block, KeyIsTimeLabelAndKindOnly) {
+    Block a{QStringLiteral("07:30"), QStringLiteral("Morning"), Block::Kind::Workout, {}, {}};
+    EXPECT_EQ(a.key(), u"07:30|Morning|workout");
+    Block b = a;
+    b.minutes = 20;
+    b.days = QList<int>{2};
+    EXPECT_EQ(a.key(), b.key());
+    EXPECT_NE(a, b);
+    b.kind = Block::Kind::Away;
+    EXPECT_EQ(b.key(), u"07:30|Morning|away");
+}
+
+TEST(Block, EqualityDistinguishesAbsentFromPresentOptionals) {
+    Block a{QStringLiteral("07:30"), QStringLiteral("M"), Block::Kind::Retest, {}, {}};
+    Block b = a;
+    b.days = QList<int>{1, 2, 3, 4, 5, 6, 7};
+    EXPECT_NE(a, b); // every day spelled out is not the same record as "absent"
+    Block c = b;
+    c.days = QList<int>{7, 6, 5, 4, 3, 2, 1};
+    EXPECT_NE(b, c); // same elements, other order
+    EXPECT_EQ(a, Block(a));
+}
+
+TEST(Block, HeldMinutesDefaultFloorAndCap) {
+    Block b{QStringLiteral("9:00"), QStringLiteral("x"), Block::Kind::Away, {}, {}};
+    EXPECT_EQ(Schedule::heldMinutes(b), 10.0);
+    for (auto [stored, held] : {std::pair{0, 1.0}, {-5, 1.0}, {1, 1.0}, {25, 25.0}, {60, 60.0},
+                                {500, 60.0}}) {
+        b.minutes = stored;
+        EXPECT_EQ(Schedule::heldMinutes(b), held) << stored;
+    }
+}
+
+TEST(Block, KindRawValues) {
+    for (auto kind : {Block::Kind::Workout, Block::Kind::Away, Block::Kind::Retest})
+        EXPECT_EQ(blockKindFromString(toString(kind)), kind);
+    EXPECT_FALSE(blockKindFromString(u"nap"));
+    EXPECT_FALSE(blockKindFromString(u"Workout"));
+}

@@ -1,0 +1,27 @@
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    // Every folder Tovin could write to points into a private temporary folder, set before Qt
+    // reads the environment: no test can reach the person's real schedule, ledger or journal.
+    QTemporaryDir home;
+    if (!home.isValid())
+        return 2;
+    for (const char* var : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR",
+                            "XDG_CACHE_HOME"}) {
+        const QByteArray dir = (home.path() + u'/' + QString::fromLatin1(var)).toLocal8Bit();
+        QDir().mkpath(QString::fromLocal8Bit(dir));
+        QFile::setPermissions(QString::fromLocal8Bit(dir),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        ::setenv(var, dir.constData(), 1);
+    }
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -21,14 +21,14 @@ QTemporaryDir& scratch() {
 }
 
 Schedule twentyBlockWeek() {
-    Schedule week;
+    QList<Block> week;
     for (int i = 0; i < 20; ++i) {
         Block b{QStringLiteral("%1:%2").arg(7 + i % 12).arg(i * 7 % 60, 2, 10, QChar(u'0')),
                 QStringLiteral("Block %1").arg(i),
                 i % 3 == 0 ? Block::Kind::Away : Block::Kind::Workout,
                 i % 2 ? std::optional<int>(15) : std::nullopt,
                 i % 4 ? std::optional<QList<int>>({2, 3, 4, 5, 6}) : std::nullopt};
-        week.blocks.append(b);
+        week.append(b);
     }
     return week;
 }
@@ -36,7 +36,7 @@ Schedule twentyBlockWeek() {
 void BM_ScheduleTick(benchmark::State& state) {
     const Schedule week = twentyBlockWeek();
     const Calendar calendar(QTimeZone("Europe/Berlin"));
-    const FiredSet fired{week.blocks[3].key(), week.blocks[8].key()};
+    const FiredSet fired{week.blocks()[3].key(), week.blocks()[8].key()};
     const TickState tickState;
     // Monday afternoon: several blocks pending, one due.
     QDateTime now(QDate(2026, 3, 2), QTime(12, 40), QTimeZone::utc());

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         (void)schedule.tick(now, {}, {}, calendar).summary();
         (void)schedule.upcoming(now, {}, calendar);
     }
-    for (const Block& b : schedule.blocks)
+    for (const Block& b : schedule.blocks())
         (void)Schedule::heldMinutes(b);
     return 0;
 }

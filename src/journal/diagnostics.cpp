@@ -64,7 +64,7 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
 
     Schedule schedule{ScheduleStore::load(sources.schedulePath)};
     out << "Schedule (" << sources.schedulePath << ")\n";
-    QList<Block> sorted = schedule.blocks;
+    QList<Block> sorted = schedule.blocks();
     ScheduleStore::sortByTimeOfDay(sorted);
     if (sorted.isEmpty())
         out << "  empty — nothing will ever fire\n";

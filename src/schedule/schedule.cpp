@@ -17,17 +17,26 @@ int graceMinutes(double graceSeconds) {
     return minutes > 1e6 ? 1'000'000 : int(minutes);
 }
 
-// The blocks still to serve today, in schedule order.
-template <typename Visit>
-void forEachPendingToday(const QList<Block>& blocks, const FiredSet& firedToday, int weekday,
-                         Visit visit) {
-    for (const Block& block : blocks) {
-        if (block.runsOn(weekday) && !firedToday.contains(block.key()))
-            visit(block);
+} // namespace
+
+Schedule::Schedule(QList<Block> blocks) : blocks_(std::move(blocks)) {
+    derived_.reserve(blocks_.size());
+    for (const Block& block : blocks_) {
+        Derived d;
+        d.minute = block.minuteOfDay().value_or(-1);
+        for (int weekday = 1; weekday <= 7; ++weekday) {
+            if (block.runsOn(weekday))
+                d.weekdays |= quint8(1u << weekday);
+        }
+        d.key = block.key();
+        derived_.append(std::move(d));
     }
 }
 
-} // namespace
+const Schedule& Schedule::empty() {
+    static const Schedule none;
+    return none;
+}
 
 double Schedule::heldMinutes(const Block& block) {
     if (!block.minutes)
@@ -43,22 +52,19 @@ std::optional<Block> Schedule::due(const QDateTime& now, const FiredSet& firedTo
     const int nowMinute = local->minuteOfDay();
     const int window = graceMinutes(grace);
 
-    const Block* best = nullptr;
-    int bestMinute = -1;
-    forEachPendingToday(blocks, firedToday, local->weekday, [&](const Block& block) {
-        const auto m = block.minuteOfDay();
-        if (!m)
-            return;
-        const int late = nowMinute - *m;
-        // Strictly greater: among equal minutes the first in schedule order stays.
-        if (late >= 0 && late <= window && *m > bestMinute) {
-            best = &block;
-            bestMinute = *m;
-        }
-    });
-    if (!best)
+    qsizetype best = -1;
+    for (qsizetype i = 0; i < blocks_.size(); ++i) {
+        const int m = derived_[i].minute;
+        // Strictly greater: among equal minutes the first in schedule order stays. The served
+        // check, a string lookup, comes last because few blocks get that far.
+        if (m < 0 || nowMinute - m < 0 || nowMinute - m > window || !runsOn(i, local->weekday))
+            continue;
+        if ((best < 0 || m > derived_[best].minute) && !served(i, firedToday))
+            best = i;
+    }
+    if (best < 0)
         return std::nullopt;
-    return *best;
+    return blocks_[best];
 }
 
 std::optional<Schedule::Upcoming> Schedule::upcoming(const QDateTime& now,
@@ -69,21 +75,17 @@ std::optional<Schedule::Upcoming> Schedule::upcoming(const QDateTime& now,
         return std::nullopt;
     const int nowMinute = local->minuteOfDay();
 
-    const Block* best = nullptr;
-    int bestAway = 0;
-    forEachPendingToday(blocks, firedToday, local->weekday, [&](const Block& block) {
-        const auto m = block.minuteOfDay();
-        if (!m || *m <= nowMinute)
-            return;
-        const int away = *m - nowMinute;
-        if (!best || away < bestAway) {
-            best = &block;
-            bestAway = away;
-        }
-    });
-    if (!best)
+    qsizetype best = -1;
+    for (qsizetype i = 0; i < blocks_.size(); ++i) {
+        const int m = derived_[i].minute;
+        if (m <= nowMinute || !runsOn(i, local->weekday))
+            continue;
+        if ((best < 0 || m < derived_[best].minute) && !served(i, firedToday))
+            best = i;
+    }
+    if (best < 0)
         return std::nullopt;
-    return Upcoming{*best, bestAway};
+    return Upcoming{blocks_[best], derived_[best].minute - nowMinute};
 }
 
 QString Schedule::nothingDueReason(const QDateTime& now, const FiredSet& firedToday,
@@ -91,7 +93,7 @@ QString Schedule::nothingDueReason(const QDateTime& now, const FiredSet& firedTo
     const auto local = calendar.localTime(now);
     if (!local)
         return QStringLiteral("clock unreadable");
-    if (blocks.isEmpty())
+    if (blocks_.isEmpty())
         return QStringLiteral("no blocks in schedule");
 
     const int nowMinute = local->minuteOfDay();
@@ -99,16 +101,16 @@ QString Schedule::nothingDueReason(const QDateTime& now, const FiredSet& firedTo
     qsizetype todays = 0;
     QStringList pendingLabels;
     bool allMissed = true;
-    for (const Block& block : blocks) {
-        if (!block.runsOn(local->weekday))
+    for (qsizetype i = 0; i < blocks_.size(); ++i) {
+        if (!runsOn(i, local->weekday))
             continue;
         ++todays;
-        if (firedToday.contains(block.key()))
+        if (served(i, firedToday))
             continue;
-        pendingLabels.append(block.label);
-        const auto m = block.minuteOfDay();
+        pendingLabels.append(blocks_[i].label);
+        const int m = derived_[i].minute;
         // A malformed time is not "missed": it is simply never decided on.
-        if (!m || nowMinute - *m <= window)
+        if (m < 0 || nowMinute - m <= window)
             allMissed = false;
     }
 

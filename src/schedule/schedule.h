@@ -18,16 +18,25 @@ using FiredSet = QSet<QString>;
 // the instant, the blocks served today and the calendar all come from the caller.
 //
 // Blocks are never queued: a block missed by longer than the grace window is gone for the day.
-struct Schedule {
+//
+// A Schedule is immutable. The scheduler asks it the same questions every tick, so each block's
+// minute, weekdays and key are derived once, when the week is made, not on every question.
+class Schedule {
+public:
     static constexpr double defaultGrace = 5400; // seconds
-
-    QList<Block> blocks;
 
     struct Upcoming {
         Block block;
         int minutesAway = 0;
         bool operator==(const Upcoming&) const = default;
     };
+
+    Schedule() = default;
+    Schedule(QList<Block> blocks); // NOLINT(google-explicit-constructor): a week is its blocks
+
+    static const Schedule& empty();
+
+    const QList<Block>& blocks() const { return blocks_; }
 
     // How long the block's break is held, in minutes: 10 when unset, else within 1…60.
     static double heldMinutes(const Block& block);
@@ -51,7 +60,22 @@ struct Schedule {
     Tick tick(const QDateTime& now, const FiredSet& firedToday, const TickState& state,
               const Calendar& calendar, double grace = defaultGrace) const;
 
-    bool operator==(const Schedule&) const = default;
+    bool operator==(const Schedule& other) const { return blocks_ == other.blocks_; }
+
+private:
+    struct Derived {
+        int minute = -1;       // -1 for a malformed time
+        quint8 weekdays = 0;   // bit d set when the block runs on weekday d
+        QString key;
+    };
+
+    bool runsOn(qsizetype i, int weekday) const { return derived_[i].weekdays & (1u << weekday); }
+    bool served(qsizetype i, const FiredSet& firedToday) const {
+        return !firedToday.isEmpty() && firedToday.contains(derived_[i].key);
+    }
+
+    QList<Block> blocks_;
+    QList<Derived> derived_;
 };
 
 } // namespace tovin

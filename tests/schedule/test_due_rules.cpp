@@ -53,7 +53,7 @@ TEST(Due, ServedBlocksAndOtherWeekdaysAreNeverDue) {
     const Schedule week{{block("09:00", "Mon only", Block::Kind::Workout, QList<int>{2})}};
     EXPECT_TRUE(week.due(at(9, 10), {}, berlin));                 // Monday
     EXPECT_FALSE(week.due(at(9, 10, 1), {}, berlin));             // Tuesday
-    EXPECT_FALSE(week.due(at(9, 10), {week.blocks[0].key()}, berlin));
+    EXPECT_FALSE(week.due(at(9, 10), {week.blocks()[0].key()}, berlin));
     EXPECT_EQ(week.nothingDueReason(at(9, 10, 1), {}, berlin), u"no blocks scheduled today");
 }
 

@@ -9,12 +9,15 @@ set -euo pipefail
 packages=(
     # toolchain
     build-essential cmake ninja-build pkg-config git
-    # Qt
-    qt6-base-dev
+    # Qt, and the system services the platform layer talks to
+    qt6-base-dev libpulse-dev libx11-dev libxss-dev
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the calendar needs real zone data to pin time zones in tests
     tzdata
+    # real parts for the platform tests: a sound server, an X server and input, a private bus
+    pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon
+    fonts-dejavu-core
 )
 
 for arg in "$@"; do

@@ -1,4 +1,8 @@
+#ifdef TOVIN_TEST_GUI
+#include <QApplication>
+#else
 #include <QCoreApplication>
+#endif
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -21,7 +25,14 @@ int main(int argc, char** argv) {
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         ::setenv(var, dir.constData(), 1);
     }
+#ifdef TOVIN_TEST_GUI
+    // Widgets tests run headless unless the test says otherwise (an Xvfb display of its own).
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    QApplication app(argc, argv);
+#else
     QCoreApplication app(argc, argv);
+#endif
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -1,0 +1,76 @@
+#include "guards/device_scan_linux.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace tovin {
+
+AlsaCapture scanAlsaCapture(const QString& asoundDir) {
+    AlsaCapture result;
+    const QDir root(asoundDir);
+    for (const QString& card : root.entryList({QStringLiteral("card*")}, QDir::Dirs)) {
+        const QDir cardDir(root.filePath(card));
+        // pcm0c, pcm1c, …: the capture devices of this card.
+        for (const QString& pcm : cardDir.entryList({QStringLiteral("pcm*c")}, QDir::Dirs)) {
+            ++result.devices;
+            const QDir pcmDir(cardDir.filePath(pcm));
+            for (const QString& sub : pcmDir.entryList({QStringLiteral("sub*")}, QDir::Dirs)) {
+                QFile status(pcmDir.filePath(sub + u"/status"));
+                if (status.open(QIODevice::ReadOnly) &&
+                    status.read(4096).contains("state: RUNNING"))
+                    result.running = true;
+            }
+        }
+    }
+    return result;
+}
+
+bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& procDir) {
+    // Plain POSIX calls: this runs once a second during a countdown and walks every open file
+    // of every process, so it avoids building a QString per entry.
+    const QByteArray prefix = QFile::encodeName(QDir::cleanPath(deviceDir)) + "/video";
+    const QByteArray proc = QFile::encodeName(procDir);
+    const long self = long(::getpid());
+
+    DIR* processes = ::opendir(proc.constData());
+    if (!processes)
+        return false;
+    bool found = false;
+    char link[4096];
+    while (!found) {
+        const dirent* p = ::readdir(processes);
+        if (!p)
+            break;
+        char* end = nullptr;
+        const long pid = std::strtol(p->d_name, &end, 10);
+        if (pid <= 0 || *end != '\0' || pid == self)
+            continue;
+        const QByteArray fdDir = proc + '/' + p->d_name + "/fd";
+        DIR* fds = ::opendir(fdDir.constData());
+        if (!fds)
+            continue; // another user's process, or gone already
+        while (const dirent* f = ::readdir(fds)) {
+            if (f->d_name[0] == '.')
+                continue;
+            const QByteArray path = fdDir + '/' + f->d_name;
+            const ssize_t n = ::readlink(path.constData(), link, sizeof link - 1);
+            if (n <= 0)
+                continue;
+            link[n] = '\0';
+            if (std::strncmp(link, prefix.constData(), size_t(prefix.size())) == 0) {
+                found = true;
+                break;
+            }
+        }
+        ::closedir(fds);
+    }
+    ::closedir(processes);
+    return found;
+}
+
+} // namespace tovin

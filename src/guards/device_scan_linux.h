@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QString>
+
+namespace tovin {
+
+// What /proc shows about capture devices, for when there is no sound server to ask and for the
+// camera, which no server brokers. The folders are parameters so tests can stage their own.
+
+// ALSA capture substreams: how many there are, and whether any reads "state: RUNNING".
+struct AlsaCapture {
+    int devices = 0;
+    bool running = false;
+};
+AlsaCapture scanAlsaCapture(const QString& asoundDir = QStringLiteral("/proc/asound"));
+
+// Whether a process other than this one holds open a file named video* in deviceDir, found by
+// reading the fd links of every process this user may look at.
+bool anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral("/dev"),
+                                    const QString& procDir = QStringLiteral("/proc"));
+
+} // namespace tovin

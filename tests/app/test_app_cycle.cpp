@@ -1,0 +1,278 @@
+#include "cycle_fixture.h"
+
+#include <QJsonArray>
+#include <QPushButton>
+#include <QTest>
+
+using namespace tovin;
+using tovin::fakes::CycleTest;
+
+TEST_F(CycleTest, ADueBlockStartsTheCountdownAndItsEndRaisesAndServes) {
+    week({block("09:00", "The Classic 7")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    EXPECT_TRUE(c.countdown().isShowing());
+    EXPECT_TRUE(raises.isEmpty()); // the countdown first, never the screen at once
+    EXPECT_TRUE(journal(QStringLiteral("schedule")).contains(u"firing The Classic 7"));
+
+    clock.advance(60);
+    ASSERT_EQ(raises.size(), 1);
+    EXPECT_EQ(raises[0].block->label, u"The Classic 7");
+    EXPECT_FALSE(raises[0].rehearsal);
+    // Served and on disk at once, as the lockout is raised.
+    EXPECT_TRUE(JsonFileSettingsStore(settingsPath)
+                    .value(Settings::Keys::firedBlocks)
+                    .toArray()
+                    .contains(QStringLiteral("09:00|The Classic 7|workout")));
+    EXPECT_EQ(c.snoozesUsed(), 0);
+}
+
+TEST_F(CycleTest, ALiveCallHoldsTheBlockUntilItEnds) {
+    week({block("09:00", "Nine")});
+    calls->mic = true;
+    AppController& c = launch();
+    c.startScheduleWatch();
+    EXPECT_FALSE(c.countdown().isShowing());
+    EXPECT_EQ(journal(QStringLiteral("hold")),
+              QStringList{QStringLiteral("Nine held — Your mic is live — Tovin won't interrupt.")});
+    EXPECT_EQ(journal(QStringLiteral("schedule")).last(),
+              u"holding Nine — Your mic is live — Tovin won't interrupt.");
+
+    clock.advance(25 * 60); // a long call: still held, one hold line (unchanged state)
+    EXPECT_EQ(journal(QStringLiteral("hold")).size(), 1);
+    clock.advance(5 * 60); // and the half-hour heartbeat
+    EXPECT_EQ(journal(QStringLiteral("hold")).last(),
+              u"Nine held — Your mic is live — Tovin won't interrupt.  (unchanged)");
+    calls->mic = false;
+    clock.advance(30);
+    EXPECT_TRUE(c.countdown().isShowing()); // fires at the next tick, within the grace
+}
+
+TEST_F(CycleTest, HoldOffReasonsInTheirOrder) {
+    week({block("09:00", "Nine")});
+    AppController& c = launch();
+    EXPECT_EQ(c.holdOffReason(), std::nullopt);
+
+    Settings::setLockoutWorkoutID(std::nullopt);
+    EXPECT_EQ(c.holdOffReason(), u"setup isn't finished — nothing chosen to run");
+    idle.seconds = 1199;
+    EXPECT_EQ(c.holdOffReason(), u"setup isn't finished — nothing chosen to run");
+    idle.seconds = 1200;
+    EXPECT_EQ(c.holdOffReason(), u"nobody at the desk — idle 20 min");
+
+    Settings::setBusyUntil(clock.now().addSecs(60));
+    EXPECT_EQ(c.holdOffReason(), u"you're mid-session");
+    Settings::setBusyReason(QStringLiteral("on set 3 of 5"));
+    EXPECT_EQ(c.holdOffReason(), u"on set 3 of 5");
+
+    calls->camera = true;
+    calls->mic = true;
+    EXPECT_EQ(c.holdOffReason(), u"Mic and camera are live — you're on a call.");
+}
+
+TEST_F(CycleTest, AnUnconfiguredInstallNeverReachesTheCountdown) {
+    Settings::setLockoutWorkoutID(std::nullopt);
+    week({block("09:00", "Nine")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    c.lockoutBecameDue();
+    clock.advance(3600);
+    EXPECT_FALSE(c.countdown().isShowing());
+    EXPECT_TRUE(raises.isEmpty());
+    EXPECT_TRUE(journal(QStringLiteral("hold"))
+                    .contains(u"Nine held — setup isn't finished — nothing chosen to run"));
+}
+
+TEST_F(CycleTest, TheSetupWindowHoldsOffOnlyWhileInUse) {
+    EXPECT_TRUE(AppController::usingSetupWindow(true, true, true, 119));
+    EXPECT_FALSE(AppController::usingSetupWindow(true, true, true, 120));
+    EXPECT_FALSE(AppController::usingSetupWindow(false, true, true, 0));
+    EXPECT_FALSE(AppController::usingSetupWindow(true, false, true, 0));
+    EXPECT_FALSE(AppController::usingSetupWindow(true, true, false, 0));
+    EXPECT_FALSE(AppController::nobodyHome(1199.9));
+    EXPECT_TRUE(AppController::nobodyHome(1200));
+
+    // A real window: shown and active, it holds a lockout off; left idle for 120 s, it does not.
+    QWidget setup;
+    setup.show();
+    setup.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&setup));
+    AppController& c = launch();
+    c.setSetupWindow(&setup);
+    EXPECT_EQ(c.holdOffReason(), u"you're using the setup window");
+    idle.seconds = 120;
+    EXPECT_EQ(c.holdOffReason(), std::nullopt);
+    idle.seconds = 0;
+    setup.hide();
+    EXPECT_EQ(c.holdOffReason(), std::nullopt);
+}
+
+TEST_F(CycleTest, SnoozingSpendsTheBudgetWithoutTakingTheScreen) {
+    Settings::setSnoozesPerLockout(1);
+    week({block("09:00", "Nine")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    c.countdown().snooze();
+    EXPECT_EQ(c.snoozesUsed(), 1);
+    EXPECT_TRUE(raises.isEmpty());
+    EXPECT_TRUE(c.hasPendingDeferral());
+    EXPECT_EQ(journal(QStringLiteral("defer")).last(),
+              u"usage lockout deferred 10m — you asked for a few more minutes");
+
+    // The block is still due, so the next tick announces it again, now with the budget spent.
+    clock.advance(30);
+    ASSERT_TRUE(c.countdown().isShowing());
+    QStringList titles;
+    for (const auto* b : c.countdown().panel()->findChildren<QPushButton*>())
+        titles.append(b->text());
+    EXPECT_EQ(titles, QStringList{QStringLiteral("Start now")}); // the budget is spent
+
+    clock.advance(60);
+    ASSERT_EQ(raises.size(), 1);
+    EXPECT_EQ(raises[0].block->label, u"Nine"); // the snoozed block is still the one served
+    EXPECT_EQ(c.snoozesUsed(), 0); // serving resets the budget
+}
+
+TEST_F(CycleTest, AUsageLockoutOutsideTheHoursIsDroppedNotQueued) {
+    clock.set(QDateTime(QDate(2026, 3, 2), QTime(20, 0), QTimeZone::utc()));
+    AppController& c = launch();
+    c.lockoutBecameDue();
+    EXPECT_FALSE(c.countdown().isShowing());
+    EXPECT_FALSE(c.hasPendingDeferral());
+    EXPECT_EQ(journal(QStringLiteral("usage")),
+              QStringList{QStringLiteral("outside the hours you set — dropped, not queued")});
+    clock.set(QDateTime(QDate(2026, 3, 3), QTime(10, 0), QTimeZone::utc()));
+    clock.advance(3600);
+    EXPECT_FALSE(c.countdown().isShowing());
+}
+
+TEST_F(CycleTest, ARelaunchTheSameDayDoesNotServeABlockTwice) {
+    week({block("09:00", "Nine")});
+    launch().startScheduleWatch();
+    clock.advance(60);
+    ASSERT_EQ(raises.size(), 1);
+
+    shieldUp = false;
+    raises.clear();
+    clock.advance(5 * 60);
+    AppController& again = launch();
+    again.startScheduleWatch();
+    EXPECT_TRUE(journal(QStringLiteral("day"))
+                    .contains(u"resumed — 1 block(s) already served today"));
+    EXPECT_EQ(journal(QStringLiteral("schedule")).last(),
+              u"idle — all 1 of today's blocks already done");
+    clock.advance(3600);
+    EXPECT_TRUE(raises.isEmpty());
+
+    // The next day the stored set is yesterday's and suppresses nothing.
+    clock.set(QDateTime(QDate(2026, 3, 3), QTime(9, 5), QTimeZone::utc()));
+    AppController& tomorrow = launch();
+    tomorrow.startScheduleWatch();
+    EXPECT_TRUE(journal(QStringLiteral("day")).last() == u"rolled over — fired set cleared");
+    EXPECT_TRUE(tomorrow.countdown().isShowing());
+}
+
+TEST_F(CycleTest, AScheduleEditReloadsAndClearsTheInMemorySetOnly) {
+    week({block("09:00", "Nine")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    clock.advance(60);
+    ASSERT_EQ(c.firedToday().size(), 1);
+    week({block("09:00", "Nine"), block("10:00", "Ten")});
+    EXPECT_TRUE(c.firedToday().isEmpty());
+    EXPECT_EQ(c.schedule().blocks().size(), 2);
+    EXPECT_EQ(journal(QStringLiteral("schedule")).last(), u"reloaded — 2 block(s)");
+    EXPECT_EQ(Settings::firedBlocks().size(), 1); // the stored set is untouched
+}
+
+TEST_F(CycleTest, TwoDeferralsLeaveOnePendingTimer) {
+    AppController& c = launch();
+    c.deferLockout(3, QStringLiteral("first"));
+    c.deferLockout(5, QStringLiteral("second"));
+    EXPECT_EQ(clock.activeTimers(), 1);
+    clock.advance(3 * 60);
+    EXPECT_FALSE(c.countdown().isShowing()); // the first was replaced
+    clock.advance(2 * 60);
+    EXPECT_TRUE(c.countdown().isShowing());
+    EXPECT_EQ(journal(QStringLiteral("defer")),
+              (QStringList{QStringLiteral("usage lockout deferred 3m — first"),
+                           QStringLiteral("usage lockout deferred 5m — second")}));
+}
+
+TEST_F(CycleTest, AnEndedLockoutGatesTheUsagePathAndTheTick) {
+    week({block("09:00", "Nine"), block("10:00", "Ten")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    clock.advance(60);
+    ASSERT_EQ(raises.size(), 1);
+    shieldUp = false;
+    c.shieldTimedOut();
+    EXPECT_TRUE(c.lockoutIsOver());
+    EXPECT_EQ(c.pendingBlock(), std::nullopt);
+
+    c.deferLockout(3, QStringLiteral("pending"));
+    c.lockoutBecameDue();
+    clock.advance(3 * 60);
+    EXPECT_FALSE(c.countdown().isShowing());
+    clock.advance(60 * 60); // "Ten" is due now, but the round has ended
+    EXPECT_TRUE(journal(QStringLiteral("schedule")).last().startsWith(u"idle — block already finished"));
+    EXPECT_EQ(raises.size(), 1);
+
+    c.raiseLockout(false); // only a new raise clears the gate
+    EXPECT_FALSE(c.lockoutIsOver());
+}
+
+TEST_F(CycleTest, AnOverdueRetestBecomesABlockAtThisMinute) {
+    AppController& c = launch();
+    clock.set(QDateTime(QDate(2026, 3, 2), QTime(11, 7), QTimeZone::utc()));
+    EXPECT_EQ(c.overdueRetestBlock(), std::nullopt); // no report at all
+    Settings::setRetestDueInDays(0);
+    Settings::setRetestReportedAt(clock.now().addDays(-8));
+    EXPECT_EQ(c.overdueRetestBlock(), std::nullopt); // stale
+    Settings::setRetestReportedAt(clock.now().addDays(-1));
+    const auto retest = c.overdueRetestBlock();
+    ASSERT_TRUE(retest);
+    EXPECT_EQ(retest->key(), u"11:07|Fitness test|retest");
+    Settings::setRetestDueInDays(1);
+    EXPECT_EQ(c.overdueRetestBlock(), std::nullopt); // not owed yet
+
+    // It outranks an ordinary due block.
+    Settings::setRetestDueInDays(-2);
+    week({block("11:00", "Eleven")});
+    c.startScheduleWatch();
+    EXPECT_TRUE(journal(QStringLiteral("schedule")).contains(u"FIRE Fitness test (retest, due 11:07)"));
+}
+
+TEST_F(CycleTest, ACallStartingOnTheLastSecondCancelsAndDefers) {
+    week({block("09:00", "Nine")});
+    Settings::setWarningSeconds(10);
+    AppController& c = launch();
+    c.startScheduleWatch();
+    clock.advance(9);
+    calls->camera = true;
+    clock.advance(1);
+    EXPECT_TRUE(raises.isEmpty());
+    EXPECT_EQ(journal(QStringLiteral("defer")).last(),
+              u"usage lockout deferred 3m — Your camera is live — Tovin won't interrupt.");
+    calls->camera = false;
+    clock.advance(3 * 60); // once the call is over the block comes back within its window
+    ASSERT_EQ(raises.size(), 1);
+    EXPECT_EQ(raises[0].block->label, u"Nine");
+}
+
+TEST_F(CycleTest, SleepAndWakeAreJournalledAndWakeTicksAtOnce) {
+    week({block("09:00", "Nine")});
+    Settings::setLockoutWorkoutID(std::nullopt); // keep the block held so ticks stay quiet
+    AppController& c = launch();
+    c.startScheduleWatch();
+    c.machineWillSleep();
+    clock.sleep(47 * 60 + 30);
+    c.machineDidWake();
+    EXPECT_EQ(journal(QStringLiteral("power")),
+              (QStringList{QStringLiteral("sleeping"), QStringLiteral("woke after 47 min asleep")}));
+
+    // A wake nobody announced: the next tick comes late by the wall clock.
+    clock.sleep(2 * 3600);
+    clock.advance(30);
+    EXPECT_EQ(journal(QStringLiteral("power")).last(), u"woke after 120 min asleep");
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "guards/call_detector.h"
+#include "guards/idle_source.h"
+
+namespace tovin::fakes {
+
+// Idle seconds the test sets by hand.
+class FakeIdle final : public IdleSource {
+public:
+    double seconds = 0;
+    double secondsSinceLastInput() override { return seconds; }
+    QString name() const override { return QStringLiteral("fake"); }
+};
+
+// A microphone and camera the test switches on and off.
+class FakeCallProbe final : public CallProbe {
+public:
+    bool mic = false;
+    bool camera = false;
+    int inputs = 1;
+    bool microphoneIsLive() override { return mic; }
+    bool cameraIsLive() override { return camera; }
+    int inputDeviceCount() override { return inputs; }
+};
+
+} // namespace tovin::fakes
+
+#include <ostream>
+
+// Readable QString values in GoogleTest's failure messages.
+inline void PrintTo(const QString& text, std::ostream* os) {
+    *os << '"' << text.toStdString() << '"';
+}

@@ -17,14 +17,15 @@ class FakeClock final : public Clock {
 public:
     explicit FakeClock(QDateTime start = QDateTime(QDate(2026, 3, 2), QTime(9, 0),
                                                    QTimeZone::utc()))
-        : now_(std::move(start)) {}
+        : wallAtZero_(std::move(start)) {}
     ~FakeClock() override {
         for (FakeTimer* t : timers_)
             t->clock_ = nullptr;
     }
 
-    QDateTime now() const override { return now_; }
-    void set(QDateTime at) { now_ = std::move(at); }
+    QDateTime now() const override { return wallAtZero_.addMSecs(monotonicUs_ / 1000); }
+    // Sets the wall clock; pending timers keep their places on the monotonic clock.
+    void set(const QDateTime& at) { wallAtZero_ = at.addMSecs(-(monotonicUs_ / 1000)); }
 
     std::unique_ptr<Timer> createTimer(std::function<void()> onTimeout) override {
         return std::make_unique<FakeTimer>(this, std::move(onTimeout));
@@ -32,20 +33,20 @@ public:
 
     // Moves time forward, firing every timer whose deadline is passed on the way.
     void advance(double seconds) {
-        const qint64 target = monotonicMs_ + qint64(std::llround(seconds * 1000.0));
+        const qint64 target = monotonicUs_ + qint64(std::llround(seconds * 1e6));
         for (;;) {
             FakeTimer* next = nullptr;
             for (FakeTimer* t : timers_) {
-                if (t->active_ && t->deadlineMs_ <= target &&
-                    (!next || t->deadlineMs_ < next->deadlineMs_ ||
-                     (t->deadlineMs_ == next->deadlineMs_ && t->sequence_ < next->sequence_)))
+                if (t->active_ && t->deadlineUs_ <= target &&
+                    (!next || t->deadlineUs_ < next->deadlineUs_ ||
+                     (t->deadlineUs_ == next->deadlineUs_ && t->sequence_ < next->sequence_)))
                     next = t;
             }
             if (!next)
                 break;
-            moveTo(next->deadlineMs_);
+            moveTo(next->deadlineUs_);
             if (next->repeating_) {
-                next->deadlineMs_ += std::max<qint64>(next->intervalMs_, 1);
+                next->deadlineUs_ += std::max<qint64>(next->intervalUs_, 1);
                 next->sequence_ = ++sequence_;
             } else {
                 next->active_ = false;
@@ -59,7 +60,7 @@ public:
     // The machine sleeps: the wall clock jumps, but timers (on the monotonic clock, which stops
     // during suspend) fire as late as they would on a real machine.
     void sleep(double seconds) {
-        now_ = now_.addMSecs(qint64(std::llround(seconds * 1000.0)));
+        wallAtZero_ = wallAtZero_.addMSecs(qint64(std::llround(seconds * 1000.0)));
     }
 
     int activeTimers() const {
@@ -79,8 +80,8 @@ private:
                 std::erase(clock_->timers_, this);
         }
         void start(double seconds, bool repeating) override {
-            intervalMs_ = qint64(std::llround(seconds * 1000.0));
-            deadlineMs_ = clock_->monotonicMs_ + intervalMs_;
+            intervalUs_ = qint64(std::llround(seconds * 1e6));
+            deadlineUs_ = clock_->monotonicUs_ + intervalUs_;
             repeating_ = repeating;
             active_ = true;
             sequence_ = ++clock_->sequence_;
@@ -90,20 +91,18 @@ private:
 
         FakeClock* clock_;
         std::function<void()> onTimeout_;
-        qint64 intervalMs_ = 0;
-        qint64 deadlineMs_ = 0;
+        qint64 intervalUs_ = 0;
+        qint64 deadlineUs_ = 0;
         quint64 sequence_ = 0;
         bool repeating_ = false;
         bool active_ = false;
     };
 
-    void moveTo(qint64 monotonicMs) {
-        now_ = now_.addMSecs(monotonicMs - monotonicMs_);
-        monotonicMs_ = monotonicMs;
-    }
+    // Timers keep microseconds (a 1/60 s tick must not drift); the wall clock shows millis.
+    void moveTo(qint64 monotonicUs) { monotonicUs_ = monotonicUs; }
 
-    QDateTime now_;
-    qint64 monotonicMs_ = 0;
+    QDateTime wallAtZero_;
+    qint64 monotonicUs_ = 0;
     quint64 sequence_ = 0;
     std::vector<FakeTimer*> timers_;
 };

@@ -1,0 +1,173 @@
+#include "shield/escape_view.h"
+
+#include "shield/hold_button.h"
+
+#include <QPushButton>
+
+#include <QKeyEvent>
+#include <QLabel>
+#include <QPainter>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace tovin {
+
+QString whiteAt(qreal alpha) {
+    return QStringLiteral("color: rgba(255, 255, 255, %1);").arg(qRound(alpha * 255));
+}
+
+EscapeView::EscapeView(Clock& clock, QString standing, QWidget* parent)
+    : QWidget(parent), clock_(clock), standing_(std::move(standing)) {
+    setFocusPolicy(Qt::StrongFocus);
+    auto* outer = new QVBoxLayout(this);
+    outer->addStretch();
+    auto* column = new QWidget(this);
+    column->setMaximumWidth(620);
+    stack_ = new QVBoxLayout(column);
+    stack_->setSpacing(18);
+    stack_->setAlignment(Qt::AlignHCenter);
+    outer->addWidget(column, 0, Qt::AlignHCenter);
+    outer->addStretch();
+}
+
+QLabel* EscapeView::addLabel(const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
+    auto* label = new QLabel(text);
+    QFont f = label->font();
+    f.setPointSizeF(points);
+    f.setWeight(weight);
+    label->setFont(f);
+    label->setAlignment(Qt::AlignHCenter);
+    label->setWordWrap(true);
+    label->setStyleSheet(whiteAt(alpha));
+    stack_->addWidget(label, 0, Qt::AlignHCenter);
+    label->show();
+    return label;
+}
+
+QPushButton* EscapeView::addButton(const QString& text) {
+    auto* button = new QPushButton(text);
+    button->setMinimumSize(260, 44);
+    button->setFocusPolicy(Qt::StrongFocus);
+    stack_->addWidget(button, 0, Qt::AlignHCenter);
+    button->show();
+    return button;
+}
+
+void EscapeView::clearStack() {
+    while (QLayoutItem* item = stack_->takeAt(0)) {
+        if (QWidget* w = item->widget())
+            w->deleteLater();
+        delete item;
+    }
+}
+
+void EscapeView::begin() {
+    clearStack();
+    addLabel(QStringLiteral("You told yourself you'd move first."), 34, QFont::Bold, 1.0);
+    addLabel(standing_, 17, QFont::Medium, 0.62);
+    addLabel(QStringLiteral("Nobody else ever sees this. You will."), 15, QFont::Normal, 0.34);
+    stack_->addSpacing(14);
+
+    QPushButton* keep = addButton(QStringLiteral("Keep the promise"));
+    keep->setDefault(true);
+    keep->setAutoDefault(true);
+    connect(keep, &QPushButton::clicked, this, &EscapeView::keepTapped);
+
+    hold_ = new HoldButton(QStringLiteral("Hold to break it"), 3.0, clock_);
+    hold_->onComplete = [this] { askReason(); };
+    stack_->addWidget(hold_, 0, Qt::AlignHCenter);
+    hold_->show();
+
+    panicLabel_ = addLabel(QStringLiteral("Mouse not working? Hold Space. Still stuck? Keep tapping Esc."),
+                           12, QFont::Normal, 0.3);
+    setTabOrder(keep, hold_);
+    setTabOrder(hold_, keep);
+    // Space reaches the hold at once; Return is caught by the shield window for "Keep".
+    hold_->setFocus(Qt::OtherFocusReason);
+}
+
+void EscapeView::nudgePanic(int remaining) {
+    if (!panicLabel_)
+        return;
+    panicLabel_->setText(remaining < 2 ? QStringLiteral("One more Esc and you're out.")
+                                       : QStringLiteral("%1 more Esc taps and you're out.")
+                                             .arg(remaining));
+    panicLabel_->setStyleSheet(whiteAt(0.75));
+}
+
+void EscapeView::keepTapped() {
+    if (onKeepGoing)
+        onKeepGoing();
+}
+
+void EscapeView::askReason() {
+    asking_ = true;
+    clearStack();
+    hold_ = nullptr;
+    panicLabel_ = nullptr;
+    addLabel(QStringLiteral("Which was it?"), 30, QFont::Bold, 1.0);
+    addLabel(QStringLiteral("Answer honestly — it only goes in your own log."), 15, QFont::Normal,
+             0.4);
+    QPushButton* first = nullptr;
+    QPushButton* previous = nullptr;
+    for (const auto reason : PromiseRecord::allReasons()) {
+        QPushButton* button = addButton(toString(reason));
+        button->setObjectName(toString(reason));
+        button->setAutoDefault(true);
+        connect(button, &QPushButton::clicked, this, [this, button] { reasonTapped(button); });
+        if (!first) {
+            first = button;
+            button->setDefault(true);
+        }
+        if (previous)
+            setTabOrder(previous, button);
+        previous = button;
+    }
+    addLabel(QStringLiteral("Tab to move · Space or Return to choose."), 12, QFont::Normal, 0.3);
+    firstReason_ = first;
+    if (first)
+        first->setFocus(Qt::OtherFocusReason);
+}
+
+void EscapeView::keyPressEvent(QKeyEvent* event) {
+    // Return keeps the promise wherever the focus is; once a reason is asked, it chooses the
+    // first one (a focused reason button takes Return itself).
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        if (!asking_)
+            keepTapped();
+        else if (firstReason_)
+            firstReason_->click();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void EscapeView::reasonTapped(QPushButton* button) {
+    // A button naming no known reason still breaks the promise, with no reason.
+    const auto reason = button ? reasonFromString(button->objectName()) : std::nullopt;
+    if (onBreak)
+        onBreak(reason);
+}
+
+QStringList EscapeView::texts() const {
+    QStringList out;
+    for (int i = 0; i < stack_->count(); ++i) {
+        QWidget* w = stack_->itemAt(i)->widget();
+        if (!w)
+            continue;
+        if (auto* label = qobject_cast<QLabel*>(w))
+            out.append(label->text());
+        else if (auto* button = qobject_cast<QPushButton*>(w))
+            out.append(button->text());
+        else if (auto* hold = qobject_cast<HoldButton*>(w))
+            out.append(hold->title());
+    }
+    return out;
+}
+
+void EscapeView::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    p.fillRect(rect(), QColor::fromRgbF(0.02f, 0.02f, 0.02f, 0.94f));
+}
+
+} // namespace tovin

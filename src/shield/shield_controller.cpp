@@ -1,0 +1,425 @@
+#include "shield/shield_controller.h"
+
+#include "journal/journal.h"
+#include "promises/promise_ledger.h"
+#include "schedule/settings.h"
+#include "shield/escape_view.h"
+#include "shield/shield_window.h"
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QPushButton>
+#include <QScreen>
+#include <QWindow>
+
+namespace tovin {
+
+namespace {
+
+bool onX11() {
+    return QGuiApplication::platformName() == u"xcb";
+}
+
+bool onWayland() {
+    return QGuiApplication::platformName().startsWith(u"wayland");
+}
+
+// The characters of a key ignoring Ctrl and the like, lower-cased: Ctrl+A reads "a".
+QString keyCharacters(const QKeyEvent* event) {
+    QString text = event->text();
+    const bool printable = !text.isEmpty() && text.at(0).isPrint();
+    if (!printable) {
+        const int key = event->key();
+        if (key >= Qt::Key_A && key <= Qt::Key_Z)
+            text = QChar(u'a' + (key - Qt::Key_A));
+        else if (key >= Qt::Key_0 && key <= Qt::Key_9)
+            text = QChar(u'0' + (key - Qt::Key_0));
+        else
+            text.clear();
+    }
+    return text.toLower();
+}
+
+} // namespace
+
+ShieldController::ShieldController(Clock& clock, QObject* parent)
+    : QObject(parent), clock_(clock),
+      standing_([] { return PromiseLedger::shared().standing(); }) {}
+
+ShieldController::~ShieldController() {
+    if (monitoring_)
+        qApp->removeEventFilter(this);
+    for (const auto& w : windows_)
+        delete w.data();
+}
+
+int ShieldController::windowCount() const {
+    return int(windows().size());
+}
+
+QList<ShieldWindow*> ShieldController::windows() const {
+    QList<ShieldWindow*> out;
+    for (const auto& w : windows_) {
+        if (w)
+            out.append(w.data());
+    }
+    return out;
+}
+
+QWidget* ShieldController::currentWindow() const {
+    return mainWindow_;
+}
+
+ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
+    auto* window = new ShieldWindow;
+    Qt::WindowFlags flags = Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint;
+    // Unmanaged windows: no panel, dock or notification of the window manager can be put above.
+    if (onX11())
+        flags |= Qt::X11BypassWindowManagerHint;
+    window->setWindowFlags(flags);
+    window->setWindowTitle(QStringLiteral("Tovin"));
+    window->setHints(QStringLiteral("hold on — Esc ×%1 gets you out immediately").arg(tapsToPanic));
+    if (screen) {
+        window->setScreen(screen);
+        window->setGeometry(screen->geometry());
+    }
+    windows_.append(window);
+    return window;
+}
+
+void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinutes) {
+    if (up_)
+        return;
+    up_ = true;
+    rehearsal_ = rehearsal;
+    raisedAt_ = clock_.now();
+    valveMinutes_ = valveMinutes;
+    typed_.clear();
+    escapeTaps_.clear();
+
+    if (rehearsal) {
+        auto* window = new ShieldWindow;
+        window->setWindowTitle(QStringLiteral(
+            "Tovin — REHEARSAL · your screen is not locked · Ctrl-Q always works"));
+        window->resize(1100, 720);
+        if (const QScreen* screen = QGuiApplication::primaryScreen())
+            window->move(screen->availableGeometry().center() - window->rect().center());
+        window->setHints(
+            QStringLiteral("hold on — Esc ×%1 gets you out immediately").arg(tapsToPanic));
+        if (content)
+            window->setContent(content);
+        // Closing the rehearsal window is its way out, reported like a panic.
+        window->onClose = [this] {
+            if (rehearsal_ && up_)
+                panic();
+        };
+        simulate_ = new QPushButton(QStringLiteral("Simulate the system taking the screen"), window);
+        simulate_->adjustSize();
+        simulate_->move(window->width() - simulate_->width() - 16, 16);
+        connect(simulate_, &QPushButton::clicked, this, &ShieldController::yieldNow);
+        windows_.append(window);
+        mainWindow_ = window;
+        window->show();
+        simulate_->raise();
+        window->raise();
+        window->activateWindow();
+    } else {
+        const QList<QScreen*> screens = QGuiApplication::screens();
+        QScreen* primary = QGuiApplication::primaryScreen();
+        if (!primary && !screens.isEmpty())
+            primary = screens.first();
+        for (QScreen* screen : screens) {
+            ShieldWindow* window = makeShieldWindow(screen);
+            if (screen == primary) {
+                mainWindow_ = window;
+                if (content)
+                    window->setContent(content);
+            } else {
+                window->setSecondaryPanel();
+            }
+            if (onWayland())
+                window->showFullScreen();
+            else
+                window->show();
+        }
+        watchScreens();
+        if (mainWindow_) {
+            mainWindow_->raise();
+            mainWindow_->activateWindow();
+        }
+        grabInput();
+    }
+
+    qApp->installEventFilter(this);
+    monitoring_ = true;
+
+    hintTimer_ = clock_.singleShot(Settings::hintDelay(), [this] { revealHint(); });
+    safetyTimer_ = clock_.singleShot(valveMinutes_ * 60.0, [this] {
+        lower();
+        if (delegate_)
+            delegate_->shieldTimedOut();
+    });
+}
+
+void ShieldController::watchScreens() {
+    auto* app = qGuiApp;
+    watches_.append(connect(app, &QGuiApplication::screenAdded, this, [this](QScreen* screen) {
+        watches_.append(connect(screen, &QScreen::geometryChanged, this,
+                                &ShieldController::coverUncoveredScreens));
+        coverUncoveredScreens();
+    }));
+    watches_.append(connect(app, &QGuiApplication::screenRemoved, this,
+                            &ShieldController::coverUncoveredScreens));
+    for (QScreen* screen : QGuiApplication::screens())
+        watches_.append(connect(screen, &QScreen::geometryChanged, this,
+                                &ShieldController::coverUncoveredScreens));
+    // Losing the focus or the grab: try to take it back at once; if it is still gone after a
+    // moment, the system has taken the screen and the shield gives way.
+    watches_.append(connect(app, &QGuiApplication::applicationStateChanged, this,
+                            [this](Qt::ApplicationState state) {
+                                if (state != Qt::ApplicationActive)
+                                    scheduleYieldCheck();
+                            }));
+    watches_.append(connect(app, &QGuiApplication::focusWindowChanged, this, [this](QWindow* w) {
+        const bool ours = w && std::any_of(windows_.begin(), windows_.end(), [w](const auto& s) {
+                              return s && s->windowHandle() == w;
+                          });
+        if (!ours)
+            scheduleYieldCheck();
+    }));
+}
+
+void ShieldController::grabInput() {
+    if (!mainWindow_ || rehearsal_)
+        return;
+    if (!onX11()) {
+        if (!notedNoGrab_ && onWayland()) {
+            notedNoGrab_ = true;
+            Journal::note(QStringLiteral("shield"),
+                          QStringLiteral("this desktop (Wayland) lets no app own the keyboard — "
+                                         "covering the screens without a keyboard grab"));
+        }
+        return;
+    }
+    QWindow* handle = mainWindow_->windowHandle();
+    keyboardGrabbed_ = handle && handle->setKeyboardGrabEnabled(true);
+    if (handle && keyboardGrabbed_)
+        handle->setMouseGrabEnabled(true);
+    // A window is only grabbable once mapped; try again shortly, a bounded number of times.
+    if (!keyboardGrabbed_ && grabAttempts_++ < 40)
+        grabTimer_ = clock_.singleShot(0.05, [this] { grabInput(); });
+    else if (keyboardGrabbed_)
+        grabAttempts_ = 0;
+}
+
+void ShieldController::scheduleYieldCheck() {
+    if (!up_ || rehearsal_)
+        return;
+    if (mainWindow_) {
+        mainWindow_->activateWindow();
+        grabAttempts_ = 0;
+        grabInput();
+    }
+    yieldTimer_ = clock_.singleShot(yieldGrace, [this] {
+        const bool mainActive = mainWindow_ && mainWindow_->isActiveWindow();
+        const bool appActive = QGuiApplication::applicationState() == Qt::ApplicationActive;
+        if (up_ && !mainActive && !appActive)
+            yieldNow();
+    });
+}
+
+void ShieldController::coverUncoveredScreens() {
+    if (!up_ || rehearsal_)
+        return;
+    for (QScreen* screen : QGuiApplication::screens()) {
+        const QPoint middle = screen->geometry().center();
+        const bool covered = std::any_of(windows_.begin(), windows_.end(), [&](const auto& w) {
+            return w && w->geometry().contains(middle);
+        });
+        if (covered)
+            continue;
+        ShieldWindow* window = makeShieldWindow(screen);
+        window->setSecondaryPanel();
+        if (onWayland())
+            window->showFullScreen();
+        else
+            window->show();
+        Journal::note(QStringLiteral("shield"),
+                      QStringLiteral("covered a display attached mid-lockout"));
+    }
+}
+
+void ShieldController::revealHint() {
+    const QString text = QStringLiteral("emergency escape — type “%1”, or press Esc ×%2")
+                             .arg(Settings::escapePhrase())
+                             .arg(tapsToWarn);
+    for (ShieldWindow* w : windows())
+        w->revealHint(text);
+}
+
+bool ShieldController::enforceValve(const QDateTime& now) {
+    if (!up_ || valveMinutes_ <= 0)
+        return false;
+    const double upSeconds = double(raisedAt_.msecsTo(now)) / 1000.0;
+    if (upSeconds < valveMinutes_ * 60.0)
+        return false;
+    Journal::note(QStringLiteral("shield"),
+                  u"valve enforced by the clock — up " +
+                      QString::number(qint64(upSeconds / 60.0)) + u" min, limit " +
+                      QString::number(qint64(valveMinutes_)) + u" min");
+    lower();
+    if (delegate_)
+        delegate_->shieldTimedOut();
+    return true;
+}
+
+void ShieldController::yieldNow() {
+    if (!up_)
+        return;
+    lower();
+    if (delegate_)
+        delegate_->shieldYielded();
+}
+
+void ShieldController::panic() {
+    escapeTaps_.clear();
+    lower();
+    if (delegate_)
+        delegate_->shieldPanicked();
+}
+
+void ShieldController::lower() {
+    if (!up_)
+        return;
+    up_ = false;
+    hintTimer_.reset();
+    safetyTimer_.reset();
+    yieldTimer_.reset();
+    grabTimer_.reset();
+    if (monitoring_) {
+        qApp->removeEventFilter(this);
+        monitoring_ = false;
+    }
+    for (const auto& c : watches_)
+        disconnect(c);
+    watches_.clear();
+    for (const auto& w : windows_) {
+        if (!w)
+            continue;
+        if (QWindow* handle = w->windowHandle()) {
+            handle->setKeyboardGrabEnabled(false);
+            handle->setMouseGrabEnabled(false);
+        }
+        w->onClose = nullptr;
+        w->hide();
+        w->deleteLater();
+    }
+    windows_.clear();
+    keyboardGrabbed_ = false;
+    mainWindow_ = nullptr;
+    escapeView_ = nullptr;
+    simulate_ = nullptr;
+    typed_.clear();
+    escapeTaps_.clear();
+}
+
+void ShieldController::moveOffscreenForTests() {
+    for (ShieldWindow* w : windows())
+        w->move(-30000 + w->x(), -30000 + w->y());
+}
+
+void ShieldController::showEscape() {
+    if (escapeView_ || !mainWindow_)
+        return;
+    auto* view = new EscapeView(clock_, standing_ ? standing_() : QString());
+    escapeView_ = view;
+    view->onKeepGoing = [this] {
+        // Keeping the promise leaves the Esc taps counting toward a panic.
+        if (escapeView_)
+            escapeView_->deleteLater();
+        escapeView_ = nullptr;
+    };
+    view->onBreak = [this](std::optional<PromiseRecord::Reason> reason) {
+        lower();
+        if (delegate_)
+            delegate_->shieldWasBroken(reason);
+    };
+    mainWindow_->setOverlay(view);
+    view->begin();
+}
+
+bool ShieldController::handle(QKeyEvent* event) {
+    const Qt::KeyboardModifiers mods = event->modifiers();
+    // In a rehearsal, Ctrl (and Meta) shortcuts pass, so Quit always works there. The real
+    // shield swallows them with everything else.
+    if (rehearsal_ && (mods & (Qt::ControlModifier | Qt::MetaModifier)))
+        return false;
+
+    const QDateTime now = clock_.now();
+    if (event->key() == Qt::Key_Escape) {
+        const QDateTime oldest = now.addMSecs(-qint64(tapWindow * 1000));
+        escapeTaps_.removeIf([&](const QDateTime& t) { return t <= oldest; });
+        escapeTaps_.append(now);
+        const int taps = int(escapeTaps_.size());
+        const int remaining = tapsToPanic - taps;
+        if (remaining <= 0)
+            panic();
+        else if (!escapeView_) {
+            if (taps == tapsToWarn)
+                showEscape();
+        } else {
+            escapeView_->nudgePanic(remaining);
+        }
+        return true;
+    }
+    if (escapeView_)
+        return false; // Tab, Space and Return belong to the warning
+
+    if (!lastKeystroke_.isValid() || lastKeystroke_.msecsTo(now) > qint64(tapWindow * 1000))
+        typed_.clear();
+    lastKeystroke_ = now;
+    const QString characters = keyCharacters(event);
+    if (characters.isEmpty())
+        return true;
+    typed_ = QString(typed_ + characters).right(64);
+    const QString phrase = Settings::escapePhrase();
+    if (!phrase.isEmpty() && typed_.endsWith(phrase)) {
+        typed_.clear();
+        showEscape();
+        return true;
+    }
+    if (delegate_)
+        delegate_->shieldKeyPressed(characters);
+    return true;
+}
+
+bool ShieldController::eventFilter(QObject* watched, QEvent* event) {
+    if (!up_)
+        return QObject::eventFilter(watched, event);
+    switch (event->type()) {
+    case QEvent::ShortcutOverride: {
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (rehearsal_ && (key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)))
+            return false;
+        // Claim every shortcut so it arrives as a plain key press, which the monitor then
+        // judges: no application shortcut (Ctrl-Q among them) fires under a real shield.
+        if (!escapeView_ || key->key() == Qt::Key_Escape) {
+            key->accept();
+            return true;
+        }
+        return false;
+    }
+    case QEvent::KeyPress: {
+        // Only keys from the window system are judged; key events the app sends to itself
+        // (a web view forwarding one, say) are its own business.
+        if (!event->spontaneous())
+            return false;
+        return handle(static_cast<QKeyEvent*>(event));
+    }
+    default:
+        return false;
+    }
+}
+
+} // namespace tovin

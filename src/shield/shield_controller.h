@@ -1,0 +1,120 @@
+#pragma once
+
+#include "core/clock.h"
+#include "promises/promise_record.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QPushButton>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QKeyEvent;
+
+class QScreen;
+class QWidget;
+
+namespace tovin {
+
+class EscapeView;
+class ShieldWindow;
+
+// How a shield ends, told to whoever runs the lockout. The shield never decides what an ending
+// means for the ledger.
+class ShieldDelegate {
+public:
+    virtual ~ShieldDelegate() = default;
+    virtual void shieldWasBroken(std::optional<PromiseRecord::Reason> reason) = 0;
+    virtual void shieldTimedOut() = 0;
+    virtual void shieldPanicked() = 0;
+    virtual void shieldYielded() = 0;
+    virtual void shieldKeyPressed(const QString& key) = 0;
+};
+
+// The lockout itself: one opaque window over every display, above everything, owning the
+// keyboard until the promise is kept or the person leaves by a designed way out: the escape
+// phrase or three Esc taps (the break warning), five Esc taps (panic), the safety valve, or the
+// system taking the screen (the shield yields). A rehearsal runs the same content and escape
+// routes in one ordinary window and never touches the screens.
+class ShieldController final : public QObject {
+    Q_OBJECT
+public:
+    static constexpr double tapWindow = 3.0;
+    static constexpr int tapsToWarn = 3;
+    static constexpr int tapsToPanic = 5;
+    static constexpr double yieldGrace = 0.4;
+
+    explicit ShieldController(Clock& clock, QObject* parent = nullptr);
+    ~ShieldController() override;
+
+    // The delegate must outlive the shield (the controller that owns the shield is it).
+    void setDelegate(ShieldDelegate* delegate) { delegate_ = delegate; }
+    // Where the break warning's standing sentence comes from (the shared ledger by default).
+    void setStandingSource(std::function<QString()> source) { standing_ = std::move(source); }
+
+    // Takes ownership of the content. Does nothing at all while a shield is up.
+    void raise(QWidget* content, bool rehearsal, double valveMinutes);
+    void lower();
+    bool enforceValve(const QDateTime& now);
+    void yieldNow();
+    void coverUncoveredScreens();
+    void moveOffscreenForTests();
+    // The key monitor: true when the key is consumed.
+    bool handle(QKeyEvent* event);
+    void showEscape();
+
+    bool isUp() const { return up_; }
+    bool isRehearsal() const { return rehearsal_; }
+    int windowCount() const;
+    bool hasKeyMonitor() const { return monitoring_; }
+    bool isShowingEscape() const { return escapeView_ != nullptr; }
+    QWidget* currentWindow() const;
+    QList<ShieldWindow*> windows() const;
+    EscapeView* escapeView() const { return escapeView_; }
+    QPushButton* simulateButton() const { return simulate_; }
+    double valveMinutes() const { return valveMinutes_; }
+    // Whether the X keyboard grab is held right now (false in a rehearsal or without X11).
+    bool ownsKeyboard() const { return keyboardGrabbed_; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    ShieldWindow* makeShieldWindow(QScreen* screen);
+    void revealHint();
+    void grabInput();
+    void scheduleYieldCheck();
+    void watchScreens();
+    void panic();
+
+    Clock& clock_;
+    ShieldDelegate* delegate_ = nullptr;
+    std::function<QString()> standing_;
+
+    QList<QPointer<ShieldWindow>> windows_;
+    QPointer<ShieldWindow> mainWindow_;
+    QPointer<EscapeView> escapeView_;
+    QPointer<QPushButton> simulate_;
+    QList<QMetaObject::Connection> watches_;
+    std::unique_ptr<Timer> safetyTimer_;
+    std::unique_ptr<Timer> hintTimer_;
+    std::unique_ptr<Timer> yieldTimer_;
+    std::unique_ptr<Timer> grabTimer_;
+    QDateTime raisedAt_;
+    double valveMinutes_ = 0;
+    QString typed_;
+    QDateTime lastKeystroke_;
+    QList<QDateTime> escapeTaps_;
+    bool up_ = false;
+    bool rehearsal_ = false;
+    bool monitoring_ = false;
+    bool keyboardGrabbed_ = false;
+    int grabAttempts_ = 0;
+    bool notedNoGrab_ = false;
+};
+
+} // namespace tovin

@@ -2,6 +2,7 @@
 
 #include "shield/escape_view.h"
 
+#include <QGridLayout>
 #include <QLabel>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -14,14 +15,16 @@ AwayView::AwayView(QString label, QDateTime endsAt, Clock& clock, const Calendar
                    QWidget* parent)
     : QWidget(parent), label_(std::move(label)), endsAt_(std::move(endsAt)), clock_(clock) {
     setFocusPolicy(Qt::NoFocus);
-    auto* outer = new QVBoxLayout(this);
-    outer->addStretch();
+    auto* outer = new QGridLayout(this);
+    outer->setRowStretch(0, 1);
+    outer->setRowStretch(2, 1);
+    outer->setColumnStretch(0, 1);
+    outer->setColumnStretch(2, 1);
     auto* column = new QWidget(this);
-    column->setMaximumWidth(720);
+    column->setFixedWidth(720);
     auto* stack = new QVBoxLayout(column);
     stack->setSpacing(20);
-    outer->addWidget(column, 0, Qt::AlignHCenter);
-    outer->addStretch();
+    outer->addWidget(column, 1, 1);
 
     auto add = [&](const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
         auto* l = new QLabel(text, column);
@@ -32,7 +35,7 @@ AwayView::AwayView(QString label, QDateTime endsAt, Clock& clock, const Calendar
         l->setAlignment(Qt::AlignHCenter);
         l->setWordWrap(true);
         l->setStyleSheet(whiteAt(alpha));
-        stack->addWidget(l, 0, Qt::AlignHCenter);
+        stack->addWidget(l);
         return l;
     };
     add(QStringLiteral("You said you'd do this now."), 15, QFont::Medium, 0.4);

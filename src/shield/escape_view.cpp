@@ -4,6 +4,7 @@
 
 #include <QPushButton>
 
+#include <QGridLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
@@ -19,15 +20,19 @@ QString whiteAt(qreal alpha) {
 EscapeView::EscapeView(Clock& clock, QString standing, QWidget* parent)
     : QWidget(parent), clock_(clock), standing_(std::move(standing)) {
     setFocusPolicy(Qt::StrongFocus);
-    auto* outer = new QVBoxLayout(this);
-    outer->addStretch();
+    // A fixed-width column: wrapped labels need a definite width to get their full height.
+    // A grid centres it both ways and, unlike an aligned box item, gives wrapped labels the
+    // height they need at that width.
+    auto* outer = new QGridLayout(this);
+    outer->setRowStretch(0, 1);
+    outer->setRowStretch(2, 1);
+    outer->setColumnStretch(0, 1);
+    outer->setColumnStretch(2, 1);
     auto* column = new QWidget(this);
-    column->setMaximumWidth(620);
+    column->setFixedWidth(620);
     stack_ = new QVBoxLayout(column);
     stack_->setSpacing(18);
-    stack_->setAlignment(Qt::AlignHCenter);
-    outer->addWidget(column, 0, Qt::AlignHCenter);
-    outer->addStretch();
+    outer->addWidget(column, 1, 1);
 }
 
 QLabel* EscapeView::addLabel(const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
@@ -39,7 +44,7 @@ QLabel* EscapeView::addLabel(const QString& text, qreal points, QFont::Weight we
     label->setAlignment(Qt::AlignHCenter);
     label->setWordWrap(true);
     label->setStyleSheet(whiteAt(alpha));
-    stack_->addWidget(label, 0, Qt::AlignHCenter);
+    stack_->addWidget(label);
     label->show();
     return label;
 }

@@ -2,6 +2,7 @@
 
 #include "core/clock.h"
 #include "promises/promise_record.h"
+#include "shield/escape_view.h"
 
 #include <QDateTime>
 #include <QList>
@@ -20,7 +21,7 @@ class QWidget;
 
 namespace tovin {
 
-class EscapeView;
+
 class ShieldWindow;
 
 // How a shield ends, told to whoever runs the lockout. The shield never decides what an ending

@@ -1,0 +1,257 @@
+// The real shield on a real X server with two monitors: both covered, the keyboard owned while
+// another client's window exists, Esc ×3 opens the warning, Esc ×5 lets go, and a monitor
+// plugged in mid-lockout is covered. Screenshots go to the build tree's screenshots/ folder.
+
+#include "app/away_view.h"
+#include "journal/journal.h"
+#include "schedule/settings.h"
+#include "shield/escape_view.h"
+#include "shield/shield_controller.h"
+#include "shield/shield_window.h"
+#include "support/fake_platform.h"
+#include "support/xvfb.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProcess>
+#include <QScreen>
+#include <QSocketNotifier>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWindow>
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+namespace {
+
+fakes::XvfbSession* xvfb = nullptr;
+
+class Recorder final : public ShieldDelegate {
+public:
+    QStringList endings;
+    QString keys;
+    void shieldWasBroken(std::optional<PromiseRecord::Reason>) override { endings.append(QStringLiteral("broken")); }
+    void shieldTimedOut() override { endings.append(QStringLiteral("timed out")); }
+    void shieldPanicked() override { endings.append(QStringLiteral("panicked")); }
+    void shieldYielded() override { endings.append(QStringLiteral("yielded")); }
+    void shieldKeyPressed(const QString& key) override { keys += key; }
+};
+
+QString screenshotDir() {
+    const QString dir = QStringLiteral(TOVIN_SCREENSHOT_DIR);
+    QDir().mkpath(dir);
+    return dir;
+}
+
+// The whole virtual desktop, as the person would see it.
+QImage desktop() {
+    QScreen* any = QGuiApplication::primaryScreen();
+    const QRect all = any->virtualGeometry();
+    return any->grabWindow(0, all.x(), all.y(), all.width(), all.height()).toImage();
+}
+
+bool isShieldColour(QRgb pixel) {
+    const QColor expected = ShieldWindow::shieldColour();
+    return std::abs(qRed(pixel) - expected.red()) <= 2 &&
+           std::abs(qGreen(pixel) - expected.green()) <= 2 &&
+           std::abs(qBlue(pixel) - expected.blue()) <= 2;
+}
+
+// Sampled points of a screen that lie on the shield background (away from content and hints).
+int uncoveredSamples(const QImage& image, const QRect& screen) {
+    int bad = 0;
+    for (int i = 1; i <= 4; ++i) {
+        for (const double fy : {0.08, 0.3, 0.75}) {
+            const QPoint p(screen.x() + screen.width() * i / 5 - 40, screen.y() + int(screen.height() * fy));
+            if (!isShieldColour(image.pixel(p)))
+                ++bad;
+        }
+    }
+    return bad;
+}
+
+class ShieldE2E : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Settings::setStore(std::make_shared<MemorySettingsStore>());
+        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-e2e.log")));
+        shield.setDelegate(&recorder);
+        shield.setStandingSource([] { return QStringLiteral("3 tovin · 1 broken. This breaks a streak of 2."); });
+    }
+    void TearDown() override {
+        shield.lower();
+        other.kill();
+        other.waitForFinished(5000);
+        Journal::setOverrideURL(std::nullopt);
+        Settings::setStore(nullptr);
+    }
+
+    // Another application's window, holding the keyboard focus before the shield goes up.
+    void startOtherClient() {
+        other.setProcessChannelMode(QProcess::SeparateChannels);
+        other.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--other-client")});
+        ASSERT_TRUE(other.waitForStarted(10000));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return other.canReadLine(); }, 15000));
+        ASSERT_EQ(other.readLine().trimmed(), QByteArray("ready"));
+        ASSERT_TRUE(xvfb->run(QStringLiteral("xdotool"),
+                              {QStringLiteral("search"), QStringLiteral("--name"),
+                               QStringLiteral("other-client"), QStringLiteral("windowfocus"),
+                               QStringLiteral("--sync")}));
+    }
+
+    void xdotool(const QStringList& args) {
+        ASSERT_TRUE(xvfb->run(QStringLiteral("xdotool"), args)) << args.join(u' ').toStdString();
+    }
+
+    void raiseAndWait(QWidget* content, double valve = 15) {
+        shield.raise(content, false, valve);
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] {
+                const auto windows = shield.windows();
+                return shield.ownsKeyboard() &&
+                       std::all_of(windows.begin(), windows.end(), [](ShieldWindow* w) {
+                           return w->windowHandle() && w->windowHandle()->isExposed();
+                       });
+            },
+            10000));
+        QTest::qWait(150); // let the compositor-less server finish painting
+    }
+
+    QTemporaryDir dir;
+    Recorder recorder;
+    ShieldController shield{Clock::system()};
+    QProcess other;
+};
+
+} // namespace
+
+TEST_F(ShieldE2E, BothMonitorsCoveredAndTheKeyboardOwned) {
+    ASSERT_EQ(QGuiApplication::screens().size(), 2);
+    startOtherClient();
+    auto* content = new QLabel(QStringLiteral("The workout runs here"));
+    content->setAlignment(Qt::AlignCenter);
+    content->setStyleSheet(QStringLiteral("color: white; font-size: 32pt;"));
+    raiseAndWait(content);
+    EXPECT_EQ(shield.windowCount(), 2);
+
+    const QImage shot = desktop();
+    shot.save(screenshotDir() + u"/shield-two-monitors.png");
+    for (QScreen* screen : QGuiApplication::screens())
+        EXPECT_EQ(uncoveredSamples(shot, screen->geometry()), 0) << screen->name().toStdString();
+
+    // Typing reaches the shield, not the other application, which had the focus.
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("30"),
+             QStringLiteral("hello")});
+    xdotool({QStringLiteral("key"), QStringLiteral("alt+Tab"), QStringLiteral("super"),
+             QStringLiteral("ctrl+q")});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return recorder.keys.contains(u"hello"); }, 5000))
+        << recorder.keys.toStdString();
+    other.write("report\n");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return other.canReadLine(); }, 5000));
+    EXPECT_EQ(other.readLine().trimmed(), QByteArray("typed:")) << "keys leaked past the shield";
+    EXPECT_TRUE(shield.isUp());
+    EXPECT_TRUE(recorder.endings.isEmpty());
+}
+
+TEST_F(ShieldE2E, EscThriceWarnsAndFiveTimesLetsGo) {
+    raiseAndWait(new QLabel);
+    for (int i = 0; i < 3; ++i)
+        xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shield.isShowingEscape(); }, 5000));
+    QTest::qWait(200);
+    desktop().save(screenshotDir() + u"/shield-break-warning.png");
+
+    // The hold, by Space from the keyboard, then the reason question.
+    xdotool({QStringLiteral("keydown"), QStringLiteral("space")});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shield.escapeView()->hold() == nullptr; }, 6000));
+    xdotool({QStringLiteral("keyup"), QStringLiteral("space")});
+    QTest::qWait(200);
+    desktop().save(screenshotDir() + u"/shield-reason-question.png");
+    EXPECT_EQ(shield.escapeView()->texts().value(0), u"Which was it?");
+
+    for (int i = 0; i < 5; ++i)
+        xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !shield.isUp(); }, 5000));
+    EXPECT_EQ(recorder.endings, QStringList{QStringLiteral("panicked")});
+    QTest::qWait(200);
+    const QImage after = desktop();
+    EXPECT_GT(uncoveredSamples(after, QGuiApplication::primaryScreen()->geometry()), 0)
+        << "the shield is gone from the screen";
+}
+
+TEST_F(ShieldE2E, AMonitorPluggedInMidLockoutIsCovered) {
+    raiseAndWait(new QLabel);
+    ASSERT_EQ(shield.windowCount(), 2);
+    ASSERT_TRUE(xvfb->setMonitor(QStringLiteral("EXTRA"), 3840, 1920, 1080, QStringLiteral("none")));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shield.windowCount() == 3; }, 5000));
+    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"[shield] covered a display attached mid-lockout"));
+    QTest::qWait(300);
+    const QImage shot = desktop();
+    shot.save(screenshotDir() + u"/shield-three-monitors.png");
+    for (QScreen* screen : QGuiApplication::screens())
+        EXPECT_EQ(uncoveredSamples(shot, screen->geometry()), 0) << screen->name().toStdString();
+    shield.lower();
+    ASSERT_TRUE(xvfb->deleteMonitor(QStringLiteral("EXTRA")));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QGuiApplication::screens().size() == 2; }, 5000));
+}
+
+TEST_F(ShieldE2E, TheAwayScreen) {
+    const QDateTime ends = QDateTime::currentDateTimeUtc().addSecs(15 * 60);
+    raiseAndWait(new AwayView(QStringLiteral("Walk"), ends, Clock::system(), Calendar::system()));
+    QTest::qWait(300);
+    desktop().save(screenshotDir() + u"/away-screen.png");
+    EXPECT_TRUE(shield.isUp());
+}
+
+// The other application: a window with a text field that reports what it was typed.
+static int otherClient(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QLineEdit field;
+    field.setWindowTitle(QStringLiteral("other-client"));
+    field.setGeometry(100, 100, 400, 60);
+    field.show();
+    field.activateWindow();
+    if (!QTest::qWaitForWindowExposed(&field))
+        return 1;
+    std::printf("ready\n");
+    std::fflush(stdout);
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, [&] {
+        char line[64];
+        if (!std::fgets(line, sizeof line, stdin)) {
+            app.quit();
+            return;
+        }
+        std::printf("typed:%s\n", qPrintable(field.text()));
+        std::fflush(stdout);
+    });
+    return app.exec();
+}
+
+int main(int argc, char** argv) {
+    if (argc > 1 && qstrcmp(argv[1], "--other-client") == 0) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        return otherClient(argc, argv);
+    }
+    QTemporaryDir home;
+    for (const char* var : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
+        qputenv(var, (home.path() + u'/' + QString::fromLatin1(var)).toLocal8Bit());
+
+    fakes::XvfbSession session;
+    xvfb = &session;
+    // Room for a third monitor to be plugged in at x = 3840.
+    if (!session.start(5760, 1080) ||
+        !session.setMonitor(QStringLiteral("LEFT"), 0, 1920, 1080, QStringLiteral("screen")) ||
+        !session.setMonitor(QStringLiteral("RIGHT"), 1920, 1920, 1080, QStringLiteral("none"))) {
+        std::fprintf(stderr, "could not start Xvfb with two monitors\n");
+        return 1;
+    }
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

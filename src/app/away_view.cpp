@@ -1,8 +1,7 @@
 #include "app/away_view.h"
 
-#include "shield/escape_view.h"
+#include "shield/shield_style.h"
 
-#include <QGridLayout>
 #include <QLabel>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -15,28 +14,9 @@ AwayView::AwayView(QString label, QDateTime endsAt, Clock& clock, const Calendar
                    QWidget* parent)
     : QWidget(parent), label_(std::move(label)), endsAt_(std::move(endsAt)), clock_(clock) {
     setFocusPolicy(Qt::NoFocus);
-    auto* outer = new QGridLayout(this);
-    outer->setRowStretch(0, 1);
-    outer->setRowStretch(2, 1);
-    outer->setColumnStretch(0, 1);
-    outer->setColumnStretch(2, 1);
-    auto* column = new QWidget(this);
-    column->setFixedWidth(720);
-    auto* stack = new QVBoxLayout(column);
-    stack->setSpacing(20);
-    outer->addWidget(column, 1, 1);
-
+    QVBoxLayout* stack = centredColumn(this, 720, 20);
     auto add = [&](const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
-        auto* l = new QLabel(text, column);
-        QFont f = l->font();
-        f.setPointSizeF(points);
-        f.setWeight(weight);
-        l->setFont(f);
-        l->setAlignment(Qt::AlignHCenter);
-        l->setWordWrap(true);
-        l->setStyleSheet(whiteAt(alpha));
-        stack->addWidget(l);
-        return l;
+        return addColumnLabel(stack, text, points, weight, alpha);
     };
     add(QStringLiteral("You said you'd do this now."), 15, QFont::Medium, 0.4);
     add(label_, 56, QFont::Bold, 1.0);

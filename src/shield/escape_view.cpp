@@ -1,6 +1,7 @@
 #include "shield/escape_view.h"
 
 #include "shield/hold_button.h"
+#include "shield/shield_style.h"
 
 #include <QPushButton>
 
@@ -13,40 +14,15 @@
 
 namespace tovin {
 
-QString whiteAt(qreal alpha) {
-    return QStringLiteral("color: rgba(255, 255, 255, %1);").arg(qRound(alpha * 255));
-}
-
 EscapeView::EscapeView(Clock& clock, QString standing, QWidget* parent)
     : QWidget(parent), clock_(clock), standing_(std::move(standing)) {
     setFocusPolicy(Qt::StrongFocus);
     // A fixed-width column: wrapped labels need a definite width to get their full height.
-    // A grid centres it both ways and, unlike an aligned box item, gives wrapped labels the
-    // height they need at that width.
-    auto* outer = new QGridLayout(this);
-    outer->setRowStretch(0, 1);
-    outer->setRowStretch(2, 1);
-    outer->setColumnStretch(0, 1);
-    outer->setColumnStretch(2, 1);
-    auto* column = new QWidget(this);
-    column->setFixedWidth(620);
-    stack_ = new QVBoxLayout(column);
-    stack_->setSpacing(18);
-    outer->addWidget(column, 1, 1);
+    stack_ = centredColumn(this, 620, 18);
 }
 
 QLabel* EscapeView::addLabel(const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
-    auto* label = new QLabel(text);
-    QFont f = label->font();
-    f.setPointSizeF(points);
-    f.setWeight(weight);
-    label->setFont(f);
-    label->setAlignment(Qt::AlignHCenter);
-    label->setWordWrap(true);
-    label->setStyleSheet(whiteAt(alpha));
-    stack_->addWidget(label);
-    label->show();
-    return label;
+    return addColumnLabel(stack_, text, points, weight, alpha);
 }
 
 QPushButton* EscapeView::addButton(const QString& text) {

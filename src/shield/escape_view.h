@@ -58,7 +58,4 @@ private:
     bool asking_ = false;
 };
 
-// White at the given opacity, as a style sheet colour.
-QString whiteAt(qreal alpha);
-
 } // namespace tovin

@@ -1,6 +1,6 @@
 #include "shield/shield_window.h"
 
-#include "shield/escape_view.h"
+#include "shield/shield_style.h"
 
 #include <QCloseEvent>
 #include <QGraphicsOpacityEffect>

@@ -11,9 +11,9 @@ if [ ! -f "$build/build.ninja" ]; then
     CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DTOVIN_FUZZ=ON -DTOVIN_BUILD_TESTS=OFF -DTOVIN_BUILD_BENCH=OFF
 fi
-cmake --build "$build" --target fuzz_schedule fuzz_ledger fuzz_settings
+cmake --build "$build" --target fuzz_schedule fuzz_ledger fuzz_settings fuzz_routes
 
-for target in schedule ledger settings; do
+for target in schedule ledger settings routes; do
     echo "== fuzz_$target for ${seconds}s"
     work="$build/corpus-$target"
     mkdir -p "$work"

@@ -1,0 +1,73 @@
+#include "workoutweb/bundle_routes.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace tovin::BundleRoutes {
+
+namespace {
+
+// The extension of the last path component: what follows its last dot, when that dot is
+// neither the first character (".well-known" has none) nor the last.
+QString extension(const QString& path) {
+    const QString name = path.section(u'/', -1);
+    const qsizetype dot = name.lastIndexOf(u'.');
+    if (dot <= 0 || dot == name.size() - 1)
+        return {};
+    return name.mid(dot + 1);
+}
+
+bool within(const QString& base, const QString& candidate) {
+    return candidate == base || candidate.startsWith(base + u'/');
+}
+
+} // namespace
+
+std::optional<QString> resolve(const QString& root, const QString& urlPath) {
+    const QString base = QDir::cleanPath(root);
+    const QString path = (urlPath.isEmpty() || urlPath == u"/") ? QStringLiteral("/index.html")
+                                                                : urlPath;
+    // Appended as a path, then standardised: "a/../../x" collapses before containment is judged.
+    const QString candidate = QDir::cleanPath(base + u'/' + path);
+    if (!within(base, candidate))
+        return std::nullopt;
+    const QFileInfo info(candidate);
+    if (info.exists()) {
+        // A link inside the bundle must not lead out of it either.
+        const QString real = info.canonicalFilePath();
+        const QString realBase = QFileInfo(base).canonicalFilePath();
+        if (!real.isEmpty() && !realBase.isEmpty() && !within(realBase, real))
+            return std::nullopt;
+        return candidate;
+    }
+    if (!extension(candidate).isEmpty())
+        return std::nullopt;
+    return base + u"/index.html";
+}
+
+QByteArray mimeType(const QString& fileName) {
+    const QString ext = extension(fileName).toLower();
+    if (ext == u"html")
+        return "text/html; charset=utf-8";
+    if (ext == u"js" || ext == u"mjs")
+        return "text/javascript; charset=utf-8";
+    if (ext == u"css")
+        return "text/css; charset=utf-8";
+    if (ext == u"json" || ext == u"webmanifest")
+        return "application/json; charset=utf-8";
+    if (ext == u"svg")
+        return "image/svg+xml";
+    if (ext == u"png")
+        return "image/png";
+    if (ext == u"jpg" || ext == u"jpeg")
+        return "image/jpeg";
+    if (ext == u"webp")
+        return "image/webp";
+    if (ext == u"woff2")
+        return "font/woff2";
+    if (ext == u"woff")
+        return "font/woff";
+    return "application/octet-stream";
+}
+
+} // namespace tovin::BundleRoutes

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+namespace tovin {
+
+// How the private scheme maps a request to the packaged web app: pure functions of the path,
+// the root folder and what exists on disk, kept apart from the browser engine so they can be
+// checked (and fuzzed) on their own.
+namespace BundleRoutes {
+
+inline constexpr char scheme[] = "tovin";
+inline constexpr char origin[] = "tovin://app";
+
+// The file inside `root` that answers the URL path, or none (a refusal or a real 404):
+// "" and "/" mean index.html; "." and ".." are collapsed; the result must be root itself or lie
+// below root + "/" (a sibling such as web-private beside web never passes); an existing file or
+// folder answers; a missing path with an extension is a 404; a missing extension-less route is
+// the application shell, index.html, so client-side routing can boot on any deep link.
+std::optional<QString> resolve(const QString& root, const QString& urlPath);
+
+// The Content-Type for a file name, by its extension compared in lower case.
+QByteArray mimeType(const QString& fileName);
+
+} // namespace BundleRoutes
+} // namespace tovin

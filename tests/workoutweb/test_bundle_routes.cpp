@@ -1,0 +1,68 @@
+#include "workoutweb/bundle_routes.h"
+
+#include "core/atomic_file.h"
+#include "support/fake_platform.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+TEST(BundleRoutes, ResolveTable) {
+    QTemporaryDir dir;
+    const QString root = dir.filePath(QStringLiteral("web"));
+    for (const char* file : {"web/index.html", "web/assets/app-1234.js", "web/APP.JS",
+                             "web/.well-known/x.txt", "web-private/secret.txt", "secret.txt"})
+        ASSERT_TRUE(writeFileAtomically(dir.filePath(QString::fromLatin1(file)), "x"));
+    ASSERT_TRUE(QFile::link(dir.filePath(QStringLiteral("secret.txt")),
+                            root + u"/leak.txt"));
+
+    const struct {
+        const char* path;
+        std::optional<QString> expected;
+    } cases[] = {
+        {"", root + u"/index.html"},
+        {"/", root + u"/index.html"},
+        {"/assets/app-1234.js", root + u"/assets/app-1234.js"},
+        {"/workout", root + u"/index.html"},
+        {"/settings/plan", root + u"/index.html"},
+        {"/.well-known", root + u"/.well-known"},
+        {"/nope.js", std::nullopt},
+        {"/assets/gone.css", std::nullopt},
+        {"/../secret.txt", std::nullopt},
+        {"/assets/../../secret.txt", std::nullopt},
+        {"/../web-private/secret.txt", std::nullopt},
+        {"/..", std::nullopt},
+        {"/assets/..", root},
+        {"/./assets/./app-1234.js", root + u"/assets/app-1234.js"},
+        {"/APP.JS", root + u"/APP.JS"},
+        {"/leak.txt", std::nullopt}, // a link out of the bundle
+        {"//etc/passwd", root + u"/index.html"}, // stays inside: just a deep route
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(BundleRoutes::resolve(root, QString::fromLatin1(c.path)), c.expected) << c.path;
+    // The root given with a trailing slash behaves the same.
+    EXPECT_EQ(BundleRoutes::resolve(root + u'/', QStringLiteral("/workout")), root + u"/index.html");
+}
+
+TEST(BundleRoutes, MimeTable) {
+    const struct {
+        const char* name;
+        const char* type;
+    } cases[] = {
+        {"index.html", "text/html; charset=utf-8"},  {"a.js", "text/javascript; charset=utf-8"},
+        {"APP.JS", "text/javascript; charset=utf-8"}, {"m.mjs", "text/javascript; charset=utf-8"},
+        {"s.css", "text/css; charset=utf-8"},        {"d.json", "application/json; charset=utf-8"},
+        {"m.webmanifest", "application/json; charset=utf-8"},
+        {"i.svg", "image/svg+xml"},                  {"i.png", "image/png"},
+        {"i.jpg", "image/jpeg"},                     {"i.JPEG", "image/jpeg"},
+        {"i.webp", "image/webp"},                    {"f.woff2", "font/woff2"},
+        {"f.woff", "font/woff"},                     {"page.htm", "application/octet-stream"},
+        {"LICENSE", "application/octet-stream"},     {".hidden", "application/octet-stream"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(BundleRoutes::mimeType(QString::fromLatin1(c.name)), QByteArray(c.type)) << c.name;
+}

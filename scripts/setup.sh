@@ -10,7 +10,7 @@ packages=(
     # toolchain
     build-essential cmake ninja-build pkg-config git
     # Qt, and the system services the platform layer talks to
-    qt6-base-dev libpulse-dev libx11-dev libxss-dev
+    qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxss-dev
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the calendar needs real zone data to pin time zones in tests

@@ -108,12 +108,8 @@ QString url() {
     return paths::dataDir() + u"/schedule.json";
 }
 
-std::optional<QList<Block>> decode(const QByteArray& bytes) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        return std::nullopt;
-    const QJsonValue blocks = doc.object().value(u"blocks");
+namespace {
+std::optional<QList<Block>> decodeArray(const QJsonValue& blocks) {
     if (!blocks.isArray())
         return std::nullopt;
     QList<Block> result;
@@ -126,12 +122,37 @@ std::optional<QList<Block>> decode(const QByteArray& bytes) {
     return result;
 }
 
-QByteArray encode(const QList<Block>& blocks) {
+QJsonArray encodeArray(const QList<Block>& blocks) {
     QJsonArray array;
     for (const Block& block : blocks)
         array.append(encodeBlock(block));
+    return array;
+}
+} // namespace
+
+std::optional<QList<Block>> decode(const QByteArray& bytes) {
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject())
+        return std::nullopt;
+    return decodeArray(doc.object().value(u"blocks"));
+}
+
+std::optional<QList<Block>> decodeBlockList(const QByteArray& bytes) {
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isArray())
+        return std::nullopt;
+    return decodeArray(doc.array());
+}
+
+QByteArray encodeBlockList(const QList<Block>& blocks) {
+    return QJsonDocument(encodeArray(blocks)).toJson(QJsonDocument::Compact);
+}
+
+QByteArray encode(const QList<Block>& blocks) {
     QJsonObject root;
-    root.insert(u"blocks", array);
+    root.insert(u"blocks", encodeArray(blocks));
     // QJsonObject keeps its keys sorted, which is the order the file promises.
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }

@@ -46,6 +46,10 @@ void writeExampleIfMissing(const QString& path = url());
 
 // The file form: decode refuses the whole file on any bad block; encode writes sorted keys.
 std::optional<QList<Block>> decode(const QByteArray& bytes);
+// A bare JSON array of block objects (as the workout page sends a plan).
+std::optional<QList<Block>> decodeBlockList(const QByteArray& bytes);
+// The week as a compact JSON array in the file's block form (for the workout page).
+QByteArray encodeBlockList(const QList<Block>& blocks);
 QByteArray encode(const QList<Block>& blocks);
 
 // Stable sort by minute of day, a malformed time counting as minute 0.

@@ -1,6 +1,7 @@
 #include "workoutweb/bundle_routes.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 namespace tovin::BundleRoutes {
@@ -68,6 +69,31 @@ QByteArray mimeType(const QString& fileName) {
     if (ext == u"woff")
         return "font/woff";
     return "application/octet-stream";
+}
+
+} // namespace tovin::BundleRoutes
+
+namespace tovin::BundleRoutes {
+
+Answer answer(const QString& root, const QString& host, const QString& urlPath) {
+    auto make = [](int status, QByteArray type, QByteArray body) {
+        Answer a{status, type, std::move(body), {}};
+        a.headers = {{QByteArrayLiteral("Content-Type"), type},
+                     {QByteArrayLiteral("Content-Length"), QByteArray::number(a.body.size())},
+                     {QByteArrayLiteral("Cache-Control"), QByteArrayLiteral("no-store")}};
+        return a;
+    };
+    const auto file = host == u"app" ? resolve(root, urlPath) : std::nullopt;
+    if (!file)
+        return make(404, QByteArrayLiteral("text/plain"), QByteArrayLiteral("not found"));
+    // A folder (the root itself, say) resolves but cannot be read: 404, not a server error.
+    QFile f(*file);
+    if (!QFileInfo(*file).isFile() || !f.open(QIODevice::ReadOnly))
+        return make(404, QByteArrayLiteral("text/plain"), QByteArrayLiteral("unreadable"));
+    QByteArray body = f.readAll();
+    if (f.error() != QFileDevice::NoError)
+        return make(404, QByteArrayLiteral("text/plain"), QByteArrayLiteral("unreadable"));
+    return make(200, mimeType(*file), std::move(body));
 }
 
 } // namespace tovin::BundleRoutes

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -24,6 +25,17 @@ std::optional<QString> resolve(const QString& root, const QString& urlPath);
 
 // The Content-Type for a file name, by its extension compared in lower case.
 QByteArray mimeType(const QString& fileName);
+
+// The whole answer to one request: 200 with the file, 404 "not found" or 404 "unreadable",
+// with exactly the headers Content-Type, Content-Length and Cache-Control: no-store (so an
+// update that replaces the folder is never hidden behind a cache).
+struct Answer {
+    int status = 404;
+    QByteArray contentType;
+    QByteArray body;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+};
+Answer answer(const QString& root, const QString& host, const QString& urlPath);
 
 } // namespace BundleRoutes
 } // namespace tovin

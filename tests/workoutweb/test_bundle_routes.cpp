@@ -66,3 +66,30 @@ TEST(BundleRoutes, MimeTable) {
     for (const auto& c : cases)
         EXPECT_EQ(BundleRoutes::mimeType(QString::fromLatin1(c.name)), QByteArray(c.type)) << c.name;
 }
+
+TEST(BundleRoutes, TheThreeAnswersCarryExactlyTheirHeaders) {
+    QTemporaryDir dir;
+    const QString root = dir.filePath(QStringLiteral("web"));
+    ASSERT_TRUE(writeFileAtomically(root + u"/index.html", "<!doctype html><p>hi</p>"));
+    using H = QList<std::pair<QByteArray, QByteArray>>;
+
+    auto shell = BundleRoutes::answer(root, QStringLiteral("app"), QStringLiteral("/workout"));
+    EXPECT_EQ(shell.status, 200);
+    EXPECT_EQ(shell.body, QByteArray("<!doctype html><p>hi</p>"));
+    EXPECT_EQ(shell.headers, (H{{"Content-Type", "text/html; charset=utf-8"},
+                               {"Content-Length", "24"},
+                               {"Cache-Control", "no-store"}}));
+
+    auto missing = BundleRoutes::answer(root, QStringLiteral("app"), QStringLiteral("/nope.js"));
+    EXPECT_EQ(missing.status, 404);
+    EXPECT_EQ(missing.body, QByteArray("not found"));
+    EXPECT_EQ(missing.headers, (H{{"Content-Type", "text/plain"},
+                                 {"Content-Length", "9"},
+                                 {"Cache-Control", "no-store"}}));
+
+    auto folder = BundleRoutes::answer(root, QStringLiteral("app"), QStringLiteral("/x/.."));
+    EXPECT_EQ(folder.status, 404);
+    EXPECT_EQ(folder.body, QByteArray("unreadable"));
+
+    EXPECT_EQ(BundleRoutes::answer(root, QStringLiteral("evil"), QStringLiteral("/")).status, 404);
+}

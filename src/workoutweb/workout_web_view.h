@@ -1,0 +1,97 @@
+#pragma once
+
+#include "core/clock.h"
+#include "schedule/block.h"
+
+#include <QJsonObject>
+#include <QPointer>
+#include <QWidget>
+
+#include <memory>
+#include <optional>
+
+class QWebChannel;
+class QWebEnginePage;
+class QWebEngineProfile;
+class QWebEngineView;
+
+namespace tovin {
+
+class PromiseLedger;
+
+// Told what the page did: finished the workout, or failed to show anything. The controller
+// then records the promise, or releases the screen rather than hold it for a blank window.
+class WorkoutWebDelegate {
+public:
+    virtual ~WorkoutWebDelegate() = default;
+    virtual void workoutCompleted(const QString& exercise, qint64 reps) = 0;
+    virtual void workoutWebFailed(const QString& detail) = 0;
+};
+
+class WorkoutBridge;
+
+// Hosts the packaged workout web app: serves it over tovin://app, injects window.TOVIN_NATIVE
+// before the page's first script, applies the page's messages to the settings, the week and
+// the ledger, and watches that the page really rendered. The page gets no network at all.
+class WorkoutWebView final : public QWidget {
+    Q_OBJECT
+public:
+    enum class Mode { Setup, Locked, Retest };
+    static QString toString(Mode mode);
+
+    // Seconds after the first load before the page must show more than 19 characters.
+    static constexpr double defaultRenderGrace = 15;
+
+    // Where the page and its messages reach; the defaults are the person's real files. Tests
+    // point them at throw-away ones.
+    struct Sources {
+        QString schedulePath;        // the week the page sees and a plan rewrites
+        PromiseLedger* ledger = nullptr; // the ledger handed over and merged into
+    };
+
+    WorkoutWebView(QString root, Mode mode, std::optional<QString> blockLabel, Clock& clock,
+                   QWidget* parent = nullptr, std::optional<Sources> sources = std::nullopt,
+                   double renderGrace = defaultRenderGrace);
+    ~WorkoutWebView() override;
+
+    // The installed web app (share/tovin/web beside bin/), else the build tree's staged copy;
+    // none when neither holds an index.html.
+    static std::optional<QString> bundledRoot();
+
+    // The persistent browser profile all views share, under Tovin's data folder.
+    static QWebEngineProfile* profile();
+
+    void setDelegate(WorkoutWebDelegate* delegate) { delegate_ = delegate; }
+    void showStanding(const QString& json);
+
+    // One page message: {"type": …, …}. Malformed messages are dropped without a word.
+    void handle(const QJsonObject& message);
+
+    // The injected bridge, exactly as the page receives it.
+    QString bridgeScript() const;
+
+    QWebEngineView* webView() const { return view_; }
+    QWebEnginePage* page() const;
+    Mode mode() const { return mode_; }
+
+private:
+    void loadFailed(const QString& detail);
+    void startRenderWatchdog();
+    void checkRender();
+
+    QString root_;
+    Mode mode_;
+    std::optional<QString> blockLabel_;
+    Clock& clock_;
+    Sources sources_;
+    double renderGrace_;
+    WorkoutWebDelegate* delegate_ = nullptr;
+    QWebEngineView* view_ = nullptr;
+    QWebChannel* channel_ = nullptr;
+    WorkoutBridge* bridge_ = nullptr;
+    std::unique_ptr<Timer> renderWatchdog_;
+    bool renderChecked_ = false;
+    bool failed_ = false;
+};
+
+} // namespace tovin

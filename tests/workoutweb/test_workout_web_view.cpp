@@ -1,0 +1,277 @@
+// The web view against fixture pages, headless: the bridge is there before the first script,
+// the page's messages change exactly what they should, a blank page is caught, and the page
+// can reach nothing outside its own bundle.
+
+#include "workoutweb/bundle_scheme_handler.h"
+#include "workoutweb/workout_web_view.h"
+
+#include "journal/journal.h"
+#include "promises/promise_ledger.h"
+#include "schedule/schedule_store.h"
+#include "schedule/settings.h"
+#include "support/fake_clock.h"
+#include "support/fake_platform.h"
+
+#include <QApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWebEnginePage>
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+namespace {
+
+const QString fixtures = QStringLiteral(TOVIN_WEB_FIXTURES);
+
+class Recorder final : public WorkoutWebDelegate {
+public:
+    QList<std::pair<QString, qint64>> completed;
+    QStringList failures;
+    void workoutCompleted(const QString& exercise, qint64 reps) override {
+        completed.append({exercise, reps});
+    }
+    void workoutWebFailed(const QString& detail) override { failures.append(detail); }
+};
+
+class WebViewTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Settings::setStore(std::make_shared<MemorySettingsStore>());
+        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-web.log")));
+        ScheduleStore::saveAll({Block{QStringLiteral("13:00"), QStringLiteral("The Classic 7"),
+                                      Block::Kind::Workout, {}, QList<int>{2, 3}},
+                                Block{QStringLiteral("16:30"), QStringLiteral("Walk"),
+                                      Block::Kind::Away, 15, {}}},
+                               schedulePath);
+    }
+    void TearDown() override {
+        view.reset();
+        Journal::setOverrideURL(std::nullopt);
+        Settings::setStore(nullptr);
+    }
+
+    WorkoutWebView& open(const QString& fixture, WorkoutWebView::Mode mode = WorkoutWebView::Mode::Locked,
+                         std::optional<QString> label = QStringLiteral("The Classic 7")) {
+        view = std::make_unique<WorkoutWebView>(fixtures + u'/' + fixture, mode, label, clock,
+                                                nullptr,
+                                                WorkoutWebView::Sources{schedulePath, &ledger});
+        view->setDelegate(&recorder);
+        view->resize(800, 600);
+        view->show();
+        QSignalSpy loaded(view->page(), &QWebEnginePage::loadFinished);
+        EXPECT_TRUE(loaded.wait(30000)) << "the page did not load";
+        return *view;
+    }
+
+    // Runs script in the page and waits for its value.
+    QVariant eval(const QString& script) {
+        QVariant result;
+        bool done = false;
+        view->page()->runJavaScript(script, [&](const QVariant& v) {
+            result = v;
+            done = true;
+        });
+        EXPECT_TRUE(QTest::qWaitFor([&] { return done; }, 10000)) << script.toStdString();
+        return result;
+    }
+
+    QJsonObject evalJson(const QString& script) {
+        return QJsonDocument::fromJson(eval(u"JSON.stringify(" + script + u")").toString().toUtf8())
+            .object();
+    }
+
+    QTemporaryDir dir;
+    QString schedulePath = dir.filePath(QStringLiteral("schedule.json"));
+    PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
+    fakes::FakeClock clock;
+    Recorder recorder;
+    std::unique_ptr<WorkoutWebView> view;
+};
+
+} // namespace
+
+TEST_F(WebViewTest, TheBridgeIsThereForTheFirstScript) {
+    Settings::setLockoutWorkoutID(QStringLiteral("it's \"the\" \\classic"));
+    Settings::setActiveWeekdays({6, 2, 4});
+    Settings::setHasOnboarded(true);
+    open(QStringLiteral("bridge"), WorkoutWebView::Mode::Locked, QStringLiteral("Lunch \"Mover\" ’25"));
+    const QJsonObject seen = evalJson(QStringLiteral("window.__firstSight"));
+    EXPECT_EQ(seen.value(u"mode").toString(), u"locked");
+    EXPECT_EQ(seen.value(u"lockoutWorkoutId").toString(), u"it's \"the\" \\classic");
+    EXPECT_EQ(seen.value(u"blockLabel").toString(), u"Lunch \"Mover\" ’25");
+    EXPECT_TRUE(seen.value(u"blocksIsArray").toBool());
+    EXPECT_EQ(seen.value(u"blockCount").toInt(), 2);
+    EXPECT_EQ(seen.value(u"completeType").toString(), u"function");
+    EXPECT_TRUE(seen.value(u"promisesIsArray").toBool());
+    EXPECT_EQ(seen.value(u"weekdays").toArray(), (QJsonArray{2, 4, 6}));
+    EXPECT_TRUE(seen.value(u"onboarded").toBool());
+    // Module scripts and their imports come through the private scheme.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__moduleLoaded")).toInt() == 42; }, 10000));
+}
+
+TEST_F(WebViewTest, ModesAndAnUnsetWorkout) {
+    open(QStringLiteral("bridge"), WorkoutWebView::Mode::Retest, std::nullopt);
+    EXPECT_EQ(eval(QStringLiteral("TOVIN_NATIVE.mode")).toString(), u"retest");
+    EXPECT_EQ(eval(QStringLiteral("typeof TOVIN_NATIVE.lockoutWorkoutId")).toString(), u"undefined");
+    EXPECT_EQ(eval(QStringLiteral("TOVIN_NATIVE.blockLabel === null")).toBool(), true);
+}
+
+TEST_F(WebViewTest, CompletionReachesTheDelegateEveryTime) {
+    open(QStringLiteral("bridge"));
+    eval(QStringLiteral("TOVIN_NATIVE.complete('Squat', 12); TOVIN_NATIVE.complete('Squat', 12); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.completed.size() == 2; }, 10000));
+    EXPECT_EQ(recorder.completed[0], (std::pair<QString, qint64>{QStringLiteral("Squat"), 12}));
+    eval(QStringLiteral("TOVIN_NATIVE.complete(); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.completed.size() == 3; }, 10000));
+    EXPECT_EQ(recorder.completed[2], (std::pair<QString, qint64>{QString(), 0}));
+}
+
+TEST_F(WebViewTest, SaveSettingsRules) {
+    Settings::setLockoutWorkoutID(QStringLiteral("old"));
+    open(QStringLiteral("bridge"));
+    eval(QStringLiteral("TOVIN_NATIVE.saveSettings({ triggerAfterMinutes: 2, weekdays: [0, 1, 7, 8],"
+                        " fromMinute: 480, toMinute: 1200, onboarded: true, lockoutWorkoutId: '',"
+                        " retestDueInDays: 28 }); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return Settings::hasOnboarded(); }, 10000));
+    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
+    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(Settings::activeFromMinute(), 480);
+    EXPECT_EQ(Settings::activeToMinute(), 1200);
+    EXPECT_EQ(Settings::lockoutWorkoutID(), std::nullopt); // empty text clears it
+    EXPECT_EQ(Settings::retestDueInDays(), 28);
+    EXPECT_EQ(Settings::retestReportedAt(), clock.now());
+
+    // Absent keys leave their settings alone; wrong types are skipped.
+    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSettings")},
+                             {QStringLiteral("fromMinute"), QStringLiteral("nine")},
+                             {QStringLiteral("lockoutWorkoutId"), QStringLiteral("classic-7")}});
+    EXPECT_EQ(Settings::activeFromMinute(), 480);
+    EXPECT_EQ(Settings::lockoutWorkoutID(), u"classic-7");
+    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
+}
+
+TEST_F(WebViewTest, APlanRewritesTheWeekAndAnnouncesIt) {
+    open(QStringLiteral("bridge"));
+    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
+    eval(QStringLiteral("TOVIN_NATIVE.setWorkoutPlan([{at: '09:00', label: 'Plan A', kind: 'workout', days: [2]},"
+                        " {at: '15:00', label: 'Plan B', kind: 'workout'}]); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return changed.count() == 1; }, 10000));
+    QStringList keys;
+    for (const Block& b : ScheduleStore::load(schedulePath))
+        keys.append(b.key());
+    EXPECT_EQ(keys, (QStringList{QStringLiteral("09:00|Plan A|workout"), QStringLiteral("15:00|Plan B|workout"),
+                                 QStringLiteral("16:30|Walk|away")}));
+    // A malformed plan changes nothing; saveSchedule is deliberately not heard.
+    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")},
+                             {QStringLiteral("blocks"), QStringLiteral("[{\"at\": 9}]")}});
+    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSchedule")},
+                             {QStringLiteral("blocks"), QStringLiteral("[]")}});
+    EXPECT_EQ(changed.count(), 1);
+    EXPECT_EQ(ScheduleStore::load(schedulePath).size(), 3);
+}
+
+TEST_F(WebViewTest, PromisesSyncedOnlyEverGrowsTheLedger) {
+    ledger.record({QDateTime(QDate(2026, 3, 1), QTime(9, 0), QTimeZone::utc()),
+                   PromiseRecord::Outcome::Tovin, QStringLiteral("squat"), 10, 10, {}, {}},
+                  false);
+    open(QStringLiteral("bridge"));
+    eval(QStringLiteral("TOVIN_NATIVE.promisesSynced(TOVIN_NATIVE.promises.concat([{date: '2026-02-27T08:00:00Z',"
+                        " outcome: 'broken', exercise: 'pushup', reps: 2, cleanReps: 1, reason: 'Genuinely urgent'}])); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ledger.records().size() == 2; }, 10000));
+    EXPECT_EQ(ledger.records()[0].exercise, u"pushup"); // oldest first
+    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
+                             {QStringLiteral("promises"), QStringLiteral("[]")}});
+    EXPECT_EQ(ledger.records().size(), 2);
+    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
+                             {QStringLiteral("promises"), QStringLiteral("not json")}});
+    EXPECT_EQ(ledger.records().size(), 2);
+}
+
+TEST_F(WebViewTest, BusySetsAndClears) {
+    open(QStringLiteral("bridge"));
+    eval(QStringLiteral("TOVIN_NATIVE.setBusy('mid-workout'); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return Settings::busyReason().has_value(); }, 10000));
+    EXPECT_EQ(Settings::busyReason(), u"mid-workout");
+    EXPECT_EQ(Settings::busyUntil(), clock.now().addSecs(180));
+    eval(QStringLiteral("TOVIN_NATIVE.clearBusy(); 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !Settings::busyReason().has_value(); }, 10000));
+    EXPECT_EQ(Settings::busyUntil(), std::nullopt);
+}
+
+TEST_F(WebViewTest, StandingReachesAPageListener) {
+    open(QStringLiteral("bridge"));
+    view->showStanding(ledger.standingJSON());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__standings.length")).toInt() == 1; }, 10000));
+    EXPECT_EQ(evalJson(QStringLiteral("window.__standings[0]")),
+              QJsonDocument::fromJson(ledger.standingJSON().toUtf8()).object());
+}
+
+TEST_F(WebViewTest, ABlankPageFailsAfterTheGraceWithItsErrors) {
+    open(QStringLiteral("blank"));
+    clock.advance(14.9);
+    QTest::qWait(100);
+    EXPECT_TRUE(recorder.failures.isEmpty());
+    clock.advance(0.1);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !recorder.failures.isEmpty(); }, 10000));
+    EXPECT_TRUE(recorder.failures[0].startsWith(u"The workout screen loaded but rendered nothing:\n\n"))
+        << recorder.failures[0].toStdString();
+    EXPECT_TRUE(recorder.failures[0].contains(u"boom at start"));
+}
+
+TEST_F(WebViewTest, TwentyCharactersCountAsRendered) {
+    open(QStringLiteral("short"));
+    clock.advance(15);
+    QTest::qWait(500);
+    EXPECT_TRUE(recorder.failures.isEmpty());
+}
+
+TEST_F(WebViewTest, ThePageReachesNothingOutsideItsBundle) {
+    open(QStringLiteral("bridge"));
+    eval(QStringLiteral("window.__net = 'pending'; var x = new XMLHttpRequest();"
+                        " x.onload = function () { window.__net = 'loaded'; };"
+                        " x.onerror = function () { window.__net = 'refused'; };"
+                        " x.open('GET', 'https://example.com/'); x.send(); 1"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__net")).toString() == u"refused"; }, 10000));
+    // A missing asset of the bundle is a failed load, never the application shell.
+    eval(QStringLiteral("window.__missing = 'pending'; var s = document.createElement('script');"
+                        " s.src = '/nope.js'; s.onerror = function () { window.__missing = 'error'; };"
+                        " s.onload = function () { window.__missing = 'loaded'; }; document.head.appendChild(s); 1"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__missing")).toString() == u"error"; }, 10000));
+    // No navigation away from the app.
+    eval(QStringLiteral("location.href = 'https://example.com/'; 1"));
+    QTest::qWait(300);
+    EXPECT_EQ(view->page()->url().scheme(), u"tovin");
+}
+
+TEST_F(WebViewTest, AMissingBundleFailsTheLoad) {
+    view = std::make_unique<WorkoutWebView>(dir.filePath(QStringLiteral("no-such-web")),
+                                            WorkoutWebView::Mode::Locked, std::nullopt, clock,
+                                            nullptr, WorkoutWebView::Sources{schedulePath, &ledger});
+    view->setDelegate(&recorder);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !recorder.failures.isEmpty(); }, 30000));
+}
+
+int main(int argc, char** argv) {
+    QTemporaryDir home;
+    for (const char* var : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"}) {
+        const QString d = home.path() + u'/' + QString::fromLatin1(var);
+        QDir().mkpath(d);
+        QFile::setPermissions(d, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv(var, d.toLocal8Bit());
+    }
+    // Headless, and as root in CI: Chromium's sandbox cannot run there.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu --disable-background-networking");
+    BundleSchemeHandler::registerScheme();
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,61 @@
+import { Component, render, type ComponentChildren } from 'preact';
+
+import { resolveCircuit } from './circuits';
+import { connect, type Native } from './native';
+import { daysUntilRetest, lastRetestKey } from './retest';
+import { Locked } from './screens/Locked';
+import { Retest } from './screens/Retest';
+import { Setup } from './screens/Setup';
+import './styles.css';
+
+const fallbackText =
+  'Something went wrong showing this screen. Your workout still counts when you finish it; press Esc five times to leave now.';
+
+// A render error must never leave a blank screen: the shell treats an empty body as a failed
+// page, and a person must always see what to do.
+class Guard extends Component<{ children: ComponentChildren }, { failed: boolean }> {
+  state = { failed: false };
+  static getDerivedStateFromError() {
+    return { failed: true };
+  }
+  render() {
+    return this.state.failed ? <p class="boot">{fallbackText}</p> : this.props.children;
+  }
+}
+
+/** Tells the shell how many days remain until the next fitness check, on every boot. */
+function reportRetest(native: Native) {
+  try {
+    const last = window.localStorage.getItem(lastRetestKey);
+    const days = daysUntilRetest(last ? new Date(last) : undefined, new Date());
+    if (days !== undefined) native.saveSettings({ retestDueInDays: days });
+  } catch {
+    // No storage, nothing to report.
+  }
+}
+
+function App({ native }: { native: Native }) {
+  if (native.mode === 'setup') return <Setup native={native} />;
+  if (native.mode === 'retest') return <Retest native={native} />;
+  const { circuit, fellBack } = resolveCircuit(native.lockoutWorkoutId);
+  return <Locked native={native} circuit={circuit} fellBack={fellBack} />;
+}
+
+const root = document.getElementById('app')!;
+try {
+  const native = connect();
+  reportRetest(native);
+  root.textContent = '';
+  render(
+    <Guard>
+      <App native={native} />
+    </Guard>,
+    root,
+  );
+} catch {
+  root.innerHTML = '';
+  const p = document.createElement('p');
+  p.className = 'boot';
+  p.textContent = fallbackText;
+  root.append(p);
+}

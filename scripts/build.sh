@@ -3,6 +3,10 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"
+# A newer Node.js fetched by setup.sh (only where the system's is too old) comes first.
+if [ -d "$root/.tools/node/node_modules/.bin" ]; then
+    export PATH="$root/.tools/node/node_modules/.bin:$PATH"
+fi
 
 build="${TOVIN_BUILD_DIR:-$root/build}"
 if [ ! -f "$build/build.ninja" ]; then

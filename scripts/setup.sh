@@ -18,6 +18,8 @@ packages=(
     # real parts for the platform tests: a sound server, an X server and input, a private bus
     pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon
     fonts-dejavu-core
+    # the workout web app's end-to-end checks drive Debian's Chromium
+    chromium
 )
 
 for arg in "$@"; do
@@ -35,7 +37,31 @@ for p in "${packages[@]}"; do
     fi
 done
 
+# The web app builds with Vite 7, which needs Node.js 20.19 or later. A machine without a node
+# gets Debian's, which is older; a newer one then comes from the npm registry (web-node below).
+node_ok() {
+    command -v node >/dev/null 2>&1 &&
+        node -e 'const [a,b]=process.versions.node.split(".").map(Number);process.exit(a>20||(a===20&&b>=19)?0:1)'
+}
+if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
+    for p in nodejs npm; do
+        if [ "$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null)" != "install ok installed" ]; then
+            missing+=("$p")
+        fi
+    done
+fi
+
+install_newer_node() {
+    local root
+    root=$(cd "$(dirname "$0")/.." && pwd)
+    if [ ! -x "$root/.tools/node/node_modules/node/bin/node" ]; then
+        echo "setup: Node.js $(node --version) is too old for the web build; fetching Node 22 from npm"
+        npm install --no-audit --no-fund --prefix "$root/.tools/node" node@22 >/dev/null
+    fi
+}
+
 if [ ${#missing[@]} -eq 0 ]; then
+    node_ok || install_newer_node
     exit 0
 fi
 
@@ -52,3 +78,5 @@ fi
 export DEBIAN_FRONTEND=noninteractive
 "${sudo[@]}" apt-get -o DPkg::Lock::Timeout=600 update -qq
 "${sudo[@]}" apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends "${missing[@]}"
+
+node_ok || install_newer_node

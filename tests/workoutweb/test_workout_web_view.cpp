@@ -256,6 +256,41 @@ TEST_F(WebViewTest, AMissingBundleFailsTheLoad) {
     EXPECT_TRUE(QTest::qWaitFor([&] { return !recorder.failures.isEmpty(); }, 30000));
 }
 
+// The real web build, staged by the build: every mode boots to its screen, a lockout renders
+// well past the watchdog's threshold, and setup reports through the bridge.
+TEST_F(WebViewTest, TheRealWebAppBootsEveryMode) {
+    const auto root = WorkoutWebView::bundledRoot();
+    ASSERT_TRUE(root) << "the web app was not staged: the web_app target builds it";
+    Settings::setLockoutWorkoutID(QStringLiteral("two-minute-spark"));
+    const struct {
+        WorkoutWebView::Mode mode;
+        const char16_t* heading;
+    } cases[] = {{WorkoutWebView::Mode::Locked, u"Jumping jacks"},
+                 {WorkoutWebView::Mode::Setup, u"Set up your breaks"},
+                 {WorkoutWebView::Mode::Retest, u"Push-ups in 60 seconds"}};
+    for (const auto& c : cases) {
+        view = std::make_unique<WorkoutWebView>(*root, c.mode, QStringLiteral("Lunch"), clock, nullptr,
+                                                WorkoutWebView::Sources{schedulePath, &ledger});
+        view->setDelegate(&recorder);
+        view->resize(1200, 800);
+        view->show();
+        QSignalSpy loaded(view->page(), &QWebEnginePage::loadFinished);
+        ASSERT_TRUE(loaded.wait(30000));
+        const QString heading = QString::fromUtf16(c.heading);
+        EXPECT_TRUE(QTest::qWaitFor([&] {
+            return eval(QStringLiteral("document.querySelector('h1') ? document.querySelector('h1').innerText : ''"))
+                       .toString() == heading;
+        }, 10000)) << heading.toStdString();
+        clock.advance(15);
+        QTest::qWait(300);
+        EXPECT_TRUE(recorder.failures.isEmpty()) << recorder.failures.join(u'|').toStdString();
+        // A running lockout marks the person busy through the bridge.
+        if (c.mode == WorkoutWebView::Mode::Locked) {
+            EXPECT_EQ(Settings::busyReason(), u"mid-workout");
+        }
+    }
+}
+
 int main(int argc, char** argv) {
     QTemporaryDir home;
     for (const char* var : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"}) {

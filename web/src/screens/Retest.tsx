@@ -97,11 +97,11 @@ function CountTest({ title, how, onDone }: { title: string; how: string; onDone:
         </button>
       )}
       <div class="counter">
-        <button class="secondary" aria-label="One fewer" onClick={() => setCount((c) => Math.max(0, c - 1))}>
-          −
+        <button class="secondary" aria-label="−1, one fewer" onClick={() => setCount((c) => Math.max(0, c - 1))}>
+          −1
         </button>
         <output aria-live="polite" aria-label="Count">{count}</output>
-        <button class="primary" aria-label="One more" onClick={() => setCount((c) => c + 1)}>
+        <button class="primary" aria-label="+1, one more" onClick={() => setCount((c) => c + 1)}>
           +1
         </button>
       </div>

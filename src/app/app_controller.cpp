@@ -1,11 +1,19 @@
 #include "app/app_controller.h"
 
+#include "app/away_view.h"
 #include "guards/call_detector.h"
+#include "promises/promise_ledger.h"
 #include "journal/journal.h"
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 
+#include <QApplication>
+#include <QFileInfo>
 #include <QGuiApplication>
+#include <QMessageBox>
+#include <QVBoxLayout>
+
+#include <cstdio>
 
 #include <cmath>
 
@@ -23,8 +31,33 @@ QString wholeMinutes(double minutes) {
 
 AppController::AppController(Clock& clock, IdleSource& idle, QObject* parent)
     : QObject(parent), clock_(clock), idle_(idle), scheduleURL_(ScheduleStore::url()),
-      countdown_(clock), usage_(clock, idle) {
+      shield_(clock), countdown_(clock), usage_(clock, idle) {
     usage_.onDue = [this] { lockoutBecameDue(); };
+    shield_.setDelegate(this);
+    showAlert = [](const QString& title, const QString& detail) {
+        QMessageBox box(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
+        box.setInformativeText(detail);
+        box.exec();
+    };
+    terminate = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
+    // By default a lockout shows the bundled web app, or the away screen for an away block.
+    contentFactory_ = [](const LockoutContent& c, AppController& self) -> QWidget* {
+        if (c.away)
+            return new AwayView(c.label, c.endsAt, self.clock(), self.calendar());
+        auto* container = new QWidget;
+        container->setStyleSheet(QStringLiteral("background: black;"));
+        auto* layout = new QVBoxLayout(container);
+        layout->setContentsMargins(0, 0, 0, 0);
+        auto* web = new WorkoutWebView(c.webRoot, c.mode, c.blockLabel, self.clock(), container);
+        web->setDelegate(&self);
+        layout->addWidget(web);
+        self.workoutWeb_ = web;
+        return container;
+    };
+}
+
+PromiseLedger& AppController::ledger() const {
+    return ledger_ ? *ledger_ : PromiseLedger::shared();
 }
 
 AppController::~AppController() {
@@ -103,8 +136,7 @@ void AppController::machineDidWake() {
 void AppController::checkSchedule() {
     const QDateTime now = clock_.now();
     lastTickAt_ = now;
-    if (shield_.enforceValve)
-        shield_.enforceValve(now);
+    shield_.enforceValve(now);
 
     const Calendar cal = calendar();
     const qint64 today = cal.dayNumber(now);
@@ -244,15 +276,108 @@ std::optional<Block> AppController::overdueRetestBlock() {
 void AppController::raiseLockout(bool rehearsal) {
     if (shieldIsUp())
         return;
-    if (!Settings::lockoutWorkoutID() && !rehearsal)
+    if (!Settings::lockoutWorkoutID() && !rehearsal) {
+        if (openSetupWindow)
+            openSetupWindow();
+        showAlert(QStringLiteral("Choose a workout first."),
+                  QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
+                                 "should run. Pick one in the setup window and it'll start holding "
+                                 "you to it."));
         return;
+    }
+    const auto root = webRoot_ ? webRoot_ : WorkoutWebView::bundledRoot();
+    if (!root || !QFileInfo(*root + u"/index.html").isFile()) {
+        explainAndQuit(QStringLiteral("Workout UI is missing."),
+                       QStringLiteral("Tovin couldn't find its bundled web app, so it didn't lock "
+                                      "anything. Rebuild with ./scripts/run.sh, which stages it "
+                                      "beside the app."));
+        return;
+    }
     finished_ = false;
     deferTimer_.reset();
     countdown_.dismiss();
+
+    LockoutContent content;
+    content.webRoot = *root;
+    if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Away) {
+        const Block block = *pendingBlock_;
+        markServed(block);
+        const double held = Schedule::heldMinutes(block);
+        content.away = true;
+        content.label = block.label;
+        content.endsAt = clock_.now().addMSecs(qint64(held * 60'000));
+        if (hideSetupWindow)
+            hideSetupWindow();
+        QWidget* view = contentFactory_(content, *this);
+        awayTimer_ = clock_.singleShot(held * 60.0, [this, block] { awayBlockTovin(block); });
+        // The valve outlasts the away time by two minutes, unless the setting is shorter.
+        shield_.raise(view, rehearsal, std::min(Settings::maxShieldMinutes(), held + 2));
+        return;
+    }
     if (pendingBlock_)
         markServed(*pendingBlock_);
-    if (shield_.raised)
-        shield_.raised(rehearsal, pendingBlock_);
+    if (hideSetupWindow)
+        hideSetupWindow();
+    content.mode = pendingBlock_ && pendingBlock_->kind == Block::Kind::Retest
+                       ? WorkoutWebView::Mode::Retest
+                       : WorkoutWebView::Mode::Locked;
+    if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Workout)
+        content.blockLabel = pendingBlock_->label;
+    QWidget* view = contentFactory_(content, *this);
+    shield_.raise(view, rehearsal, Settings::maxShieldMinutes());
+}
+
+bool AppController::wasPresent(double idleAtEnd, double heldMinutes, double margin) {
+    return idleAtEnd <= heldMinutes * 60.0 + margin;
+}
+
+void AppController::record(PromiseRecord promise) {
+    promise.date = clock_.now();
+    ledger().record(std::move(promise), shield_.isRehearsal());
+}
+
+void AppController::awayBlockTovin(const Block& block) {
+    if (finished_)
+        return;
+    finished_ = true;
+    const double idle = idle_.secondsSinceLastInput();
+    // Walking away for the whole block is what was promised; being idle since long before it
+    // began (a machine left on all morning) is not.
+    if (wasPresent(idle, Schedule::heldMinutes(block)))
+        record({{}, PromiseRecord::Outcome::Tovin, block.label, 0, 0, std::nullopt, true});
+    else
+        Journal::note(QStringLiteral("ledger"), block.label + u" not recorded — machine already idle " +
+                                                    wholeMinutes(idle / 60.0) +
+                                                    u" min when the block began");
+    shield_.lower();
+    standDown();
+}
+
+void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
+    if (!shieldIsUp() || finished_)
+        return;
+    finished_ = true;
+    record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, reps, std::nullopt, false});
+    if (!shield_.isRehearsal() && workoutWeb_)
+        workoutWeb_->showStanding(ledger().standingJSON());
+    // Long enough to see the new standing on the page before the screen comes back.
+    lowerTimer_ = clock_.singleShot(3.0, [this] {
+        shield_.lower();
+        standDown();
+    });
+}
+
+void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason) {
+    finished_ = true;
+    QString exercise = pendingBlock_ ? pendingBlock_->label
+                                     : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
+    record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, reason, std::nullopt});
+    standDown();
+}
+
+void AppController::shieldPanicked() {
+    finished_ = true;
+    terminate();
 }
 
 void AppController::shieldYielded() {
@@ -265,11 +390,115 @@ void AppController::shieldTimedOut() {
     standDown();
 }
 
+void AppController::shieldKeyPressed(const QString&) {
+    // The camera coach's keys arrive here once the coach is part of a lockout.
+}
+
+void AppController::workoutWebFailed(const QString& detail) {
+    if (finished_)
+        return;
+    finished_ = true;
+    // Never hold a machine for a blank window: the screen comes back first.
+    shield_.lower();
+    explainAndQuit(QStringLiteral("The workout screen didn't load."),
+                   u"Tovin released your screen rather than hold it for a blank window.\n\n" +
+                       detail);
+}
+
 void AppController::standDown() {
+    workoutWeb_ = nullptr;
+    awayTimer_.reset();
+    lowerTimer_.reset();
     pendingBlock_.reset();
+    if (shield_.isRehearsal() && openSetupWindow)
+        openSetupWindow();
     usage_.reset();
     if (!usage_.isRunning())
         usage_.start();
+}
+
+void AppController::explainAndQuit(const QString& title, const QString& detail) {
+    if (rehearsalOnly_) {
+        QString line = u"explainAndQuit (suppressed under --self-test): " + title + u" — " + detail;
+        std::printf("%s\n", line.toUtf8().constData());
+        std::fflush(stdout);
+        return;
+    }
+    showAlert(title, detail);
+    terminate();
+}
+
+void AppController::pauseAnHour() {
+    pausedUntil_ = clock_.now().addSecs(3600);
+    usage_.stop();
+    deferTimer_.reset();
+    countdown_.dismiss();
+    pauseTimer_ = clock_.singleShot(3600, [this] { resumeWatching(); });
+}
+
+void AppController::resumeWatching() {
+    pausedUntil_.reset();
+    pauseTimer_.reset();
+    usage_.reset();
+    if (!usage_.isRunning())
+        usage_.start();
+}
+
+QString AppController::statusLine() {
+    const QDateTime now = clock_.now();
+    StatusInputs in;
+    in.shieldUp = shieldIsUp();
+    if (pausedUntil_)
+        in.pausedSecondsLeft = double(now.msecsTo(*pausedUntil_)) / 1000.0;
+    const Calendar cal = calendar();
+    in.next = schedule_.upcoming(now, firedToday_, cal);
+    in.hoursAllow = Settings::scheduleAllows(now, cal);
+    in.usageRunning = usage_.isRunning();
+    in.workoutChosen = Settings::lockoutWorkoutID().has_value();
+    in.triggerSeconds = Settings::triggerAfterMinutes() * 60.0;
+    in.continuousUseSeconds = usage_.continuousUseSeconds();
+    return statusLine(in);
+}
+
+QString AppController::statusLine(const StatusInputs& in) {
+    auto describe = [](const Schedule::Upcoming& next) {
+        if (next.minutesAway < 2)
+            return QString(next.block.label + u" — any minute");
+        return QString(next.block.label + u" in " + QString::number(next.minutesAway) + u" min");
+    };
+    if (in.shieldUp)
+        return QStringLiteral("Locked out now");
+    if (in.pausedSecondsLeft)
+        return u"Paused — " + QString::number(std::max<qint64>(0, qint64(*in.pausedSecondsLeft / 60))) +
+               u" min left";
+    if (in.usageRunning && in.workoutChosen) {
+        const double left = in.triggerSeconds - in.continuousUseSeconds;
+        const qint64 usageLeft = std::max<qint64>(1, qint64(left / 60.0));
+        if (left <= 0 && !in.next)
+            return QStringLiteral("Due — waiting for a good moment");
+        if (in.next && in.next->minutesAway <= usageLeft)
+            return describe(*in.next);
+        return u"Next lockout in about " + QString::number(usageLeft) + u" min";
+    }
+    if (in.next)
+        return describe(*in.next);
+    if (!in.workoutChosen)
+        return QStringLiteral("Not set up — nothing will happen");
+    return in.hoursAllow ? QStringLiteral("Not watching")
+                         : QStringLiteral("Outside your hours — won't interrupt");
+}
+
+QString AppController::standingLine() const {
+    const PromiseLedger& l = ledger();
+    return standingLine(l.records().size(), l.streak(), l.tovin(), l.broken());
+}
+
+QString AppController::standingLine(qsizetype records, int streak, int tovin, int broken) {
+    if (records == 0)
+        return QStringLiteral("No promises yet");
+    const QString prefix = streak > 0 ? QString::number(streak) + u" in a row · "
+                                      : QStringLiteral("Streak broken · ");
+    return prefix + QString::number(tovin) + u" tovin · " + QString::number(broken) + u" broken";
 }
 
 } // namespace tovin

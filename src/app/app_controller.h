@@ -2,6 +2,8 @@
 
 #include "app/countdown_panel.h"
 #include "core/calendar.h"
+#include "shield/shield_controller.h"
+#include "workoutweb/workout_web_view.h"
 #include "core/clock.h"
 #include "guards/idle_source.h"
 #include "guards/usage_watcher.h"
@@ -24,7 +26,7 @@ namespace tovin {
 //
 // Everything runs on the main thread. Time and timers come from the Clock, idle seconds from
 // the IdleSource, so the whole cycle runs under test with simulated hours.
-class AppController final : public QObject {
+class AppController final : public QObject, public ShieldDelegate, public WorkoutWebDelegate {
     Q_OBJECT
 public:
     // Every deferral after a hold-off or a cancelled countdown, in minutes.
@@ -33,18 +35,30 @@ public:
     // How far beyond its interval a tick may be late before the machine is taken to have slept.
     static constexpr double wakeJumpSeconds = 90.0;
 
-    // What raising and holding a lockout needs from the shield. Until the shield is wired in,
-    // tests observe these.
-    struct ShieldSeam {
-        std::function<bool()> isUp;
-        std::function<void(const QDateTime&)> enforceValve;
-        std::function<void(bool rehearsal, const std::optional<Block>& block)> raised;
+    // What a lockout shows: the workout page (or, for an away block, the away screen). Made by
+    // the default factory from the bundled web app; tests hand in lighter content.
+    struct LockoutContent {
+        bool away = false;
+        WorkoutWebView::Mode mode = WorkoutWebView::Mode::Locked;
+        std::optional<QString> blockLabel;
+        QString label;        // the away block's label
+        QDateTime endsAt;     // when the away block ends
+        QString webRoot;
     };
+    using ContentFactory = std::function<QWidget*(const LockoutContent&, AppController&)>;
 
     AppController(Clock& clock, IdleSource& idle, QObject* parent = nullptr);
     ~AppController() override;
 
-    void setShieldSeam(ShieldSeam seam) { shield_ = std::move(seam); }
+    void setContentFactory(ContentFactory factory) { contentFactory_ = std::move(factory); }
+    // The web app's folder; by default the bundled one.
+    void setWebRoot(std::optional<QString> root) { webRoot_ = std::move(root); }
+    // How an alert is shown and how the application ends (a modal box and quit, by default).
+    std::function<void(const QString& title, const QString& detail)> showAlert;
+    std::function<void()> terminate;
+    // Opens (or brings forward) the setup window; set by the shell.
+    std::function<void()> openSetupWindow;
+    std::function<void()> hideSetupWindow;
     // Pins the calendar (tests); otherwise the system's, followed when its zone changes.
     void setCalendar(const Calendar& calendar) { pinnedCalendar_ = calendar; }
     void setSetupWindow(QWidget* window) { setupWindow_ = window; }
@@ -65,11 +79,40 @@ public:
                                  double activeWithin = 120);
     static bool nobodyHome(double idleSeconds, double threshold = 1200);
 
-    // Raising, and the endings that need nothing but the cycle itself.
+    // Raising and every way a lockout ends.
     void raiseLockout(bool rehearsal);
-    void shieldYielded();
-    void shieldTimedOut();
+    void awayBlockTovin(const Block& block);
+    static bool wasPresent(double idleAtEnd, double heldMinutes, double margin = 300);
     void standDown();
+    void explainAndQuit(const QString& title, const QString& detail);
+
+    void shieldWasBroken(std::optional<PromiseRecord::Reason> reason) override;
+    void shieldTimedOut() override;
+    void shieldPanicked() override;
+    void shieldYielded() override;
+    void shieldKeyPressed(const QString& key) override;
+    void workoutCompleted(const QString& exercise, qint64 reps) override;
+    void workoutWebFailed(const QString& detail) override;
+
+    // Pause and resume (an hour at most).
+    void pauseAnHour();
+    void resumeWatching();
+
+    // The two lines of the menu: what happens next, and how the promises stand.
+    QString statusLine();
+    QString standingLine() const;
+    struct StatusInputs {
+        bool shieldUp = false;
+        std::optional<double> pausedSecondsLeft;
+        std::optional<Schedule::Upcoming> next;
+        bool hoursAllow = true;
+        bool usageRunning = false;
+        bool workoutChosen = false;
+        double triggerSeconds = 0;
+        double continuousUseSeconds = 0;
+    };
+    static QString statusLine(const StatusInputs& in);
+    static QString standingLine(qsizetype records, int streak, int tovin, int broken);
 
     // Sleep and wake, from the system's signal or a wall-clock jump.
     void machineWillSleep();
@@ -87,18 +130,27 @@ public:
     void setRehearsalOnly(bool on) { rehearsalOnly_ = on; }
 
     CountdownPanel& countdown() { return countdown_; }
+    ShieldController& shield() { return shield_; }
+    WorkoutWebView* workoutWeb() const { return workoutWeb_; }
+    PromiseLedger& ledger() const;
+    void setLedger(PromiseLedger* ledger) { ledger_ = ledger; }
     UsageWatcher& usage() { return usage_; }
     Clock& clock() { return clock_; }
 
-private:
+    // The person's calendar: pinned in tests, else the system's.
     Calendar calendar();
+
+private:
     void reloadSchedule();
     void onScheduleTimer();
-    bool shieldIsUp() const { return shield_.isUp && shield_.isUp(); }
+    bool shieldIsUp() const { return shield_.isUp(); }
+    void record(PromiseRecord promise);
 
     Clock& clock_;
     IdleSource& idle_;
-    ShieldSeam shield_;
+    ContentFactory contentFactory_;
+    std::optional<QString> webRoot_;
+    PromiseLedger* ledger_ = nullptr;
     std::optional<Calendar> pinnedCalendar_;
     std::optional<Calendar> systemCalendar_;
     QString scheduleURL_;
@@ -116,8 +168,13 @@ private:
 
     std::unique_ptr<Timer> scheduleTimer_;
     std::unique_ptr<Timer> deferTimer_;
+    std::unique_ptr<Timer> awayTimer_;
+    std::unique_ptr<Timer> pauseTimer_;
+    std::unique_ptr<Timer> lowerTimer_;
+    QPointer<WorkoutWebView> workoutWeb_;
     QMetaObject::Connection scheduleChanged_;
 
+    ShieldController shield_;
     CountdownPanel countdown_;
     UsageWatcher usage_;
     QPointer<QWidget> setupWindow_;

@@ -10,7 +10,7 @@
 #include <functional>
 #include <optional>
 
-class QLabel;
+#include <QLabel>
 class QPushButton;
 class QVBoxLayout;
 

@@ -3,11 +3,13 @@
 #include "app/app_controller.h"
 #include "core/atomic_file.h"
 #include "journal/journal.h"
+#include "promises/promise_ledger.h"
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
 
+#include <QLabel>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
@@ -47,12 +49,26 @@ protected:
         controller = std::make_unique<AppController>(clock, idle);
         controller->setCalendar(Calendar::utc());
         controller->setScheduleURL(schedulePath);
-        controller->setShieldSeam({[this] { return shieldUp; }, [](const QDateTime&) {},
-                                   [this](bool rehearsal, const std::optional<Block>& block) {
-                                       raises.append({clock.now(), rehearsal, block});
-                                       shieldUp = true;
-                                   }});
+        controller->setWebRoot(webRoot());
+        controller->setLedger(&ledger);
+        // The lockout's content is a plain label here; the web app has tests of its own.
+        controller->setContentFactory([this](const AppController::LockoutContent& content,
+                                             AppController& c) -> QWidget* {
+            raises.append({clock.now(), c.rehearsalOnly(), c.pendingBlock()});
+            contents.append(content);
+            return new QLabel(QStringLiteral("workout"));
+        });
+        controller->showAlert = [this](const QString& title, const QString& detail) {
+            alerts.append(title + u" | " + detail);
+        };
+        controller->terminate = [this] { ++terminations; };
         return *controller;
+    }
+
+    QString webRoot() {
+        const QString root = dir.filePath(QStringLiteral("web"));
+        writeFileAtomically(root + u"/index.html", "<!doctype html><p>workout</p>");
+        return root;
     }
 
     void week(const QList<Block>& blocks) {
@@ -78,12 +94,15 @@ protected:
     QString settingsPath = dir.filePath(QStringLiteral("settings.json"));
     QString schedulePath = dir.filePath(QStringLiteral("schedule.json"));
     // Monday 2 March 2026, 09:00 UTC (the pinned calendar is UTC).
+    PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
     FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc())};
     FakeIdle idle;
     std::shared_ptr<FakeCallProbe> calls = std::make_shared<FakeCallProbe>();
     std::unique_ptr<AppController> controller;
-    bool shieldUp = false;
     QList<Raise> raises;
+    QList<AppController::LockoutContent> contents;
+    QStringList alerts;
+    int terminations = 0;
 };
 
 } // namespace tovin::fakes

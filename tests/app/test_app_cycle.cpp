@@ -152,7 +152,6 @@ TEST_F(CycleTest, ARelaunchTheSameDayDoesNotServeABlockTwice) {
     clock.advance(60);
     ASSERT_EQ(raises.size(), 1);
 
-    shieldUp = false;
     raises.clear();
     clock.advance(5 * 60);
     AppController& again = launch();
@@ -205,7 +204,7 @@ TEST_F(CycleTest, AnEndedLockoutGatesTheUsagePathAndTheTick) {
     c.startScheduleWatch();
     clock.advance(60);
     ASSERT_EQ(raises.size(), 1);
-    shieldUp = false;
+    c.shield().lower();
     c.shieldTimedOut();
     EXPECT_TRUE(c.lockoutIsOver());
     EXPECT_EQ(c.pendingBlock(), std::nullopt);

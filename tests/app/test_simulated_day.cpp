@@ -21,7 +21,6 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesTwiceNorFiresOutOfWindow) {
         Settings::setFiredBlocksDay(-1);
         Journal::resetForTesting();
         raises.clear();
-        shieldUp = false;
         const QDateTime dayStart = clock.now();
         launch().startScheduleWatch();
 
@@ -35,13 +34,12 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesTwiceNorFiresOutOfWindow) {
                 controller->machineDidWake();
             } else if (dice < 6) { // quit and launched again
                 controller.reset();
-                shieldUp = false;
                 launch().startScheduleWatch();
             }
             if (controller->countdown().isShowing() && random.bounded(100) < 20)
                 controller->countdown().snooze();
-            if (shieldUp && random.bounded(100) < 10) {
-                shieldUp = false;
+            if (controller->shield().isUp() && random.bounded(100) < 10) {
+                controller->shield().lower();
                 controller->shieldTimedOut();
             }
             clock.advance(30);

@@ -1,0 +1,45 @@
+#include "app/launch_at_login.h"
+
+#include "core/atomic_file.h"
+#include "journal/journal.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+TEST(LaunchAtLogin, StatusesMapTheAutostartEntryHonestly) {
+    QTemporaryDir dir;
+    Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-login.log")));
+    const QString entry = dir.filePath(QStringLiteral("autostart/dev.tovin.Tovin.desktop"));
+    LaunchAtLogin::setEntryPathForTesting(entry);
+    LaunchAtLogin::setExecutableForTesting(QCoreApplication::applicationFilePath());
+
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::NotRegistered);
+    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::Enabled);
+    EXPECT_TRUE(LaunchAtLogin::isOn());
+    EXPECT_TRUE(readWholeFile(entry, 4096)->contains(QCoreApplication::applicationFilePath().toUtf8()));
+    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"[login] asked for on — now enabled"));
+
+    // The desktop's own switch turned it off: blocked, and said so.
+    ASSERT_TRUE(writeFileAtomically(entry, "[Desktop Entry]\nExec=tovin\nX-GNOME-Autostart-enabled=false\n"));
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::Blocked);
+    ASSERT_TRUE(writeFileAtomically(entry, "[Desktop Entry]\nHidden=true\n"));
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::Blocked);
+    EXPECT_EQ(LaunchAtLogin::menuTitle(LaunchAtLogin::Blocked),
+              u"Open at Login — blocked in your desktop's startup settings");
+
+    EXPECT_EQ(LaunchAtLogin::set(false), LaunchAtLogin::NotRegistered);
+    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"[login] asked for off — now not registered"));
+
+    LaunchAtLogin::setExecutableForTesting(dir.filePath(QStringLiteral("no-such-tovin")));
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::NotFound);
+    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::NotFound);
+    EXPECT_TRUE(Journal::tail(2).value(0).endsWith(u"[login] couldn't register: no installed executable to start"));
+
+    EXPECT_EQ(LaunchAtLogin::describe(7), u"unknown");
+    EXPECT_EQ(LaunchAtLogin::menuTitle(7), u"Open at Login");
+    Journal::setOverrideURL(std::nullopt);
+}

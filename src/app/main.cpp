@@ -1,12 +1,18 @@
+#include "app/app_shell.h"
+#include "app/self_test.h"
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
+#include "guards/sleep_watcher.h"
 #include "journal/diagnostics.h"
+#include "workoutweb/bundle_scheme_handler.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QTextStream>
 #include <QTimer>
 
 #include <cstdio>
+
+#include <unistd.h>
 
 using namespace tovin;
 
@@ -20,20 +26,32 @@ bool hasSwitch(int argc, char* argv[], const char* name) {
     return false;
 }
 
+const char* const helpText =
+    "Usage: tovin [switch]\n"
+    "Holds you to the breaks you promised yourself. With no switch, Tovin starts watching\n"
+    "(in the tray, with its setup window) and locks your screens when a block falls due.\n"
+    "\n"
+    "  --why              why it did or didn't fire: the schedule, the decision, the journal\n"
+    "  --probe-call       print once a second whether a call would hold a lockout off\n"
+    "  --rehearse         run a rehearsal lockout in a window now (nothing is recorded)\n"
+    "  --layout-check     show the start window\n"
+    "  --self-test        run the built-in self-check against throw-away files\n"
+    "  --update-dry-run   check for an update without installing it\n"
+    "  --version          print the version\n"
+    "  --help             print this help\n";
+
 // One line a second: what the microphone and camera are doing and whether a lockout could
 // start now.
-int probeCall(QCoreApplication& app) {
+void probeCall(QCoreApplication& app, QTimer& timer) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    QTextStream out(stdout);
+    static QTextStream out(stdout);
     const int inputs = CallDetector::inputDeviceCount();
     out << "recording-capable audio devices: " << inputs << '\n';
     if (inputs == 0)
         out << "  ⚠︎ none found — the microphone check cannot fire\n";
     out << "watching mic + camera — Ctrl-C to stop\n\n";
     out.flush();
-
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, [&out] {
+    QObject::connect(&timer, &QTimer::timeout, &app, [] {
         const CallDetector::State s = CallDetector::current();
         out << (s.mic ? "mic LIVE " : "mic idle ") << ' '
             << (s.camera ? "camera LIVE " : "camera idle") << "  "
@@ -42,26 +60,70 @@ int probeCall(QCoreApplication& app) {
         out.flush();
     });
     timer.start(1000);
-    return app.exec();
 }
 
 } // namespace
 
 int main(int argc, char* argv[]) {
-    QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Tovin"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(TOVIN_VERSION));
-    CallDetector::setProbe(createPlatformCallProbe());
-
+    if (hasSwitch(argc, argv, "--help") || hasSwitch(argc, argv, "-h")) {
+        std::fputs(helpText, stdout);
+        return 0;
+    }
+    if (hasSwitch(argc, argv, "--version")) {
+        std::printf("tovin %s\n", TOVIN_VERSION);
+        return 0;
+    }
     if (hasSwitch(argc, argv, "--why")) {
+        QCoreApplication app(argc, argv);
         QTextStream(stdout) << Diagnostics::why();
         return 0;
     }
-    if (hasSwitch(argc, argv, "--probe-call"))
-        return probeCall(app);
+    if (hasSwitch(argc, argv, "--update-dry-run")) {
+        QCoreApplication app(argc, argv);
+        std::printf("Tovin update — dry run\nfetching, checking the hash, and checking the signature…\n"
+                    "couldn't check: this build of Tovin has no release feed to ask\n");
+        return 1;
+    }
+    const bool selfTest = hasSwitch(argc, argv, "--self-test");
+    const bool layoutCheck = hasSwitch(argc, argv, "--layout-check");
+    if (selfTest) {
+        // The self-check never shows anything; as root, Chromium's sandbox cannot run at all.
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        if (::geteuid() == 0)
+            qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    }
 
-    // Until the desktop shell lands, Tovin answers the question it can already answer: what the
-    // scheduler would decide right now, and why.
-    QTextStream(stdout) << Diagnostics::why();
-    return 0;
+    BundleSchemeHandler::registerScheme();
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Tovin"));
+    QApplication::setApplicationVersion(QStringLiteral(TOVIN_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("dev.tovin.Tovin"));
+    // Closing the windows never quits: Tovin keeps watching from the tray.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    if (selfTest)
+        return runSelfTest();
+
+    CallDetector::setProbe(createPlatformCallProbe());
+    const auto idle = createPlatformIdleSource();
+    AppShell shell(Clock::system(), *idle, hasSwitch(argc, argv, "--rehearse"));
+    if (!layoutCheck && !shell.claimSingleInstance())
+        return 0;
+
+    SleepWatcher sleep;
+    QObject::connect(&sleep, &SleepWatcher::willSleep, &app, [&] { shell.controller().machineWillSleep(); });
+    QObject::connect(&sleep, &SleepWatcher::didWake, &app, [&] { shell.controller().machineDidWake(); });
+
+    QTimer probeTimer;
+    if (layoutCheck)
+        shell.buildStartWindow();
+    else if (hasSwitch(argc, argv, "--probe-call"))
+        probeCall(app, probeTimer);
+    else if (hasSwitch(argc, argv, "--rehearse"))
+        shell.controller().raiseLockout(true);
+    else
+        shell.launch();
+    return app.exec();
 }

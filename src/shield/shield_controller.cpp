@@ -307,7 +307,8 @@ void ShieldController::lower() {
     for (const auto& w : windows_) {
         if (!w)
             continue;
-        if (QWindow* handle = w->windowHandle()) {
+        QWindow* handle = w->windowHandle();
+        if (handle && keyboardGrabbed_ && w == mainWindow_) {
             handle->setKeyboardGrabEnabled(false);
             handle->setMouseGrabEnabled(false);
         }

@@ -1,0 +1,334 @@
+#include "app/app_shell.h"
+
+#include "app/launch_at_login.h"
+#include "app/status_icon.h"
+#include "journal/instance_record.h"
+#include "journal/journal.h"
+#include "promises/promise_ledger.h"
+#include "schedule/settings.h"
+#include "shield/shield_style.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLocalSocket>
+#include <QMessageBox>
+#include <QScreen>
+#include <QShortcut>
+#include <QVBoxLayout>
+
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace tovin {
+
+namespace {
+
+// The setup window: closing it only hides it, and its frame is remembered between launches.
+class SetupWindow final : public QWidget {
+public:
+    SetupWindow() {
+        setWindowTitle(QStringLiteral("Tovin"));
+        const QJsonValue saved = Settings::store().value(QStringLiteral("setupWindowGeometry"));
+        if (saved.isString() && restoreGeometry(QByteArray::fromBase64(saved.toString().toLatin1())))
+            return;
+        // 1100 × 860, or as much of it as the screen has, centred.
+        const QScreen* screen = QGuiApplication::primaryScreen();
+        const QRect area = screen ? screen->availableGeometry() : QRect(0, 0, 1100, 860);
+        resize(std::min(1100, area.width()), std::min(860, area.height()));
+        move(area.center() - rect().center());
+    }
+
+protected:
+    void closeEvent(QCloseEvent* event) override {
+        remember();
+        event->ignore();
+        hide();
+    }
+
+public:
+    void remember() {
+        Settings::store().setValue(QStringLiteral("setupWindowGeometry"),
+                                   QString::fromLatin1(saveGeometry().toBase64()));
+    }
+};
+
+QLabel* startLabel(QVBoxLayout* column, const QString& text, qreal points, qreal alpha) {
+    auto* label = new QLabel(text);
+    QFont f = label->font();
+    f.setPointSizeF(points);
+    label->setFont(f);
+    label->setWordWrap(true);
+    label->setFixedWidth(480);
+    label->setStyleSheet(whiteAt(alpha));
+    column->addWidget(label);
+    return label;
+}
+
+} // namespace
+
+AppShell::AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QObject* parent)
+    : QObject(parent), controller_(clock, idle), launchedForRehearsal_(launchedForRehearsal) {
+    controller_.openSetupWindow = [this] { openSetupWindow(); };
+    controller_.hideSetupWindow = [this] { hideSetupWindow(); };
+}
+
+AppShell::~AppShell() {
+    if (auto* w = static_cast<SetupWindow*>(setupWindow_.data()))
+        w->remember();
+    delete setupWindow_;
+    delete startWindow_;
+}
+
+QString AppShell::instanceName() {
+    return QStringLiteral("tovin-%1").arg(::getuid());
+}
+
+bool AppShell::claimSingleInstance() {
+    QLocalSocket probe;
+    probe.connectToServer(instanceName());
+    if (probe.waitForConnected(500)) {
+        probe.write("show\n");
+        probe.waitForBytesWritten(500);
+        const auto running = InstanceRecord::readLive();
+        std::printf("Tovin is already running (pid %lld) — bringing it forward\n",
+                    static_cast<long long>(running ? running->pid : 0));
+        std::fflush(stdout);
+        return false;
+    }
+    // Nobody answered: whatever socket is left is a crashed instance's.
+    QLocalServer::removeServer(instanceName());
+    instanceServer_ = new QLocalServer(this);
+    instanceServer_->setSocketOptions(QLocalServer::UserAccessOption);
+    if (instanceServer_->listen(instanceName())) {
+        connect(instanceServer_, &QLocalServer::newConnection, this, [this] {
+            while (QLocalSocket* s = instanceServer_->nextPendingConnection()) {
+                connect(s, &QLocalSocket::readyRead, this, [this, s] {
+                    if (s->readAll().startsWith("show"))
+                        openSetupWindow();
+                    s->disconnectFromServer();
+                });
+                connect(s, &QLocalSocket::disconnected, s, &QObject::deleteLater);
+            }
+        });
+    }
+    InstanceRecord{::getpid(), QDateTime::currentDateTimeUtc()}.write();
+    return true;
+}
+
+void AppShell::launch() {
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        tray_ = new QSystemTrayIcon(statusIcon(panelIsDark()), this);
+        tray_->setToolTip(QStringLiteral("Tovin"));
+        trayMenu_ = std::make_unique<QMenu>();
+        connect(trayMenu_.get(), &QMenu::aboutToShow, this, [this] { rebuildMenu(trayMenu_.get()); });
+        rebuildMenu(trayMenu_.get());
+        tray_->setContextMenu(trayMenu_.get());
+        connect(tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason r) {
+            if (r == QSystemTrayIcon::Trigger)
+                openSetupWindow();
+        });
+        tray_->show();
+    } else {
+        Journal::note(QStringLiteral("shield"),
+                      QStringLiteral("no tray on this desktop — the setup window carries the menu"));
+    }
+    openSetupWindow();
+    controller_.usage().start();
+    controller_.startScheduleWatch();
+    updateTimer_ = controller_.clock().singleShot(5.0, [this] { checkForUpdates(true); });
+}
+
+void AppShell::rebuildMenu(QMenu* menu) {
+    menu->clear();
+    if (tray_)
+        tray_->setIcon(statusIcon(panelIsDark()));
+    menu->addAction(controller_.statusLine())->setEnabled(false);
+    menu->addAction(controller_.standingLine())->setEnabled(false);
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Setup Window"), QKeySequence(QStringLiteral("Ctrl+0")), this,
+                    [this] { openSetupWindow(); });
+    menu->addAction(QStringLiteral("Lock Me Out Now"), QKeySequence(QStringLiteral("Ctrl+L")), this,
+                    [this] { controller_.raiseLockout(false); });
+    menu->addAction(QStringLiteral("Rehearse Lockout (safe)"), QKeySequence(QStringLiteral("Ctrl+Shift+L")),
+                    this, [this] { controller_.raiseLockout(true); });
+    menu->addSeparator();
+    if (!controller_.pausedUntil())
+        menu->addAction(QStringLiteral("Pause for an hour"), this, [this] { controller_.pauseAnHour(); });
+    else
+        menu->addAction(QStringLiteral("Resume watching"), this, [this] { controller_.resumeWatching(); });
+    const int status = LaunchAtLogin::status();
+    QAction* login = menu->addAction(LaunchAtLogin::menuTitle(status), this, [this] { toggleLaunchAtLogin(); });
+    login->setCheckable(true);
+    login->setChecked(status == LaunchAtLogin::Enabled);
+    login->setEnabled(status != LaunchAtLogin::Blocked);
+    menu->addAction(QStringLiteral("Check for Updates…"), this, [this] { checkForUpdates(false); });
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Quit Tovin"), QKeySequence(QStringLiteral("Ctrl+Q")), qApp,
+                    &QCoreApplication::quit);
+}
+
+void AppShell::toggleLaunchAtLogin() {
+    const int status = LaunchAtLogin::set(!LaunchAtLogin::isOn());
+    if (status == LaunchAtLogin::Blocked)
+        controller_.showAlert(LaunchAtLogin::blockedTitle(), LaunchAtLogin::blockedDetail());
+    refreshSetupStrip();
+}
+
+void AppShell::checkForUpdates(bool quietly) {
+    // The release feed arrives with the updater; until then a check can only say so.
+    if (quietly)
+        return;
+    controller_.showAlert(QStringLiteral("Couldn't check for updates."),
+                          QStringLiteral("This build of Tovin has no release feed to ask."));
+}
+
+QWidget* AppShell::buildSetupStrip(QWidget* parent) {
+    auto* strip = new QWidget(parent);
+    strip->setObjectName(QStringLiteral("menuStrip"));
+    auto* row = new QHBoxLayout(strip);
+    row->setContentsMargins(14, 8, 14, 8);
+    auto* lines = new QVBoxLayout;
+    stripStatus_ = new QLabel(strip);
+    stripStanding_ = new QLabel(strip);
+    QFont bold = stripStatus_->font();
+    bold.setBold(true);
+    stripStatus_->setFont(bold);
+    lines->addWidget(stripStatus_);
+    lines->addWidget(stripStanding_);
+    row->addLayout(lines, 1);
+    auto button = [&](const QString& text, auto slot) {
+        auto* b = new QPushButton(text, strip);
+        connect(b, &QPushButton::clicked, this, slot);
+        row->addWidget(b);
+        return b;
+    };
+    button(QStringLiteral("Lock Me Out Now"), [this] { controller_.raiseLockout(false); });
+    button(QStringLiteral("Rehearse Lockout (safe)"), [this] { controller_.raiseLockout(true); });
+    stripPause_ = button(QStringLiteral("Pause for an hour"), [this] {
+        if (controller_.pausedUntil())
+            controller_.resumeWatching();
+        else
+            controller_.pauseAnHour();
+        refreshSetupStrip();
+    });
+    stripLogin_ = new QCheckBox(QStringLiteral("Open at Login"), strip);
+    connect(stripLogin_, &QCheckBox::clicked, this, [this] { toggleLaunchAtLogin(); });
+    row->addWidget(stripLogin_);
+    button(QStringLiteral("Quit Tovin"), [] { QCoreApplication::quit(); });
+    return strip;
+}
+
+void AppShell::refreshSetupStrip() {
+    if (!stripStatus_)
+        return;
+    stripStatus_->setText(controller_.statusLine());
+    stripStanding_->setText(controller_.standingLine());
+    stripPause_->setText(controller_.pausedUntil() ? QStringLiteral("Resume watching")
+                                                   : QStringLiteral("Pause for an hour"));
+    const int status = LaunchAtLogin::status();
+    stripLogin_->setText(LaunchAtLogin::menuTitle(status));
+    stripLogin_->setChecked(status == LaunchAtLogin::Enabled);
+    stripLogin_->setEnabled(status != LaunchAtLogin::Blocked);
+}
+
+void AppShell::openSetupWindow() {
+    if (setupWindow_) {
+        refreshSetupStrip();
+        setupWindow_->show();
+        setupWindow_->raise();
+        setupWindow_->activateWindow();
+        return;
+    }
+    const auto root = WorkoutWebView::bundledRoot();
+    if (!root) {
+        controller_.explainAndQuit(QStringLiteral("Workout UI is missing."),
+                                   QStringLiteral("Rebuild with ./scripts/run.sh, which stages the "
+                                                  "web app beside the app."));
+        return;
+    }
+    auto* window = new SetupWindow;
+    auto* column = new QVBoxLayout(window);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(buildSetupStrip(window));
+    auto* web = new WorkoutWebView(*root, WorkoutWebView::Mode::Setup, std::nullopt, controller_.clock(), window);
+    web->setDelegate(&controller_);
+    column->addWidget(web, 1);
+    // The menu's keys, for desktops where there is no tray to hold them.
+    auto shortcut = [&](const char* keys, auto slot) {
+        connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), window), &QShortcut::activated, this, slot);
+    };
+    shortcut("Ctrl+L", [this] { controller_.raiseLockout(false); });
+    shortcut("Ctrl+Shift+L", [this] { controller_.raiseLockout(true); });
+    shortcut("Ctrl+Q", [] { QCoreApplication::quit(); });
+    setupWindow_ = window;
+    controller_.setSetupWindow(window);
+    stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
+    stripTimer_->start(15, true);
+    refreshSetupStrip();
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void AppShell::hideSetupWindow() {
+    if (setupWindow_)
+        setupWindow_->hide();
+}
+
+void AppShell::buildStartWindow() {
+    auto* window = new QWidget;
+    window->setWindowTitle(QStringLiteral("Tovin"));
+    window->setStyleSheet(QStringLiteral("background: #0a0d12;"));
+    auto* column = new QVBoxLayout(window);
+    column->setContentsMargins(40, 28, 40, 28);
+    column->setSpacing(14);
+    const PromiseLedger& ledger = controller_.ledger();
+    startLabel(column, QStringLiteral("This takes over every screen."), 22, 1.0);
+    startLabel(column,
+               u"It lifts when you finish the workout. To get out early: type “" +
+                   Settings::escapePhrase() +
+                   u"”, or press Esc ×3 — either counts as a broken promise.",
+               13, 0.6);
+    startLabel(column,
+               u"If anything goes wrong, press Esc ×5 — the shield drops at once and nothing is "
+               u"logged. It also releases itself after " +
+                   QString::number(qint64(Settings::maxShieldMinutes())) + u" minutes regardless.",
+               12, 0.45);
+    startLabel(column,
+               QStringLiteral("Pick your workout on the next screen — all 70 exercises, presets "
+                              "and custom circuits."),
+               12, 0.4);
+    startLabel(column, controller_.standingLine(), 15, 0.9);
+    if (ledger.streak() < ledger.longestStreak())
+        startLabel(column, u"Best run: " + QString::number(ledger.longestStreak()), 12, 0.45);
+    startLabel(column, QStringLiteral("Nothing is recorded. No camera, no account needed."), 12, 0.4);
+    auto* rehearse = new QCheckBox(QStringLiteral("Rehearsal — run in a window, don't touch my screen"));
+    rehearse->setStyleSheet(whiteAt(0.9));
+    rehearse->setChecked(launchedForRehearsal_);
+    column->addWidget(rehearse);
+    startLabel(column,
+               QStringLiteral("Same escape code, same hold button — in a window, with Ctrl-Q always working."),
+               11, 0.35);
+    auto* begin = new QPushButton(launchedForRehearsal_ ? QStringLiteral("Begin rehearsal")
+                                                        : QStringLiteral("Begin"));
+    begin->setDefault(true);
+    begin->setAutoDefault(true);
+    column->addWidget(begin, 0, Qt::AlignLeft);
+    connect(rehearse, &QCheckBox::toggled, begin, [begin](bool on) {
+        begin->setText(on ? QStringLiteral("Begin rehearsal") : QStringLiteral("Begin"));
+    });
+    // The rehearsal comes from the launch switch, not the checkbox: deliberately so.
+    connect(begin, &QPushButton::clicked, this, [this] { controller_.raiseLockout(launchedForRehearsal_); });
+    window->adjustSize();
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        window->move(screen->availableGeometry().center() - window->rect().center());
+    window->show();
+    window->raise();
+    startWindow_ = window;
+}
+
+} // namespace tovin

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "app/app_controller.h"
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QLocalServer>
+#include <QMenu>
+#include <QPointer>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+
+#include <memory>
+
+namespace tovin {
+
+// The desktop shell around the controller: the tray icon and its menu, the setup window (which
+// carries the same items, for desktops without a tray), the start window, the single-instance
+// rule and the launch order.
+class AppShell final : public QObject {
+    Q_OBJECT
+public:
+    AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QObject* parent = nullptr);
+    ~AppShell() override;
+
+    AppController& controller() { return controller_; }
+
+    // Launch steps after the switches: tray, setup window, usage watcher, schedule watch, and
+    // the quiet update check five seconds later.
+    void launch();
+    // --layout-check: the start window only.
+    void buildStartWindow();
+    // The single-instance rule. True when this is the only Tovin; otherwise it has asked the
+    // running one to come forward and printed why it is leaving.
+    bool claimSingleInstance();
+
+    void openSetupWindow();
+    void hideSetupWindow();
+    void rebuildMenu(QMenu* menu);
+    void toggleLaunchAtLogin();
+    void checkForUpdates(bool quietly);
+
+    QWidget* setupWindow() const { return setupWindow_; }
+    QWidget* startWindow() const { return startWindow_; }
+    QSystemTrayIcon* tray() const { return tray_; }
+
+    static QString instanceName();
+
+private:
+    void refreshSetupStrip();
+    QWidget* buildSetupStrip(QWidget* parent);
+
+    AppController controller_;
+    bool launchedForRehearsal_;
+    QPointer<QSystemTrayIcon> tray_;
+    std::unique_ptr<QMenu> trayMenu_;
+    QPointer<QWidget> setupWindow_;
+    QPointer<QLabel> stripStatus_;
+    QPointer<QLabel> stripStanding_;
+    QPointer<QPushButton> stripPause_;
+    QPointer<QCheckBox> stripLogin_;
+    QPointer<QWidget> startWindow_;
+    QPointer<QLocalServer> instanceServer_;
+    std::unique_ptr<Timer> updateTimer_;
+    std::unique_ptr<Timer> stripTimer_;
+};
+
+} // namespace tovin

@@ -29,6 +29,8 @@ namespace {
 // The setup window: closing it only hides it, and its frame is remembered between launches.
 class SetupWindow final : public QWidget {
 public:
+    std::function<void()> onHidden;
+
     SetupWindow() {
         setWindowTitle(QStringLiteral("Tovin"));
         const QJsonValue saved = Settings::store().value(QStringLiteral("setupWindowGeometry"));
@@ -46,6 +48,11 @@ protected:
         remember();
         event->ignore();
         hide();
+    }
+    void hideEvent(QHideEvent* event) override {
+        QWidget::hideEvent(event);
+        if (onHidden)
+            onHidden();
     }
 
 public:
@@ -235,13 +242,6 @@ void AppShell::refreshSetupStrip() {
 }
 
 void AppShell::openSetupWindow() {
-    if (setupWindow_) {
-        refreshSetupStrip();
-        setupWindow_->show();
-        setupWindow_->raise();
-        setupWindow_->activateWindow();
-        return;
-    }
     const auto root = WorkoutWebView::bundledRoot();
     if (!root) {
         controller_.explainAndQuit(QStringLiteral("Workout UI is missing."),
@@ -249,14 +249,36 @@ void AppShell::openSetupWindow() {
                                                   "web app beside the app."));
         return;
     }
+    // The page is made whenever the window opens and dropped when it closes: a browser engine
+    // holds hundreds of megabytes and must not stay resident while nothing shows it.
+    auto ensurePage = [this, &root] {
+        if (setupWeb_)
+            return;
+        setupWeb_ = new WorkoutWebView(*root, WorkoutWebView::Mode::Setup, std::nullopt,
+                                       controller_.clock(), setupWindow_);
+        setupWeb_->setDelegate(&controller_);
+        static_cast<QVBoxLayout*>(setupWindow_->layout())->addWidget(setupWeb_, 1);
+    };
+    if (setupWindow_) {
+        ensurePage();
+        refreshSetupStrip();
+        setupWindow_->show();
+        setupWindow_->raise();
+        setupWindow_->activateWindow();
+        return;
+    }
     auto* window = new SetupWindow;
+    window->onHidden = [this] {
+        if (setupWeb_)
+            setupWeb_->deleteLater();
+        setupWeb_ = nullptr;
+    };
     auto* column = new QVBoxLayout(window);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
     column->addWidget(buildSetupStrip(window));
-    auto* web = new WorkoutWebView(*root, WorkoutWebView::Mode::Setup, std::nullopt, controller_.clock(), window);
-    web->setDelegate(&controller_);
-    column->addWidget(web, 1);
+    setupWindow_ = window;
+    ensurePage();
     // The menu's keys, for desktops where there is no tray to hold them.
     auto shortcut = [&](const char* keys, auto slot) {
         connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), window), &QShortcut::activated, this, slot);
@@ -264,7 +286,6 @@ void AppShell::openSetupWindow() {
     shortcut("Ctrl+L", [this] { controller_.raiseLockout(false); });
     shortcut("Ctrl+Shift+L", [this] { controller_.raiseLockout(true); });
     shortcut("Ctrl+Q", [] { QCoreApplication::quit(); });
-    setupWindow_ = window;
     controller_.setSetupWindow(window);
     stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
     stripTimer_->start(15, true);

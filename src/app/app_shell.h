@@ -55,6 +55,7 @@ private:
     QPointer<QSystemTrayIcon> tray_;
     std::unique_ptr<QMenu> trayMenu_;
     QPointer<QWidget> setupWindow_;
+    QPointer<WorkoutWebView> setupWeb_;
     QPointer<QLabel> stripStatus_;
     QPointer<QLabel> stripStanding_;
     QPointer<QPushButton> stripPause_;

@@ -245,11 +245,46 @@ void AppController::warnThenLock() {
         raiseLockout(rehearsalOnly_);
     };
     countdown_.onSnooze = [this] {
+        dropPrebuilt();
         ++snoozesUsed_;
         deferLockout(Settings::snoozeMinutes(), QStringLiteral("you asked for a few more minutes"));
     };
-    countdown_.onCancel = [this](const QString& reason) { deferLockout(tovinPause, reason); };
+    countdown_.onCancel = [this](const QString& reason) {
+        dropPrebuilt();
+        deferLockout(tovinPause, reason);
+    };
     countdown_.show(Settings::warningSeconds(), snoozesLeft);
+    prebuild();
+}
+
+std::optional<AppController::LockoutContent> AppController::workoutContent() const {
+    const auto root = webRoot_ ? webRoot_ : WorkoutWebView::bundledRoot();
+    if (!root || (pendingBlock_ && pendingBlock_->kind == Block::Kind::Away))
+        return std::nullopt;
+    LockoutContent content;
+    content.webRoot = *root;
+    content.mode = pendingBlock_ && pendingBlock_->kind == Block::Kind::Retest
+                       ? WorkoutWebView::Mode::Retest
+                       : WorkoutWebView::Mode::Locked;
+    if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Workout)
+        content.blockLabel = pendingBlock_->label;
+    return content;
+}
+
+void AppController::prebuild() {
+    dropPrebuilt();
+    const auto content = workoutContent();
+    if (!content || !Settings::lockoutWorkoutID())
+        return;
+    prebuilt_ = contentFactory_(*content, *this);
+    prebuiltFor_ = *content;
+}
+
+void AppController::dropPrebuilt() {
+    if (prebuilt_)
+        prebuilt_->deleteLater();
+    prebuilt_ = nullptr;
+    workoutWeb_ = nullptr;
 }
 
 void AppController::markServed(const Block& block) {
@@ -318,12 +353,17 @@ void AppController::raiseLockout(bool rehearsal) {
         markServed(*pendingBlock_);
     if (hideSetupWindow)
         hideSetupWindow();
-    content.mode = pendingBlock_ && pendingBlock_->kind == Block::Kind::Retest
-                       ? WorkoutWebView::Mode::Retest
-                       : WorkoutWebView::Mode::Locked;
-    if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Workout)
-        content.blockLabel = pendingBlock_->label;
-    QWidget* view = contentFactory_(content, *this);
+    content = *workoutContent();
+    // The page built during the countdown is used when it is the one this lockout needs.
+    QWidget* view = nullptr;
+    if (prebuilt_ && prebuiltFor_.mode == content.mode && prebuiltFor_.blockLabel == content.blockLabel &&
+        prebuiltFor_.webRoot == content.webRoot) {
+        view = prebuilt_;
+        prebuilt_ = nullptr;
+    } else {
+        dropPrebuilt();
+        view = contentFactory_(content, *this);
+    }
     shield_.raise(view, rehearsal, Settings::maxShieldMinutes());
 }
 

@@ -132,6 +132,7 @@ public:
     CountdownPanel& countdown() { return countdown_; }
     ShieldController& shield() { return shield_; }
     WorkoutWebView* workoutWeb() const { return workoutWeb_; }
+    QWidget* prebuiltContent() const { return prebuilt_; }
     PromiseLedger& ledger() const;
     void setLedger(PromiseLedger* ledger) { ledger_ = ledger; }
     UsageWatcher& usage() { return usage_; }
@@ -144,6 +145,9 @@ private:
     void reloadSchedule();
     void onScheduleTimer();
     bool shieldIsUp() const { return shield_.isUp(); }
+    std::optional<LockoutContent> workoutContent() const;
+    void prebuild();
+    void dropPrebuilt();
     void record(PromiseRecord promise);
 
     Clock& clock_;
@@ -172,6 +176,10 @@ private:
     std::unique_ptr<Timer> pauseTimer_;
     std::unique_ptr<Timer> lowerTimer_;
     QPointer<WorkoutWebView> workoutWeb_;
+    // The lockout's page, built while the countdown runs so it is already rendered when the
+    // shield rises; dropped if the countdown is snoozed or cancelled.
+    QPointer<QWidget> prebuilt_;
+    LockoutContent prebuiltFor_;
     QMetaObject::Connection scheduleChanged_;
 
     ShieldController shield_;

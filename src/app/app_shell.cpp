@@ -286,6 +286,7 @@ void AppShell::openSetupWindow() {
     shortcut("Ctrl+L", [this] { controller_.raiseLockout(false); });
     shortcut("Ctrl+Shift+L", [this] { controller_.raiseLockout(true); });
     shortcut("Ctrl+Q", [] { QCoreApplication::quit(); });
+    shortcut("Ctrl+W", [this] { setupWindow_->close(); });
     controller_.setSetupWindow(window);
     stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
     stripTimer_->start(15, true);

@@ -154,6 +154,7 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
     qApp->installEventFilter(this);
     monitoring_ = true;
 
+    Q_EMIT upChanged(true);
     hintTimer_ = clock_.singleShot(Settings::hintDelay(), [this] { revealHint(); });
     safetyTimer_ = clock_.singleShot(valveMinutes_ * 60.0, [this] {
         lower();
@@ -323,6 +324,7 @@ void ShieldController::lower() {
     simulate_ = nullptr;
     typed_.clear();
     escapeTaps_.clear();
+    Q_EMIT upChanged(false);
 }
 
 void ShieldController::moveOffscreenForTests() {

@@ -81,6 +81,10 @@ public:
     // Whether the X keyboard grab is held right now (false in a rehearsal or without X11).
     bool ownsKeyboard() const { return keyboardGrabbed_; }
 
+Q_SIGNALS:
+    // The shield went up (true) or came down (false).
+    void upChanged(bool up);
+
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 

@@ -53,10 +53,13 @@ protected:
         controller->setLedger(&ledger);
         // The lockout's content is a plain label here; the web app has tests of its own.
         controller->setContentFactory([this](const AppController::LockoutContent& content,
-                                             AppController& c) -> QWidget* {
-            raises.append({clock.now(), c.rehearsalOnly(), c.pendingBlock()});
+                                             AppController&) -> QWidget* {
             contents.append(content);
             return new QLabel(QStringLiteral("workout"));
+        });
+        QObject::connect(&controller->shield(), &ShieldController::upChanged, [this](bool up) {
+            if (up)
+                raises.append({clock.now(), controller->shield().isRehearsal(), controller->pendingBlock()});
         });
         controller->showAlert = [this](const QString& title, const QString& detail) {
             alerts.append(title + u" | " + detail);

@@ -1,6 +1,9 @@
 #include "cycle_fixture.h"
 
 #include "promises/promise_ledger.h"
+#include "shield/shield_window.h"
+
+#include <QCoreApplication>
 
 using namespace tovin;
 using tovin::fakes::CycleTest;
@@ -154,6 +157,34 @@ TEST_F(LifecycleTest, PauseAndResume) {
     clock.advance(30 * 60);
     EXPECT_EQ(c.pausedUntil(), std::nullopt); // the hour is up
     EXPECT_TRUE(c.usage().isRunning());
+}
+
+TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeDropsIt) {
+    week({block("09:00", "Nine")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    ASSERT_TRUE(c.countdown().isShowing());
+    ASSERT_TRUE(c.prebuiltContent()); // built while the countdown runs
+    EXPECT_EQ(contents.size(), 1);
+    EXPECT_EQ(contents[0].blockLabel, u"Nine");
+    QPointer<QWidget> early = c.prebuiltContent();
+    clock.advance(60);
+    ASSERT_TRUE(c.shield().isUp());
+    EXPECT_EQ(contents.size(), 1) << "the lockout used the page built ahead";
+    EXPECT_EQ(c.shield().windows().first()->content(), early.data());
+
+    c.shield().lower();
+    c.shieldTimedOut();
+    c.raiseLockout(false);
+    c.shield().lower();
+    c.shieldTimedOut();
+    // A snoozed countdown leaves no page behind.
+    c.warnThenLock();
+    ASSERT_TRUE(c.prebuiltContent());
+    QPointer<QWidget> dropped = c.prebuiltContent();
+    c.countdown().snooze();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(dropped.isNull());
 }
 
 TEST(StatusLine, Rules) {

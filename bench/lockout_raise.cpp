@@ -43,12 +43,8 @@ void spin(int ms) {
 
 int main(int argc, char* argv[]) {
     fakes::XvfbSession xvfb;
-    if (!xvfb.start(3840, 1080) ||
-        !xvfb.setMonitor(QStringLiteral("LEFT"), 0, 1920, 1080, QStringLiteral("screen")) ||
-        !xvfb.setMonitor(QStringLiteral("RIGHT"), 1920, 1920, 1080, QStringLiteral("none"))) {
-        std::fprintf(stderr, "could not start Xvfb with two monitors\n");
+    if (!xvfb.startTwoMonitors())
         return 1;
-    }
     qputenv("QT_QPA_PLATFORM", "xcb");
     qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
     BundleSchemeHandler::registerScheme();

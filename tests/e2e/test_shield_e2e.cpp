@@ -244,12 +244,8 @@ int main(int argc, char** argv) {
     fakes::XvfbSession session;
     xvfb = &session;
     // Room for a third monitor to be plugged in at x = 3840.
-    if (!session.start(5760, 1080) ||
-        !session.setMonitor(QStringLiteral("LEFT"), 0, 1920, 1080, QStringLiteral("screen")) ||
-        !session.setMonitor(QStringLiteral("RIGHT"), 1920, 1920, 1080, QStringLiteral("none"))) {
-        std::fprintf(stderr, "could not start Xvfb with two monitors\n");
+    if (!session.startTwoMonitors(5760))
         return 1;
-    }
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);

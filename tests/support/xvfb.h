@@ -48,6 +48,18 @@ public:
         return QFile::exists(socket);
     }
 
+    // A screen `width` wide split into LEFT and RIGHT monitors of 1920 × 1080 (the rest of a
+    // wider screen is room for a monitor plugged in later).
+    bool startTwoMonitors(int width = 3840) {
+        if (!start(width, 1080) ||
+            !setMonitor(QStringLiteral("LEFT"), 0, 1920, 1080, QStringLiteral("screen")) ||
+            !setMonitor(QStringLiteral("RIGHT"), 1920, 1920, 1080, QStringLiteral("none"))) {
+            std::fprintf(stderr, "could not start Xvfb with two monitors\n");
+            return false;
+        }
+        return true;
+    }
+
     // `xrandr --setmonitor NAME w/508xh/286+x+y OUTPUT`: one more screen for Qt.
     bool setMonitor(const QString& name, int x, int width, int height, const QString& output) {
         return run(QStringLiteral("xrandr"),

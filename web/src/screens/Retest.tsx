@@ -1,7 +1,8 @@
 import { useEffect, useRef, useState } from 'preact/hooks';
 
 import { presets } from '../catalogue';
-import { clock, dayNames, weekOrder } from '../format';
+import { clock } from '../format';
+import { DayPicker } from '../components/DayPicker';
 import type { Native } from '../native';
 import { lastRetestKey, level, planBlocks, prescription, retestEveryDays, type RetestResults } from '../retest';
 
@@ -174,24 +175,7 @@ function Plan({ native, results, onAccept }: { native: Native; results: RetestRe
           </label>
         ))}
       </div>
-      <fieldset class="days">
-        <legend>Days</legend>
-        {weekOrder.map((d) => (
-          <label class="day">
-            <input
-              type="checkbox"
-              checked={days.has(d)}
-              onChange={(e) => {
-                const next = new Set(days);
-                if ((e.target as HTMLInputElement).checked) next.add(d);
-                else next.delete(d);
-                setDays(next);
-              }}
-            />
-            {dayNames[d - 1]}
-          </label>
-        ))}
-      </fieldset>
+      <DayPicker days={days} onChange={setDays} />
       <ul class="plain">
         {blocks.map((b) => (
           <li>

@@ -2,8 +2,9 @@ import { useMemo, useState } from 'preact/hooks';
 
 import { categoryNames, exercises, presets, type Category, type Circuit } from '../catalogue';
 import { customId, deleteCustomCircuit, loadCustomCircuits, saveCustomCircuit } from '../circuits';
-import { clock, dayNames, daysText, minuteToTime, timeToMinute, weekOrder } from '../format';
+import { clock, daysText, minuteToTime, timeToMinute } from '../format';
 import { heatmap, summarise } from '../history';
+import { DayPicker } from '../components/DayPicker';
 import type { Native } from '../native';
 import { totalSeconds } from '../runner';
 
@@ -93,24 +94,7 @@ export function Setup({ native }: { native: Native }) {
 
       <section aria-labelledby="hours-title">
         <h2 id="hours-title">When Tovin may interrupt</h2>
-        <fieldset class="days">
-          <legend>Days</legend>
-          {weekOrder.map((d) => (
-            <label class="day">
-              <input
-                type="checkbox"
-                checked={days.has(d)}
-                onChange={(e) => {
-                  const next = new Set(days);
-                  if ((e.target as HTMLInputElement).checked) next.add(d);
-                  else next.delete(d);
-                  setDays(next);
-                }}
-              />
-              {dayNames[d - 1]}
-            </label>
-          ))}
-        </fieldset>
+        <DayPicker days={days} onChange={setDays} />
         <div class="row">
           <label>
             From <input type="time" value={from} onInput={(e) => setFrom((e.target as HTMLInputElement).value)} />

@@ -11,7 +11,7 @@ packages=(
     build-essential cmake ninja-build pkg-config git
     # Qt, and the system services the platform layer talks to
     qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxss-dev
-    libsodium-dev libarchive-dev minisign
+    libsodium-dev libarchive-dev minisign openssl
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the calendar needs real zone data to pin time zones in tests

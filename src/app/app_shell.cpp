@@ -185,11 +185,7 @@ void AppShell::toggleLaunchAtLogin() {
 }
 
 void AppShell::checkForUpdates(bool quietly) {
-    // The release feed arrives with the updater; until then a check can only say so.
-    if (quietly)
-        return;
-    controller_.showAlert(QStringLiteral("Couldn't check for updates."),
-                          QStringLiteral("This build of Tovin has no release feed to ask."));
+    updates_.checkForUpdates(quietly);
 }
 
 QWidget* AppShell::buildSetupStrip(QWidget* parent) {

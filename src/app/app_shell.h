@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/app_controller.h"
+#include "app/update_dialogs.h"
 
 #include <QCheckBox>
 #include <QLabel>
@@ -24,6 +25,7 @@ public:
     ~AppShell() override;
 
     AppController& controller() { return controller_; }
+    UpdateDialogs& updates() { return updates_; }
 
     // Launch steps after the switches: tray, setup window, usage watcher, schedule watch, and
     // the quiet update check five seconds later.
@@ -51,6 +53,7 @@ private:
     QWidget* buildSetupStrip(QWidget* parent);
 
     AppController controller_;
+    UpdateDialogs updates_{controller_};
     bool launchedForRehearsal_;
     QPointer<QSystemTrayIcon> tray_;
     std::unique_ptr<QMenu> trayMenu_;

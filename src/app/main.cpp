@@ -4,6 +4,7 @@
 #include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
 #include "journal/diagnostics.h"
+#include "updater/dry_run.h"
 #include "workoutweb/bundle_scheme_handler.h"
 
 #include <QApplication>
@@ -80,9 +81,8 @@ int main(int argc, char* argv[]) {
     }
     if (hasSwitch(argc, argv, "--update-dry-run")) {
         QCoreApplication app(argc, argv);
-        std::printf("Tovin update — dry run\nfetching, checking the hash, and checking the signature…\n"
-                    "couldn't check: this build of Tovin has no release feed to ask\n");
-        return 1;
+        QTextStream out(stdout);
+        return Diagnostics::updateDryRun(out);
     }
     const bool selfTest = hasSwitch(argc, argv, "--self-test");
     const bool layoutCheck = hasSwitch(argc, argv, "--layout-check");

@@ -41,15 +41,6 @@ std::optional<QStringList> plainFiles(const QString& folder) {
 
 } // namespace
 
-QList<PublicKey> trustedKeys() {
-    QList<PublicKey> keys;
-    for (const char* text : {TOVIN_RELEASE_PUBKEY, TOVIN_TEST_PUBKEY}) {
-        if (const auto key = parsePublicKey(QByteArray(text)))
-            keys.append(*key);
-    }
-    return keys;
-}
-
 std::optional<QString> sha256(const QString& path) {
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "updater/minisign.h"
+#include "updater/trusted_keys.h"
 
 #include <QList>
 #include <QString>
@@ -8,10 +9,6 @@
 #include <optional>
 
 namespace tovin::Updater {
-
-// The keys a release may be signed with: the release key built into the program, and, in a
-// build made for the tests only, a second key given at build time. Never anything at run time.
-QList<PublicKey> trustedKeys();
 
 // Lower-case hexadecimal SHA-256 of a file; none when it cannot be read.
 std::optional<QString> sha256(const QString& path);

@@ -1,0 +1,505 @@
+// The updater against real parts: an HTTPS server on 127.0.0.1 with a throw-away certificate
+// authority, releases made and signed by scripts/make-release (Debian's minisign), archives
+// written with libarchive (the hostile ones too), the hand-over script run by /bin/sh, and the
+// test build of the program itself for the dry run and for a full update of the real install tree.
+
+#include "journal/journal.h"
+#include "updater/release_check.h"
+#include "updater/updater.h"
+
+#include "core/atomic_file.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <unistd.h>
+#include <memory>
+
+using namespace tovin;
+using namespace tovin::Updater;
+
+namespace {
+
+const QString sourceDir = QStringLiteral(TOVIN_SOURCE_DIR);
+const QString buildDir = QStringLiteral(TOVIN_BINARY_DIR);
+
+struct Outcome {
+    int exitCode = -1;
+    QString output;
+};
+
+Outcome run(const QString& program, const QStringList& args, const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment(),
+        int timeoutMs = 120'000) {
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    p.closeWriteChannel();
+    if (!p.waitForFinished(timeoutMs)) {
+        p.kill();
+        p.waitForFinished();
+        return {-1, QString::fromUtf8(p.readAll()) + u"\n[timed out]"};
+    }
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAll())};
+}
+
+void put(const QString& path, const QByteArray& bytes, bool executable = false) {
+    ASSERT_TRUE(writeFileAtomically(path, bytes)) << path.toStdString();
+    if (executable)
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+// Everything under a folder, with each file's hash: "untouched" means equal snapshots.
+QStringList snapshot(const QString& folder) {
+    QStringList entries;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        entries.append(QDir(folder).relativeFilePath(path) + u' ' + sha256(path).value_or(QStringLiteral("-")));
+    }
+    entries.sort();
+    return entries;
+}
+
+// An archive entry beyond the files of a folder: a link, or a name that climbs out.
+struct Extra {
+    QByteArray name;
+    QByteArray symlinkTo; // empty: a plain file holding "x"
+};
+
+// Packs `folder` as Tovin/… into a .tar.gz, the way a hostile server might: with extra entries.
+bool pack(const QString& folder, const QString& archivePath, const QList<Extra>& extras = {}) {
+    archive* a = archive_write_new();
+    archive_write_add_filter_gzip(a);
+    archive_write_set_format_pax_restricted(a);
+    if (archive_write_open_filename(a, QFile::encodeName(archivePath).constData()) != ARCHIVE_OK)
+        return false;
+    auto add = [&](const QByteArray& name, const QByteArray& data, mode_t type, const QByteArray& link = {}) {
+        archive_entry* e = archive_entry_new();
+        archive_entry_set_pathname(e, name.constData());
+        archive_entry_set_filetype(e, type);
+        archive_entry_set_perm(e, type == AE_IFDIR ? 0755 : 0755);
+        if (type == AE_IFLNK)
+            archive_entry_set_symlink(e, link.constData());
+        archive_entry_set_size(e, type == AE_IFREG ? data.size() : 0);
+        archive_write_header(a, e);
+        if (type == AE_IFREG)
+            archive_write_data(a, data.constData(), size_t(data.size()));
+        archive_entry_free(e);
+    };
+    add("Tovin/", {}, AE_IFDIR);
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    QStringList paths;
+    while (it.hasNext())
+        paths.append(it.next());
+    paths.sort();
+    for (const QString& path : paths) {
+        const QByteArray name = "Tovin/" + QDir(folder).relativeFilePath(path).toUtf8();
+        if (QFileInfo(path).isDir()) {
+            add(name + '/', {}, AE_IFDIR);
+        } else {
+            QFile f(path);
+            f.open(QIODevice::ReadOnly);
+            add(name, f.readAll(), AE_IFREG);
+        }
+    }
+    for (const Extra& extra : extras)
+        add(extra.name, "x", extra.symlinkTo.isEmpty() ? AE_IFREG : AE_IFLNK, extra.symlinkTo);
+    const bool ok = archive_write_close(a) == ARCHIVE_OK;
+    archive_write_free(a);
+    return ok;
+}
+
+// The shared scene: keys, a certificate authority, the server, and an installed copy of the test
+// build of Tovin at version 1.0.
+class UpdateFlow : public ::testing::Test {
+protected:
+    static inline std::unique_ptr<QTemporaryDir> dir;
+    static inline std::unique_ptr<QProcess> server;
+    static inline QString serverLog;
+    static inline int port = 0;
+    static inline QString root; // what the server serves
+
+    static QString path(const QString& rel) { return dir->filePath(rel); }
+    static QString testKey() { return buildDir + u"/test-release-key/release.key"; }
+    static QString base() { return u"https://127.0.0.1:" + QString::number(port); }
+
+    static void SetUpTestSuite() {
+        dir = std::make_unique<QTemporaryDir>();
+        root = path(QStringLiteral("www"));
+        QDir().mkpath(root);
+        const QString ext = path(QStringLiteral("san.ext"));
+        put(ext, "subjectAltName=IP:127.0.0.1\n");
+        const QString openssl = QStringLiteral("openssl");
+        const QStringList ec{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                             QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes")};
+        for (const Outcome& r :
+             {run(openssl, QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + ec +
+                               QStringList{QStringLiteral("-keyout"), path(QStringLiteral("ca.key")), QStringLiteral("-out"),
+                                           path(QStringLiteral("ca.pem")), QStringLiteral("-days"), QStringLiteral("2"),
+                                           QStringLiteral("-subj"), QStringLiteral("/CN=Tovin test authority")}),
+              run(openssl, QStringList{QStringLiteral("req")} + ec +
+                               QStringList{QStringLiteral("-keyout"), path(QStringLiteral("server.key")), QStringLiteral("-out"),
+                                           path(QStringLiteral("server.csr")), QStringLiteral("-subj"),
+                                           QStringLiteral("/CN=127.0.0.1")}),
+              run(openssl, {QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), path(QStringLiteral("server.csr")),
+                            QStringLiteral("-CA"), path(QStringLiteral("ca.pem")), QStringLiteral("-CAkey"),
+                            path(QStringLiteral("ca.key")), QStringLiteral("-CAcreateserial"), QStringLiteral("-out"),
+                            path(QStringLiteral("server.pem")), QStringLiteral("-days"), QStringLiteral("2"),
+                            QStringLiteral("-extfile"), ext})})
+            ASSERT_EQ(r.exitCode, 0) << r.output.toStdString();
+
+        server = std::make_unique<QProcess>();
+        QObject::connect(server.get(), &QProcess::readyReadStandardOutput, [] {
+            serverLog += QString::fromUtf8(server->readAllStandardOutput());
+        });
+        server->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        server->start(QStringLiteral(TOVIN_TLS_SERVER),
+                      {root, path(QStringLiteral("server.pem")), path(QStringLiteral("server.key"))});
+        ASSERT_TRUE(server->waitForStarted());
+        for (int i = 0; i < 100 && !serverLog.contains(u'\n'); ++i)
+            server->waitForReadyRead(100);
+        port = serverLog.section(u'\n', 0, 0).toInt();
+        ASSERT_GT(port, 0) << serverLog.toStdString();
+        qputenv("TOVIN_UPDATE_CA", path(QStringLiteral("ca.pem")).toLocal8Bit());
+
+        // An installed copy of the test build at version 1.0.
+        const QString installed = path(QStringLiteral("opt/Tovin"));
+        QDir().mkpath(installed + u"/bin");
+        QDir().mkpath(installed + u"/share/tovin");
+        ASSERT_TRUE(QFile::copy(QStringLiteral(TOVIN_TESTKEY_BINARY), installed + u"/bin/tovin"));
+        put(installed + u"/share/tovin/VERSION", "1.0\n");
+    }
+
+    static void TearDownTestSuite() {
+        server->kill();
+        server->waitForFinished();
+        server.reset();
+        dir.reset();
+    }
+
+    // A small release tree whose bin/tovin, when started, writes its version beside the
+    // install folder: proof that the swapped-in copy was started.
+    static QString fakeTree(const QString& name, const QString& version) {
+        const QString tree = path(u"trees/" + name + u"/Tovin");
+        put(tree + u"/bin/tovin",
+            "#!/bin/sh\nhere=$(cd \"$(dirname \"$0\")/..\" && pwd)\n"
+            "cat \"$here/share/tovin/VERSION\" > \"$here/../started\"\n",
+            true);
+        put(tree + u"/share/tovin/VERSION", version.toUtf8() + '\n');
+        put(tree + u"/share/tovin/web/index.html", "<!doctype html><title>Tovin</title>");
+        return tree;
+    }
+
+    // scripts/make-release of a tree into www/<name>/, with its feed.
+    static void makeRelease(const QString& name, const QString& tree, const QString& version,
+                            const QString& key = testKey()) {
+        const Outcome r = run(QStringLiteral("bash"),
+                          {sourceDir + u"/scripts/make-release", QStringLiteral("--key"), key, QStringLiteral("--out"),
+                           root + u'/' + name, QStringLiteral("--tree"), tree, QStringLiteral("--version"), version,
+                           QStringLiteral("--url-base"), base() + u'/' + name, QStringLiteral("--notes"),
+                           QStringLiteral("Faster \"starts\".")});
+        ASSERT_EQ(r.exitCode, 0) << r.output.toStdString();
+    }
+
+    static void writeFeed(const QString& name, const QByteArray& json) { put(root + u'/' + name + u"/version.json", json); }
+
+    static QByteArray feedFor(const QString& name, const QString& archive, const QString& version,
+                              const QString& url = {}) {
+        const QString file = root + u'/' + name + u'/' + archive;
+        return R"({"version":")" + version.toUtf8() + R"(","url":")" +
+               (url.isEmpty() ? base() + u'/' + name + u'/' + archive : url).toUtf8() + R"(","sha256":")" +
+               sha256(file).value_or(QString()).toUtf8() + "\"}";
+    }
+
+    // The dry run of the installed copy against www/<name>/version.json.
+    static Outcome dryRun(const QString& name, const QString& tmp) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("TOVIN_UPDATE_FEED"), base() + u'/' + name + u"/version.json");
+        env.insert(QStringLiteral("TMPDIR"), tmp);
+        return run(path(QStringLiteral("opt/Tovin/bin/tovin")), {QStringLiteral("--update-dry-run")}, env);
+    }
+
+    // Waits on the event loop (the updater's replies and completions need it).
+    static bool waitFor(const std::function<bool()>& done, int ms = 60'000) {
+        QElapsedTimer t;
+        t.start();
+        while (!done() && t.elapsed() < ms) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+        return done();
+    }
+};
+
+TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlone) {
+    const QString good = fakeTree(QStringLiteral("good"), QStringLiteral("1.1"));
+    makeRelease(QStringLiteral("good"), good, QStringLiteral("1.1"));
+    const QString goodArchive = root + u"/good/Tovin-1.1.tar.gz";
+    // The signed tree as the release has it, to tamper with after signing.
+    const QString signedTree = path(QStringLiteral("signed"));
+    QDir().mkpath(signedTree);
+    ASSERT_EQ(run(QStringLiteral("tar"), {QStringLiteral("-xzf"), goodArchive, QStringLiteral("-C"), signedTree}).exitCode, 0);
+    auto tampered = [&](const QString& name, const std::function<void(const QString&)>& change,
+                        const QList<Extra>& extras = {}) {
+        const QString copy = path(u"tampered/" + name);
+        QDir().mkpath(copy);
+        run(QStringLiteral("cp"), {QStringLiteral("-a"), signedTree + u"/Tovin", copy});
+        change(copy + u"/Tovin");
+        QDir().mkpath(root + u'/' + name);
+        ASSERT_TRUE(pack(copy + u"/Tovin", root + u'/' + name + u"/Tovin-1.1.tar.gz", extras));
+        writeFeed(name, feedFor(name, QStringLiteral("Tovin-1.1.tar.gz"), QStringLiteral("1.1")));
+    };
+    auto nothing = [](const QString&) {};
+
+    // 1. the archive is not the one whose hash was published
+    QDir().mkpath(root + u"/mismatch");
+    QFile::copy(goodArchive, root + u"/mismatch/Tovin-1.1.tar.gz");
+    writeFeed(QStringLiteral("mismatch"), R"({"version":"1.1","url":")" +
+                                              (base() + u"/mismatch/Tovin-1.1.tar.gz").toUtf8() + R"(","sha256":")" +
+                                              QByteArray(64, 'a') + "\"}");
+    // 2. signed, but by another key
+    {
+        const QString other = path(QStringLiteral("other"));
+        QDir().mkpath(other);
+        ASSERT_EQ(run(QStringLiteral("minisign"), {QStringLiteral("-G"), QStringLiteral("-W"), QStringLiteral("-p"),
+                                                   other + u"/k.pub", QStringLiteral("-s"), other + u"/k.key"})
+                      .exitCode,
+                  0);
+        makeRelease(QStringLiteral("otherkey"), fakeTree(QStringLiteral("otherkey"), QStringLiteral("1.1")),
+                    QStringLiteral("1.1"), other + u"/k.key");
+    }
+    // 3. a file changed after signing; 4. an extra file; 5. no signature
+    tampered(QStringLiteral("changed"), [](const QString& t) { put(t + u"/bin/tovin", "#!/bin/sh\nrm -rf ~\n", true); });
+    tampered(QStringLiteral("extra"), [](const QString& t) { put(t + u"/bin/helper", "#!/bin/sh\n", true); });
+    tampered(QStringLiteral("unsigned"), [](const QString& t) { QFile::remove(t + u"/MANIFEST.minisig"); });
+    // 6. a symlink; 7. an entry that climbs out of the folder
+    tampered(QStringLiteral("symlink"), nothing, {{"Tovin/share/tovin/web/passwd", "/etc/passwd"}});
+    tampered(QStringLiteral("climbs"), nothing, {{"Tovin/../../escaped", {}}});
+    // 8. the same version; 9. an older one — both properly signed
+    makeRelease(QStringLiteral("same"), fakeTree(QStringLiteral("same"), QStringLiteral("1.0")), QStringLiteral("1.0"));
+    makeRelease(QStringLiteral("older"), fakeTree(QStringLiteral("older"), QStringLiteral("0.9")), QStringLiteral("0.9"));
+    // The feed claims newer; the download itself says what it is.
+    writeFeed(QStringLiteral("same"), feedFor(QStringLiteral("same"), QStringLiteral("Tovin-1.0.tar.gz"), QStringLiteral("1.1")));
+    writeFeed(QStringLiteral("older"), feedFor(QStringLiteral("older"), QStringLiteral("Tovin-0.9.tar.gz"), QStringLiteral("1.1")));
+    // 10. plain http; 11. a feed without its checksum; 12. a download cut off half-way
+    writeFeed(QStringLiteral("http"),
+              feedFor(QStringLiteral("good"), QStringLiteral("Tovin-1.1.tar.gz"), QStringLiteral("1.1"),
+                      u"http://127.0.0.1:" + QString::number(port) + u"/good/Tovin-1.1.tar.gz"));
+    writeFeed(QStringLiteral("nosha"), R"({"version":"1.1","url":")" + (base() + u"/good/Tovin-1.1.tar.gz").toUtf8() + "\"}");
+    writeFeed(QStringLiteral("halfway"), feedFor(QStringLiteral("good"), QStringLiteral("Tovin-1.1.tar.gz"), QStringLiteral("1.1"),
+                                             base() + u"/cut/good/Tovin-1.1.tar.gz"));
+
+    const QList<std::pair<QString, QString>> cases{
+        {QStringLiteral("mismatch"), QStringLiteral("the download didn't match its checksum, so it wasn't installed")},
+        {QStringLiteral("otherkey"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
+        {QStringLiteral("changed"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
+        {QStringLiteral("extra"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
+        {QStringLiteral("unsigned"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
+        {QStringLiteral("symlink"), QStringLiteral("the download wouldn't unpack")},
+        {QStringLiteral("climbs"), QStringLiteral("the download wouldn't unpack")},
+        {QStringLiteral("same"), QStringLiteral("that download is version 1.0, which isn't newer than 1.0")},
+        {QStringLiteral("older"), QStringLiteral("that download is version 0.9, which isn't newer than 1.0")},
+        {QStringLiteral("http"), QStringLiteral("that release has no usable https address")},
+        {QStringLiteral("nosha"), QStringLiteral("the release feed couldn't be read")},
+        {QStringLiteral("halfway"), QStringLiteral("the download didn't finish")},
+    };
+    const QStringList before = snapshot(path(QStringLiteral("opt")));
+    int refused = 0;
+    for (const auto& [name, message] : cases) {
+        const QString tmp = path(u"tmp-" + name);
+        QDir().mkpath(tmp);
+        serverLog.clear();
+        const Outcome r = dryRun(name, tmp);
+        QCoreApplication::processEvents();
+        const bool ok = r.exitCode == 1 && r.output.contains(u'\n' + message + u'\n') && !r.output.contains(u"OK —") &&
+                        QDir(tmp).isEmpty() && snapshot(path(QStringLiteral("opt"))) == before;
+        EXPECT_TRUE(ok) << name.toStdString() << ":\n" << r.output.toStdString() << "left in tmp: "
+                        << QDir(tmp).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).join(u' ').toStdString();
+        refused += ok;
+        if (name == u"http") { // refused before anything was downloaded
+            EXPECT_FALSE(serverLog.contains(u"Tovin-1.1.tar.gz")) << serverLog.toStdString();
+        }
+    }
+    std::printf("[ figures ] %d/%d refused\n", refused, int(cases.size()));
+    EXPECT_EQ(refused, 12);
+
+    // And the good one passes the same dry run, installing nothing.
+    const QString tmp = path(QStringLiteral("tmp-good"));
+    QDir().mkpath(tmp);
+    const Outcome r = dryRun(QStringLiteral("good"), tmp);
+    EXPECT_EQ(r.exitCode, 0) << r.output.toStdString();
+    for (const char* line : {"Tovin update — dry run", "fetching, checking the hash, and checking the signature…",
+                             "OK — verified", "hash matched, unpacked, signed with Tovin's release key",
+                             "(not installed: this is a dry run)"})
+        EXPECT_TRUE(r.output.contains(QString::fromUtf8(line))) << line << "\n" << r.output.toStdString();
+    EXPECT_TRUE(QDir(tmp).isEmpty());
+    EXPECT_EQ(snapshot(path(QStringLiteral("opt"))), before);
+
+    // Up to date: the feed offers the version that runs.
+    writeFeed(QStringLiteral("current"), R"({"version":"1.0","url":"https://127.0.0.1/x","sha256":"ab"})");
+    const Outcome upToDate = dryRun(QStringLiteral("current"), tmp);
+    EXPECT_EQ(upToDate.exitCode, 0);
+    EXPECT_TRUE(upToDate.output.contains(u"up to date — nothing to fetch\n")) << upToDate.output.toStdString();
+}
+
+// In-process: the check, the download with progress, the verification, the install into an
+// install folder and the hand-over, which waits for the old process and starts the new copy.
+TEST_F(UpdateFlow, AGoodUpdateGoesAllTheWayAndJournalsEveryStep) {
+    makeRelease(QStringLiteral("all"), fakeTree(QStringLiteral("all"), QStringLiteral("2.0")), QStringLiteral("2.0"));
+    qputenv("TOVIN_UPDATE_FEED", (base() + u"/all/version.json").toLocal8Bit());
+    Journal::resetForTesting();
+
+    QObject context;
+    std::optional<Status> status;
+    check(&context, [&](const Status& s) { status = s; });
+    ASSERT_TRUE(waitFor([&] { return status.has_value(); }));
+    ASSERT_EQ(status->kind, Status::Available) << status->message.toStdString();
+    EXPECT_EQ(status->release.version, u"2.0");
+    EXPECT_EQ(status->release.notes, u"Faster \"starts\".");
+
+    std::optional<Fetched> fetched;
+    Download* download = fetch(status->release, &context, [&](const Fetched& f) { fetched = f; });
+    QSignalSpy progress(download, &Download::progress);
+    ASSERT_TRUE(waitFor([&] { return fetched.has_value(); }));
+    ASSERT_FALSE(fetched->failure) << fetched->failure->message.toStdString();
+    EXPECT_FALSE(progress.isEmpty());
+    EXPECT_TRUE(isSignedRelease(fetched->newApp));
+
+    // An installed copy at 1.0, "run" by a process that is still alive.
+    const QString parent = path(QStringLiteral("home-all"));
+    const QString installed = fakeTree(QStringLiteral("installed-all"), QStringLiteral("1.0"));
+    QDir().mkpath(parent);
+    ASSERT_TRUE(QDir().rename(installed, parent + u"/Tovin"));
+    QProcess old;
+    old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
+    ASSERT_TRUE(old.waitForStarted());
+
+    bool quit = false;
+    const auto failure = install(fetched->newApp, [&] { quit = true; }, {parent + u"/Tovin", old.processId()});
+    ASSERT_FALSE(failure) << failure->message.toStdString();
+    EXPECT_TRUE(quit);
+    // Nothing moves while the old process lives.
+    QTest::qWait(700);
+    EXPECT_EQ(*folderVersion(parent + u"/Tovin"), u"1.0");
+    EXPECT_FALSE(QFile::exists(parent + u"/started"));
+    old.kill();
+    old.waitForFinished();
+    ASSERT_TRUE(waitFor([&] { return readWholeFile(parent + u"/started", 64).value_or("").endsWith('\n'); }, 10'000));
+    EXPECT_EQ(*readWholeFile(parent + u"/started", 64), "2.0\n");
+    EXPECT_EQ(*folderVersion(parent + u"/Tovin"), u"2.0");
+    EXPECT_FALSE(QFile::exists(parent + u"/Tovin (previous)"));
+
+    const QString journal = Journal::tail(40).join(u'\n');
+    for (const char* step : {"[update] 2.0 is available (running 0)", "[update] downloading 2.0 from",
+                             "[update] downloaded ", "[update] hash matched", "[update] unpacked",
+                             "[update] signature verified", "[update] downloaded and verified",
+                             "[update] installing — handing over and quitting"})
+        EXPECT_TRUE(journal.contains(QString::fromUtf8(step))) << step << "\n" << journal.toStdString();
+}
+
+TEST_F(UpdateFlow, CancellingADownloadLeavesNothingBehindAndNeverCompletes) {
+    makeRelease(QStringLiteral("cancel"), fakeTree(QStringLiteral("cancel"), QStringLiteral("3.0")), QStringLiteral("3.0"));
+    const QString tmp = path(QStringLiteral("tmp-cancel"));
+    QDir().mkpath(tmp);
+    qputenv("TMPDIR", tmp.toLocal8Bit());
+    QObject context;
+    bool completed = false;
+    const Release release{QStringLiteral("3.0"), base() + u"/cancel/Tovin-3.0.tar.gz",
+                          *sha256(root + u"/cancel/Tovin-3.0.tar.gz"), std::nullopt};
+    QPointer<Download> download = fetch(release, &context, [&](const Fetched&) { completed = true; });
+    download->cancel();
+    waitFor([&] { return download.isNull() && QDir(tmp).isEmpty(); }, 5'000);
+    qunsetenv("TMPDIR");
+    EXPECT_FALSE(completed);
+    EXPECT_TRUE(download.isNull());
+    EXPECT_TRUE(QDir(tmp).isEmpty());
+}
+
+TEST_F(UpdateFlow, InstallRefusesWhatIsNotAnInstalledCopy) {
+    bool quit = false;
+    const auto quitting = [&] { quit = true; };
+    // A build tree: the folder above bin/ is not named Tovin.
+    auto failure = install(path(QStringLiteral("x")), quitting, {buildDir + u"/src", 1});
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->message, u"this doesn't look like an installed copy of Tovin, so it wasn't replaced");
+    EXPECT_FALSE(quit);
+}
+
+TEST_F(UpdateFlow, InstallRefusesACopyInAFolderItCannotWrite) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "root can write to any folder, so this is checked only as an ordinary user";
+    const QString locked = path(QStringLiteral("locked"));
+    QDir().mkpath(locked);
+    ASSERT_TRUE(QDir().rename(fakeTree(QStringLiteral("locked-copy"), QStringLiteral("1.0")), locked + u"/Tovin"));
+    QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
+    bool quit = false;
+    const auto failure = install(path(QStringLiteral("x")), [&] { quit = true; }, {locked + u"/Tovin", 1});
+    QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->message, u"Tovin can't write to " + locked + u" — move it to a folder you own and try again");
+    EXPECT_FALSE(quit);
+}
+
+// The hand-over on its own: when the new copy cannot be moved in, the old one is put back and
+// started again; and nothing happens until the old process has exited.
+TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
+    QTemporaryDir dir;
+    const QString current = dir.filePath(QStringLiteral("Tovin"));
+    put(current + u"/bin/tovin", "#!/bin/sh\necho old > \"$(dirname \"$0\")/../../started\"\n", true);
+    put(current + u"/share/tovin/VERSION", "1.0\n");
+    const QStringList before = snapshot(current);
+    QProcess old;
+    old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
+    ASSERT_TRUE(old.waitForStarted());
+    // The new copy is gone by the time the script runs: its move in fails, as a read-only or
+    // vanished target would make it.
+    const QString script = dir.filePath(QStringLiteral("swap.sh"));
+    put(script, swapScript(old.processId(), current, dir.filePath(QStringLiteral("Tovin (previous)")),
+                           dir.filePath(QStringLiteral("gone/Tovin"))));
+    QProcess sh;
+    sh.start(QStringLiteral("/bin/sh"), {script});
+    ASSERT_TRUE(sh.waitForStarted());
+    EXPECT_FALSE(sh.waitForFinished(700)) << "the script must wait for the old process";
+    EXPECT_EQ(snapshot(current), before);
+    old.kill();
+    old.waitForFinished();
+    ASSERT_TRUE(sh.waitForFinished(10'000));
+    EXPECT_EQ(sh.exitCode(), 1);
+    EXPECT_EQ(snapshot(current), before);
+    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("Tovin (previous)"))));
+    QElapsedTimer t;
+    t.start();
+    while (!QFile::exists(dir.filePath(QStringLiteral("started"))) && t.elapsed() < 5000)
+        QTest::qWait(50);
+    EXPECT_EQ(readWholeFile(dir.filePath(QStringLiteral("started")), 64).value_or(""), "old\n");
+}
+
+TEST(SwapScript, KeepsThePartsShapeAndQuotesEveryPath) {
+    const QByteArray script = swapScript(4242, QStringLiteral("/home/a b/Tovin"), QStringLiteral("/home/a b/Tovin (previous)"),
+                                         QStringLiteral("/tmp/x/unpacked/Tovin$HOME"));
+    const QList<QByteArray> lines = script.split('\n');
+    ASSERT_EQ(lines.size(), 14); // 13 lines and the final newline
+    EXPECT_EQ(lines[0], "#!/bin/sh");
+    EXPECT_EQ(lines[2], "while kill -0 4242 2>/dev/null; do sleep 0.2; done");
+    EXPECT_EQ(lines[3], R"x(rm -rf "/home/a b/Tovin (previous)")x");
+    EXPECT_EQ(lines[4], R"x(mv "/home/a b/Tovin" "/home/a b/Tovin (previous)" || exit 1)x");
+    EXPECT_EQ(lines[5], R"x(if ! mv "/tmp/x/unpacked/Tovin\$HOME" "/home/a b/Tovin"; then)x");
+    EXPECT_EQ(lines[8], R"x(  setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x");
+    EXPECT_EQ(lines[12], R"x(setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x");
+}
+
+} // namespace

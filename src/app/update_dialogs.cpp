@@ -48,7 +48,7 @@ void UpdateDialogs::offer(const Updater::Release& release) {
         Journal::note(QStringLiteral("update"), release.version + u" offered later — a lockout is in progress");
         return;
     }
-    if (offerBox_ || progressBox_)
+    if ((offerBox_ && offerBox_->isVisible()) || (progressBox_ && progressBox_->isVisible()))
         return; // one offer at a time
 
     QString detail;

@@ -3,11 +3,17 @@
 // written with libarchive (the hostile ones too), the hand-over script run by /bin/sh, and the
 // test build of the program itself for the dry run and for a full update of the real install tree.
 
+#include "app/app_controller.h"
+#include "app/countdown_panel.h"
+#include "app/update_dialogs.h"
+#include "journal/instance_record.h"
 #include "journal/journal.h"
 #include "updater/release_check.h"
 #include "updater/updater.h"
 
 #include "core/atomic_file.h"
+#include "support/fake_clock.h"
+#include "support/fake_platform.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -18,6 +24,9 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QApplication>
+#include <QLabel>
+#include <QPushButton>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -411,6 +420,66 @@ TEST_F(UpdateFlow, AGoodUpdateGoesAllTheWayAndJournalsEveryStep) {
         EXPECT_TRUE(journal.contains(QString::fromUtf8(step))) << step << "\n" << journal.toStdString();
 }
 
+// The whole way with the real install tree: the test build of Tovin installed at the project's
+// version, a release of the same tree as 99.0, and the swapped-in program really starting.
+TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
+    const QString parent = path(QStringLiteral("real"));
+    const QString installed = parent + u"/Tovin";
+    const Outcome staged = run(QStringLiteral("cmake"), {QStringLiteral("--install"), buildDir, QStringLiteral("--prefix"), installed});
+    ASSERT_EQ(staged.exitCode, 0) << staged.output.toStdString();
+    QFile::remove(installed + u"/bin/tovin");
+    ASSERT_TRUE(QFile::copy(QStringLiteral(TOVIN_TESTKEY_BINARY), installed + u"/bin/tovin"));
+    const QString shipped = *folderVersion(installed);
+    makeRelease(QStringLiteral("real"), installed, QStringLiteral("99.0"));
+    qputenv("TOVIN_UPDATE_FEED", (base() + u"/real/version.json").toLocal8Bit());
+    // What the new copy runs with once it is started: headless, in this test's folders.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    const QString instance = InstanceRecord::defaultPath();
+    QFile::remove(instance);
+
+    QElapsedTimer clock;
+    clock.start();
+    QObject context;
+    std::optional<Status> status;
+    check(&context, [&](const Status& s) { status = s; });
+    ASSERT_TRUE(waitFor([&] { return status.has_value(); }));
+    ASSERT_EQ(status->kind, Status::Available) << status->message.toStdString();
+    std::optional<Fetched> fetched;
+    fetch(status->release, &context, [&](const Fetched& f) { fetched = f; });
+    ASSERT_TRUE(waitFor([&] { return fetched.has_value(); }));
+    ASSERT_FALSE(fetched->failure) << fetched->failure->message.toStdString();
+    const qint64 verifiedAt = clock.elapsed();
+
+    QProcess old;
+    old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
+    ASSERT_TRUE(old.waitForStarted());
+    ASSERT_FALSE(install(fetched->newApp, [] {}, {installed, old.processId()}));
+    old.kill();
+    old.waitForFinished();
+    const qint64 quitAt = clock.elapsed();
+    ASSERT_TRUE(waitFor([&] { return InstanceRecord::readLive(instance).has_value(); }, 60'000))
+        << "the new copy never started";
+    const qint64 backAt = clock.elapsed();
+    const qint64 pid = InstanceRecord::readLive(instance)->pid;
+    const QString exe = QFileInfo(u"/proc/" + QString::number(pid) + u"/exe").symLinkTarget();
+    ::kill(-pid, SIGTERM); // its session: the program and its web helpers
+    waitFor([&] { return !QFileInfo::exists(u"/proc/" + QString::number(pid)); }, 10'000);
+
+    EXPECT_EQ(exe, installed + u"/bin/tovin");
+    EXPECT_EQ(*folderVersion(installed), u"99.0");
+    EXPECT_TRUE(isSignedRelease(installed));
+    EXPECT_FALSE(QFileInfo::exists(parent + u"/Tovin (previous)"));
+    qint64 bytes = 0;
+    for (QDirIterator it(installed, QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
+        bytes += QFileInfo(it.next()).size();
+    std::printf("[ figures ] full update of the real install tree (%s -> 99.0, %.1f MB, archive %.1f MB): "
+                "checked, downloaded and verified in %.2f s; swapped and running again %.2f s later; %.2f s in all\n",
+                qPrintable(shipped), bytes / 1e6, QFileInfo(root + u"/real/Tovin-99.0.tar.gz").size() / 1e6,
+                verifiedAt / 1e3, (backAt - quitAt) / 1e3, backAt / 1e3);
+    qunsetenv("QT_QPA_PLATFORM");
+}
+
 TEST_F(UpdateFlow, CancellingADownloadLeavesNothingBehindAndNeverCompletes) {
     makeRelease(QStringLiteral("cancel"), fakeTree(QStringLiteral("cancel"), QStringLiteral("3.0")), QStringLiteral("3.0"));
     const QString tmp = path(QStringLiteral("tmp-cancel"));
@@ -452,6 +521,94 @@ TEST_F(UpdateFlow, InstallRefusesACopyInAFolderItCannotWrite) {
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->message, u"Tovin can't write to " + locked + u" — move it to a folder you own and try again");
     EXPECT_FALSE(quit);
+}
+
+// The dialogs around it: the offer, the progress bar, Cancel, and what a refusal says.
+TEST_F(UpdateFlow, TheOfferDialogsDownloadWithProgressCancelAndSayWhyNothingWasInstalled) {
+    makeRelease(QStringLiteral("offer"), fakeTree(QStringLiteral("offer"), QStringLiteral("5.0")), QStringLiteral("5.0"));
+    const QString archive = root + u"/offer/Tovin-5.0.tar.gz";
+    const Release release{QStringLiteral("5.0"), base() + u"/offer/Tovin-5.0.tar.gz", *sha256(archive),
+                          QStringLiteral("Counts push-ups.")};
+    fakes::FakeClock clock;
+    fakes::FakeIdle idle;
+    CountdownPanel::offscreenForTests = true;
+    AppController controller(clock, idle);
+    QStringList alerts;
+    controller.showAlert = [&](const QString& title, const QString& detail) { alerts.append(title + u" | " + detail); };
+    UpdateDialogs dialogs(controller);
+    bool quit = false;
+    dialogs.quitting = [&] { quit = true; };
+    const QString parent = path(QStringLiteral("dialog-home"));
+    QDir().mkpath(parent);
+    ASSERT_TRUE(QDir().rename(fakeTree(QStringLiteral("dialog-copy"), QStringLiteral("1.0")), parent + u"/Tovin"));
+    QProcess old;
+    old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
+    ASSERT_TRUE(old.waitForStarted());
+    dialogs.installTarget = InstalledCopy{parent + u"/Tovin", old.processId()};
+
+    // A countdown on screen: the offer waits for the journal, not a dialog.
+    Journal::resetForTesting();
+    controller.countdown().show(60, 1);
+    dialogs.offer(release);
+    EXPECT_EQ(dialogs.offerBox(), nullptr);
+    EXPECT_TRUE(Journal::tail(5).join(u'\n').contains(u"[update] 5.0 offered later — a lockout is in progress"));
+    controller.countdown().dismiss();
+
+    // "Not Now" does nothing.
+    dialogs.offer(release);
+    ASSERT_NE(dialogs.offerBox(), nullptr);
+    EXPECT_EQ(dialogs.offerBox()->text(), u"Tovin 5.0 is available.");
+    EXPECT_EQ(dialogs.offerBox()->informativeText(),
+              u"Counts push-ups.\n\nYou're running 0. Tovin will download it, check it's signed by the same "
+              u"developer, replace itself and reopen.");
+    auto button = [](QMessageBox* box, const QString& text) {
+        for (QAbstractButton* b : box->buttons())
+            if (b->text() == text)
+                return b;
+        return static_cast<QAbstractButton*>(nullptr);
+    };
+    button(dialogs.offerBox(), QStringLiteral("Not Now"))->click();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(dialogs.progressBox(), nullptr);
+
+    // "Update", then Cancel while it downloads.
+    QSignalSpy ended(&dialogs, &UpdateDialogs::fetchEnded);
+    dialogs.offer(release);
+    button(dialogs.offerBox(), QStringLiteral("Update"))->click();
+    ASSERT_TRUE(waitFor([&] { return dialogs.progressBox() != nullptr; }, 2000));
+    EXPECT_EQ(dialogs.progressBar()->size(), QSize(300, 20));
+    const QStringList texts = [&] {
+        QStringList t;
+        for (QLabel* l : dialogs.progressBox()->findChildren<QLabel*>())
+            t.append(l->text());
+        return t;
+    }();
+    EXPECT_EQ(texts, (QStringList{QStringLiteral("Downloading Tovin 5.0…"), QStringLiteral("This window will close when it's ready.")}));
+    dialogs.progressBox()->findChild<QPushButton*>(QStringLiteral("cancel"))->click();
+    ASSERT_TRUE(waitFor([&] { return ended.size() == 1; }, 5000));
+    EXPECT_TRUE(Journal::tail(5).join(u'\n').contains(u"[update] cancelled before 5.0 finished downloading"));
+    EXPECT_FALSE(quit);
+    EXPECT_TRUE(alerts.isEmpty());
+
+    // A release whose checksum is wrong: refused, with the reason.
+    Release wrong = release;
+    wrong.sha256 = QString(64, u'0');
+    dialogs.offer(wrong);
+    button(dialogs.offerBox(), QStringLiteral("Update"))->click();
+    ASSERT_TRUE(waitFor([&] { return ended.size() == 2; }));
+    EXPECT_EQ(alerts, (QStringList{u"The update wasn't installed. | the download didn't match its checksum, so it wasn't installed"_qs}));
+    EXPECT_FALSE(quit);
+
+    // The real one: the bar fills, the dialog closes, the hand-over starts and the app quits.
+    dialogs.offer(release);
+    button(dialogs.offerBox(), QStringLiteral("Update"))->click();
+    ASSERT_TRUE(waitFor([&] { return ended.size() == 3; }));
+    EXPECT_TRUE(quit);
+    EXPECT_EQ(alerts.size(), 1);
+    EXPECT_EQ(dialogs.progressBox(), nullptr);
+    old.kill();
+    old.waitForFinished();
+    EXPECT_TRUE(waitFor([&] { return folderVersion(parent + u"/Tovin") == u"5.0"; }, 10'000));
 }
 
 // The hand-over on its own: when the new copy cannot be moved in, the old one is put back and

@@ -12,6 +12,9 @@ packages=(
     # Qt, and the system services the platform layer talks to
     qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxss-dev
     libsodium-dev libarchive-dev minisign openssl
+    # the camera coach: the camera, its pose model on the CPU, and its voice
+    qt6-multimedia-dev gstreamer1.0-plugins-good libopencv-dev
+    qt6-speech-dev qt6-speech-speechd-plugin speech-dispatcher speech-dispatcher-espeak-ng espeak-ng
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the calendar needs real zone data to pin time zones in tests

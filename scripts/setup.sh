@@ -14,6 +14,8 @@ packages=(
     libsodium-dev libarchive-dev minisign openssl
     # the camera coach: the camera, its pose model on the CPU, and its voice
     qt6-multimedia-dev gstreamer1.0-plugins-good libopencv-dev
+    # pictures with and without a person, for checking the pose model
+    opencv-doc
     qt6-speech-dev qt6-speech-speechd-plugin speech-dispatcher speech-dispatcher-espeak-ng espeak-ng
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev

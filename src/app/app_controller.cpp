@@ -1,6 +1,8 @@
 #include "app/app_controller.h"
 
 #include "app/away_view.h"
+#include "coach/pose_model.h"
+#include "coach/tts_speaker.h"
 #include "guards/call_detector.h"
 #include "promises/promise_ledger.h"
 #include "journal/journal.h"
@@ -11,6 +13,7 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMessageBox>
+#include <QStackedLayout>
 #include <QVBoxLayout>
 
 #include <cstdio>
@@ -54,6 +57,24 @@ AppController::AppController(Clock& clock, IdleSource& idle, QObject* parent)
         self.workoutWeb_ = web;
         return container;
     };
+    frameSourceFactory = [] { return std::make_unique<CameraFrameSource>(); };
+    poseModelFactory = [](QString* error) { return PoseModel::load(PoseModel::bundledPath(), error); };
+}
+
+void AppController::setSpeaker(Speaker* speaker) {
+    speaker_ = speaker;
+    voice_.reset();
+}
+
+Coachbox& AppController::voice() {
+    if (!voice_) {
+        if (!speaker_) {
+            ownSpeaker_ = std::make_unique<TextToSpeechSpeaker>();
+            speaker_ = ownSpeaker_.get();
+        }
+        voice_ = std::make_unique<Coachbox>(clock_, *speaker_);
+    }
+    return *voice_;
 }
 
 PromiseLedger& AppController::ledger() const {
@@ -360,6 +381,10 @@ void AppController::raiseLockout(bool rehearsal) {
         prebuiltFor_.webRoot == content.webRoot) {
         view = prebuilt_;
         prebuilt_ = nullptr;
+    } else if (const auto id = Settings::lockoutWorkoutID();
+               id && content.mode == WorkoutWebView::Mode::Locked && CoachSession::isCoachWorkout(*id)) {
+        dropPrebuilt();
+        view = coachLockout(*id, content);
     } else {
         dropPrebuilt();
         view = contentFactory_(content, *this);
@@ -412,26 +437,110 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
     QString exercise = pendingBlock_ ? pendingBlock_->label
                                      : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
     record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, reason, std::nullopt});
+    stopCoach();
     standDown();
 }
 
 void AppController::shieldPanicked() {
     finished_ = true;
+    stopCoach();
     terminate();
 }
 
 void AppController::shieldYielded() {
     finished_ = true;
+    stopCoach();
     standDown();
 }
 
 void AppController::shieldTimedOut() {
     finished_ = true;
+    stopCoach();
     standDown();
 }
 
-void AppController::shieldKeyPressed(const QString&) {
-    // The camera coach's keys arrive here once the coach is part of a lockout.
+void AppController::shieldKeyPressed(const QString& key) {
+    if (finished_ || !coach_)
+        return;
+    if (key == u"1")
+        coach_->switchCoach(std::make_unique<SquatCoach>());
+    else if (key == u"2")
+        coach_->switchCoach(std::make_unique<JumpingJackCoach>());
+    else if (key == u"3")
+        coach_->switchCoach(std::make_unique<PushupCoach>());
+    else if (key.compare(u"r", Qt::CaseInsensitive) == 0)
+        refreshPanel();
+}
+
+QWidget* AppController::coachLockout(const QString& workoutID, const LockoutContent& webContent) {
+    // The shield holds a container, so a coach that gives up can hand its place to the web
+    // workout without the screen ever coming back in between.
+    auto* container = new QWidget;
+    container->setStyleSheet(QStringLiteral("background: black;"));
+    auto* stack = new QStackedLayout(container);
+    coachContainer_ = container;
+    QString error;
+    std::unique_ptr<PoseModel> model = poseModelFactory ? poseModelFactory(&error) : nullptr;
+    if (!model) {
+        Journal::note(QStringLiteral("coach"), u"camera coach unavailable — " + error + u"; running the web workout");
+        stack->addWidget(contentFactory_(webContent, *this));
+        return container;
+    }
+    coach_ = new CoachSession(frameSourceFactory ? frameSourceFactory() : nullptr, std::move(model), clock_, voice(),
+                              Settings::requiredCleanReps(), this);
+    stack->addWidget(coach_->view());
+    connect(coach_, &CoachSession::cleanRepsReached, this, &AppController::finishTovin);
+    connect(coach_, &CoachSession::gaveUp, this,
+            [this, webContent](const QString& reason) { coachGaveUp(reason, webContent); });
+    coach_->start(CoachSession::coachFor(workoutID));
+    Journal::note(QStringLiteral("coach"), u"camera coach started — " + coach_->coach().name());
+    return container;
+}
+
+void AppController::coachGaveUp(const QString& reason, const LockoutContent& webContent) {
+    if (finished_ || !coachContainer_)
+        return;
+    Journal::note(QStringLiteral("coach"), u"camera coach gave up — " + reason + u"; running the web workout instead");
+    stopCoach();
+    auto* stack = static_cast<QStackedLayout*>(coachContainer_->layout());
+    QWidget* web = contentFactory_(webContent, *this);
+    stack->addWidget(web);
+    stack->setCurrentWidget(web);
+}
+
+void AppController::stopCoach() {
+    if (!coach_)
+        return;
+    coach_->stop(); // the camera is released now
+    coach_->deleteLater();
+    coach_ = nullptr;
+}
+
+void AppController::refreshPanel() {
+    if (!coach_)
+        return;
+    coach_->resetCoach(); // counts back to zero, "Get into position"
+}
+
+void AppController::finishTovin() {
+    if (finished_ || !coach_)
+        return;
+    finished_ = true;
+    ExerciseCoach& coach = coach_->coach();
+    record({{}, PromiseRecord::Outcome::Tovin, coach.name(), coach.reps(), coach.cleanReps(), std::nullopt, false});
+    const int streak = ledger().streak();
+    if (CoachView* view = coach_->view()) {
+        view->setStatus(QStringLiteral("Done. Promise tovin."),
+                        u"Streak " + QString::number(streak) + u" · " + QString::number(coach.cleanReps()) +
+                            u" clean of " + QString::number(coach.reps()));
+        view->repaint();
+    }
+    voice().say(u"Done. That's " + QString::number(streak) + u" in a row.", true);
+    lowerTimer_ = clock_.singleShot(2.6, [this] {
+        stopCoach();
+        shield_.lower();
+        terminate();
+    });
 }
 
 void AppController::workoutWebFailed(const QString& detail) {
@@ -446,6 +555,7 @@ void AppController::workoutWebFailed(const QString& detail) {
 }
 
 void AppController::standDown() {
+    stopCoach();
     workoutWeb_ = nullptr;
     awayTimer_.reset();
     lowerTimer_.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/countdown_panel.h"
+#include "coach/coach_session.h"
 #include "core/calendar.h"
 #include "shield/shield_controller.h"
 #include "workoutweb/workout_web_view.h"
@@ -58,6 +59,14 @@ public:
     std::function<void()> terminate;
     // Opens (or brings forward) the setup window; set by the shell.
     std::function<void()> openSetupWindow;
+    // Where a camera coach gets its frames and its model (the default camera and the bundled
+    // model); tests hand in pictures, or nothing to see the fallback.
+    std::function<std::unique_ptr<FrameSource>()> frameSourceFactory;
+    std::function<std::unique_ptr<PoseModel>(QString* error)> poseModelFactory;
+    // The coach's voice: the desktop's speech service unless a test sets another speaker.
+    void setSpeaker(Speaker* speaker);
+    Coachbox& voice();
+    CoachSession* coachSession() const { return coach_; }
     std::function<void()> hideSetupWindow;
     // Pins the calendar (tests); otherwise the system's, followed when its zone changes.
     void setCalendar(const Calendar& calendar) { pinnedCalendar_ = calendar; }
@@ -93,6 +102,10 @@ public:
     void shieldKeyPressed(const QString& key) override;
     void workoutCompleted(const QString& exercise, qint64 reps) override;
     void workoutWebFailed(const QString& detail) override;
+
+    // The camera coach's ending, its keys, and its panel after a reset.
+    void finishTovin();
+    void refreshPanel();
 
     // Pause and resume (an hour at most).
     void pauseAnHour();
@@ -149,6 +162,9 @@ private:
     void prebuild();
     void dropPrebuilt();
     void record(PromiseRecord promise);
+    QWidget* coachLockout(const QString& workoutID, const LockoutContent& webContent);
+    void coachGaveUp(const QString& reason, const LockoutContent& webContent);
+    void stopCoach();
 
     Clock& clock_;
     IdleSource& idle_;
@@ -175,6 +191,11 @@ private:
     std::unique_ptr<Timer> awayTimer_;
     std::unique_ptr<Timer> pauseTimer_;
     std::unique_ptr<Timer> lowerTimer_;
+    QPointer<CoachSession> coach_;
+    QPointer<QWidget> coachContainer_;
+    std::unique_ptr<Speaker> ownSpeaker_;
+    Speaker* speaker_ = nullptr;
+    std::unique_ptr<Coachbox> voice_;
     QPointer<WorkoutWebView> workoutWeb_;
     // The lockout's page, built while the countdown runs so it is already rendered when the
     // shield rises; dropped if the countdown is snoozed or cancelled.

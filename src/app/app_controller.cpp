@@ -492,8 +492,10 @@ QWidget* AppController::coachLockout(const QString& workoutID, const LockoutCont
     connect(coach_, &CoachSession::cleanRepsReached, this, &AppController::finishTovin);
     connect(coach_, &CoachSession::gaveUp, this,
             [this, webContent](const QString& reason) { coachGaveUp(reason, webContent); });
-    coach_->start(CoachSession::coachFor(workoutID));
-    Journal::note(QStringLiteral("coach"), u"camera coach started — " + coach_->coach().name());
+    auto coach = CoachSession::coachFor(workoutID);
+    Journal::note(QStringLiteral("coach"), u"camera coach started — " + coach->name());
+    // Last: a camera that fails at once gives up from inside start(), replacing the coach.
+    coach_->start(std::move(coach));
     return container;
 }
 

@@ -299,9 +299,11 @@ void CoachSession::consume(const QImage& image, const PoseFrame& pose) {
         view_->setStatus(out.status, out.detail);
         view_->setCounts(coach_->reps(), coach_->cleanReps(), required_);
     }
-    if (out.speak)
+    const bool finished = coach_->cleanReps() >= required_;
+    // The last repetition's praise gives way to the finish, which speaks for itself.
+    if (out.speak && !finished)
         voice_.say(*out.speak, out.repJustCompleted.has_value());
-    if (coach_->cleanReps() >= required_) {
+    if (finished) {
         done_ = true;
         watchdog_.reset();
         Q_EMIT cleanRepsReached();

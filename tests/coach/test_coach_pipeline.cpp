@@ -1,0 +1,274 @@
+// The camera coach end to end without a camera: the real pose model on real pictures (Debian's
+// opencv-doc examples), pictures played through model → coach → voice, the watchdog, and the
+// coach inside a lockout: finishing, its keys, and the fall-back to the web workout.
+
+#include "app/cycle_fixture.h"
+#include "coach/coach_session.h"
+#include "coach/pose_model.h"
+#include "coach/tts_speaker.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QTest>
+
+#include <opencv2/core.hpp>
+
+#include <cmath>
+#include <numbers>
+
+using namespace tovin;
+using tovin::fakes::CycleTest;
+
+namespace {
+
+const QString examples = QStringLiteral("/usr/share/doc/opencv-doc/examples/data/");
+
+std::unique_ptr<PoseModel> model() {
+    QString error;
+    auto m = PoseModel::load(PoseModel::bundledPath(), &error);
+    EXPECT_TRUE(m) << error.toStdString();
+    return m;
+}
+
+cv::Mat rgbOf(const QImage& image) {
+    static QImage keep;
+    keep = image.convertToFormat(QImage::Format_RGB888);
+    return cv::Mat(keep.height(), keep.width(), CV_8UC3, keep.bits(), size_t(keep.bytesPerLine()));
+}
+
+QImage picture(const char* name) {
+    QImage image(examples + QString::fromLatin1(name));
+    if (image.isNull())
+        ADD_FAILURE() << name << " is missing: setup.sh installs opencv-doc";
+    return image;
+}
+
+struct Recorder final : Speaker {
+    QStringList said;
+    void speak(const QString& text, double, double, double) override { said.append(text); }
+};
+
+// Frames only when a test hands them over.
+struct QuietSource final : FrameSource {
+    void start() override {}
+    void stop() override { stopped = true; }
+    bool stopped = false;
+};
+struct BrokenCamera final : FrameSource {
+    void start() override { Q_EMIT failed(QStringLiteral("the camera couldn't be opened: busy")); }
+    void stop() override {}
+};
+
+PoseFrame squat(double knee) {
+    PoseFrame f;
+    for (const int side : {-1, 1}) {
+        const QPointF ankle(0.5 + side * 0.1, 0.05), kneePt(0.5 + side * 0.1, 0.3);
+        const double r = knee * std::numbers::pi / 180;
+        const QPointF hip = kneePt + QPointF(0.25 * std::sin(r), -0.25 * std::cos(r));
+        f.set(side < 0 ? Joint::LeftAnkle : Joint::RightAnkle, ankle, 0.9f);
+        f.set(side < 0 ? Joint::LeftKnee : Joint::RightKnee, kneePt, 0.9f);
+        f.set(side < 0 ? Joint::LeftHip : Joint::RightHip, hip, 0.9f);
+        f.set(side < 0 ? Joint::LeftShoulder : Joint::RightShoulder, hip + QPointF(side * 0.05, 0.3), 0.9f);
+    }
+    return f;
+}
+
+bool waitFor(const std::function<bool()>& done, int ms = 20'000) {
+    QElapsedTimer t;
+    t.start();
+    while (!done() && t.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    return done();
+}
+
+} // namespace
+
+TEST(PoseModel, FindsTheJointsOfARealPersonAndNoneInAFruitBowl) {
+    auto m = model();
+    ASSERT_TRUE(m);
+    const QImage messi = picture("messi5.jpg");
+    const PoseFrame f = m->estimate(rgbOf(messi));
+    // Checked by hand on the picture (548 × 342, pixels from the top left).
+    const struct {
+        Joint joint;
+        double x, y;
+    } expected[] = {{Joint::Nose, 247, 115},      {Joint::LeftShoulder, 275, 125}, {Joint::RightShoulder, 192, 127},
+                    {Joint::LeftWrist, 366, 164}, {Joint::RightWrist, 88, 105},    {Joint::LeftHip, 300, 236},
+                    {Joint::RightHip, 251, 254},  {Joint::LeftKnee, 376, 252},     {Joint::RightKnee, 245, 289},
+                    {Joint::LeftAnkle, 434, 275}};
+    for (const auto& e : expected) {
+        const auto p = f.p(e.joint);
+        ASSERT_TRUE(p) << int(e.joint);
+        EXPECT_NEAR(p->x() * messi.width(), e.x, 12) << int(e.joint);
+        EXPECT_NEAR((1 - p->y()) * messi.height(), e.y, 12) << int(e.joint); // y grows upward
+    }
+    EXPECT_GT(f.p(Joint::LeftHip)->y(), f.p(Joint::LeftKnee)->y()) << "hips above knees";
+    EXPECT_GT(f.p(Joint::Nose)->y(), f.p(Joint::LeftHip)->y());
+
+    const PoseFrame fruit = m->estimate(rgbOf(picture("fruits.jpg")));
+    int seen = 0;
+    for (int j = 0; j < 17; ++j)
+        seen += fruit.p(Joint(j)).has_value();
+    EXPECT_LE(seen, 1);
+    EXPECT_EQ(SquatCoach().update(fruit).status, u"Can't see your hips and knees");
+    EXPECT_EQ(PushupCoach().update(fruit).status, u"Can't see your arm");
+
+    QString error;
+    EXPECT_FALSE(PoseModel::load(QStringLiteral("/nonexistent/movenet.json"), &error));
+    EXPECT_EQ(error, u"the pose model can't be read");
+}
+
+TEST(CoachSession, PicturesRunThroughTheModelTheCoachAndTheView) {
+    fakes::FakeClock clock;
+    Recorder voice;
+    Coachbox box(clock, voice);
+    auto source = std::make_unique<ImageListSource>(QList<QImage>{picture("messi5.jpg")}, clock, 0.05);
+    CoachSession session(std::move(source), model(), clock, box, 5);
+    std::optional<QString> gaveUp;
+    QObject::connect(&session, &CoachSession::gaveUp, [&](const QString& r) { gaveUp = r; });
+    session.start(std::make_unique<JumpingJackCoach>());
+    EXPECT_EQ(session.view()->status(), u"Starting camera…");
+    EXPECT_EQ(session.view()->legend(), u"1 squats · 2 jacks · 3 push-ups · R reset");
+    // The camera runs on (20 frames a second of the test's clock, paced by real time so the
+    // model can keep up) while the model works: frames that arrive meanwhile replace each other.
+    ASSERT_TRUE(waitFor([&] {
+        QTest::qWait(10);
+        clock.advance(0.05);
+        return session.framesSeen() >= 3;
+    }));
+    EXPECT_TRUE(session.view()->hasFrame());
+    EXPECT_EQ(session.view()->name(), u"Jumping Jacks");
+    EXPECT_NE(session.view()->status(), u"Starting camera…");
+    clock.advance(25); // a person was in view: the watchdog stays quiet
+    EXPECT_FALSE(gaveUp);
+}
+
+TEST(CoachSession, GivesUpWhenNobodyIsInViewOrThereIsNoPicture) {
+    for (const bool pictures : {true, false}) {
+        fakes::FakeClock clock;
+        Recorder voice;
+        Coachbox box(clock, voice);
+        std::unique_ptr<FrameSource> source;
+        if (pictures)
+            source = std::make_unique<ImageListSource>(QList<QImage>{picture("fruits.jpg")}, clock, 0.5);
+        else
+            source = std::make_unique<QuietSource>();
+        CoachSession session(std::move(source), model(), clock, box, 5);
+        std::optional<QString> gaveUp;
+        QObject::connect(&session, &CoachSession::gaveUp, [&](const QString& r) { gaveUp = r; });
+        session.start(std::make_unique<SquatCoach>());
+        for (int i = 0; i < 39; ++i) {
+            clock.advance(0.5);
+            QCoreApplication::processEvents();
+        }
+        if (pictures)
+            waitFor([&] { return session.framesSeen() > 0; });
+        EXPECT_FALSE(gaveUp);
+        clock.advance(1);
+        ASSERT_TRUE(gaveUp);
+        EXPECT_EQ(*gaveUp, pictures ? u"nobody in view of the camera within 20 s" : u"no picture from the camera within 20 s");
+    }
+}
+
+namespace {
+class CoachLockout : public CycleTest {
+protected:
+    AppController& raisedWithCoach(std::function<std::unique_ptr<FrameSource>()> source) {
+        Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
+        Settings::setRequiredCleanReps(2);
+        AppController& c = launch();
+        c.setSpeaker(&voice);
+        c.frameSourceFactory = std::move(source);
+        c.raiseLockout(false);
+        EXPECT_TRUE(c.shield().isUp());
+        c.shield().moveOffscreenForTests();
+        return c;
+    }
+    Recorder voice;
+};
+} // namespace
+
+TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
+    QuietSource* camera = nullptr;
+    AppController& c = raisedWithCoach([&] {
+        auto s = std::make_unique<QuietSource>();
+        camera = s.get();
+        return s;
+    });
+    ASSERT_TRUE(c.coachSession());
+    EXPECT_TRUE(contents.isEmpty()) << "the coach, not the web page";
+    CoachSession& session = *c.coachSession();
+    EXPECT_EQ(session.view()->name(), u"Squats");
+
+    c.shieldKeyPressed(QStringLiteral("2"));
+    EXPECT_EQ(session.view()->name(), u"Jumping Jacks");
+    c.shieldKeyPressed(QStringLiteral("1"));
+    EXPECT_EQ(session.view()->name(), u"Squats");
+    session.consume({}, squat(175));
+    session.consume({}, squat(95));
+    session.consume({}, squat(175)); // one clean rep
+    EXPECT_EQ(session.coach().cleanReps(), 1);
+    c.shieldKeyPressed(QStringLiteral("r"));
+    EXPECT_EQ(session.coach().reps(), 0);
+    EXPECT_EQ(session.view()->status(), u"Get into position");
+
+    for (int rep = 0; rep < 2; ++rep) {
+        clock.advance(2);
+        session.consume({}, squat(95));
+        clock.advance(2);
+        session.consume({}, squat(175));
+    }
+    ASSERT_EQ(ledger.records().size(), 1);
+    EXPECT_EQ(ledger.records()[0].outcome, PromiseRecord::Outcome::Tovin);
+    EXPECT_EQ(ledger.records()[0].exercise, u"Squats");
+    EXPECT_EQ(ledger.records()[0].cleanReps, 2);
+    EXPECT_EQ(session.view()->status(), u"Done. Promise tovin.");
+    EXPECT_EQ(session.view()->detail(), u"Streak 1 · 2 clean of 2");
+    EXPECT_EQ(voice.said.last(), u"Done. That's 1 in a row.");
+    c.shieldKeyPressed(QStringLiteral("2")); // finished: keys do nothing
+    EXPECT_EQ(session.view()->name(), u"Squats");
+
+    clock.advance(2.5);
+    EXPECT_TRUE(c.shield().isUp());
+    clock.advance(0.2);
+    EXPECT_FALSE(c.shield().isUp());
+    EXPECT_EQ(terminations, 1);
+    EXPECT_TRUE(camera->stopped) << "the camera is released when the coach ends";
+}
+
+TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
+    AppController& c = raisedWithCoach([] { return std::make_unique<BrokenCamera>(); });
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(c.shield().isUp());
+    ASSERT_EQ(contents.size(), 1) << "the web workout took the coach's place";
+    EXPECT_FALSE(c.coachSession());
+    EXPECT_TRUE(journal(QStringLiteral("coach")).contains(
+        u"camera coach gave up — the camera couldn't be opened: busy; running the web workout instead"_qs));
+}
+
+TEST_F(CoachLockout, NoModelMeansTheWebWorkoutFromTheStart) {
+    Settings::setLockoutWorkoutID(QStringLiteral("coach:pushups"));
+    AppController& c = launch();
+    c.poseModelFactory = [](QString* error) {
+        *error = QStringLiteral("the pose model can't be read");
+        return std::unique_ptr<PoseModel>();
+    };
+    c.raiseLockout(false);
+    EXPECT_TRUE(c.shield().isUp());
+    c.shield().moveOffscreenForTests();
+    EXPECT_EQ(contents.size(), 1);
+    EXPECT_TRUE(journal(QStringLiteral("coach")).contains(
+        u"camera coach unavailable — the pose model can't be read; running the web workout"_qs));
+}
+
+TEST(TextToSpeechSpeaker, SpeakingNeverWaitsForTheEngine) {
+    TextToSpeechSpeaker speaker;
+    QElapsedTimer t;
+    t.start();
+    for (int i = 0; i < 20; ++i)
+        speaker.speak(QStringLiteral("Lower"), Coachbox::rate, 0, 1);
+    EXPECT_LT(t.elapsed(), 500);
+    EXPECT_LE(speaker.queued(), 3) << "stale phrases are dropped, not piled up";
+    if (speaker.isAvailable())
+        EXPECT_EQ(speaker.spoken().first(), u"Lower");
+}

@@ -1,5 +1,8 @@
 // The costs of the core's hot paths: what the scheduler pays every tick, what the journal pays
 // per line, what a promise costs to record with a real ledger on disk, one settings read.
+#include "coach/coachbox.h"
+#include "coach/coaches.h"
+#include "core/manual_clock.h"
 #include "journal/journal.h"
 #include "promises/promise_ledger.h"
 #include "schedule/schedule.h"
@@ -10,6 +13,10 @@
 #include <QTimeZone>
 
 #include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
 
 using namespace tovin;
 
@@ -136,3 +143,57 @@ int main(int argc, char** argv) {
     Journal::setOverrideURL(std::nullopt);
     return 0;
 }
+
+// The coach's voice is offered a phrase nearly every camera frame; dropping one must cost next
+// to nothing and allocate nothing (every allocation of this program is counted to show it).
+static std::atomic<long> allocations{0};
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+namespace {
+struct CountingSpeaker final : tovin::Speaker {
+    int spoken = 0;
+    void speak(const QString&, double, double, double) override { ++spoken; }
+};
+} // namespace
+
+static void BM_CoachboxSayDropped(benchmark::State& state) {
+    // A UTC instant, as the system clock gives: no time zone object to copy.
+    tovin::ManualClock clock(QDateTime(QDate(2026, 3, 2), QTime(9, 0), Qt::UTC));
+    CountingSpeaker speaker;
+    tovin::Coachbox box(clock, speaker);
+    const QString phrase = QStringLiteral("Knees out");
+    box.say(phrase);
+    const long before = allocations.load();
+    for (auto _ : state)
+        box.say(phrase, true); // the same phrase within 6 s: dropped
+    state.counters["allocations"] = double(allocations.load() - before);
+    if (speaker.spoken != 1)
+        state.SkipWithError("a dropped phrase was spoken");
+}
+BENCHMARK(BM_CoachboxSayDropped);
+
+// One frame through a coach.
+static void BM_SquatCoachUpdate(benchmark::State& state) {
+    tovin::SquatCoach coach([](int) { return 0; });
+    tovin::PoseFrame frame;
+    const tovin::Joint joints[] = {tovin::Joint::LeftHip,   tovin::Joint::RightHip,   tovin::Joint::LeftKnee,
+                                   tovin::Joint::RightKnee, tovin::Joint::LeftAnkle,  tovin::Joint::RightAnkle,
+                                   tovin::Joint::LeftShoulder, tovin::Joint::RightShoulder};
+    const QPointF points[] = {{0.45, 0.5}, {0.55, 0.5}, {0.44, 0.3}, {0.56, 0.3}, {0.44, 0.05}, {0.56, 0.05}, {0.4, 0.8}, {0.6, 0.8}};
+    for (int i = 0; i < 8; ++i)
+        frame.set(joints[i], points[i], 0.9f);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(coach.update(frame));
+}
+BENCHMARK(BM_SquatCoachUpdate);

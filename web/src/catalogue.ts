@@ -230,3 +230,33 @@ export const categoryNames: Record<Category, string> = {
   mobility: 'Mobility',
   posture: 'Posture',
 };
+
+// The native camera coach: Tovin counts and grades the reps itself. If the camera cannot be used,
+// the lockout runs the circuit named here instead.
+export interface CameraCoach {
+  id: string;
+  name: string;
+  description: string;
+  fallbackCircuitId: string;
+}
+
+export const cameraCoaches: CameraCoach[] = [
+  {
+    id: 'coach:squats',
+    name: 'Camera coach: squats',
+    description: 'Tovin watches through your camera and counts clean squats',
+    fallbackCircuitId: 'legs-at-the-desk',
+  },
+  {
+    id: 'coach:jacks',
+    name: 'Camera coach: jumping jacks',
+    description: 'Hands overhead, feet wide, counted by your camera',
+    fallbackCircuitId: 'two-minute-spark',
+  },
+  {
+    id: 'coach:pushups',
+    name: 'Camera coach: push-ups',
+    description: 'Camera side-on; depth and body line are graded',
+    fallbackCircuitId: 'classic-7',
+  },
+];

@@ -2,7 +2,7 @@
 // own storage, which the shell's persistent profile preserves), or, for an id nobody knows,
 // the default preset rather than a blank screen.
 
-import { defaultCircuitId, exercise, presets, type Circuit, type CircuitItem } from './catalogue';
+import { cameraCoaches, defaultCircuitId, exercise, presets, type Circuit, type CircuitItem } from './catalogue';
 
 const storageKey = 'tovin.circuits';
 
@@ -66,6 +66,9 @@ export function resolveCircuit(id: string | undefined, custom: Circuit[] = loadC
   circuit: Circuit;
   fellBack: boolean;
 } {
+  // A camera coach whose camera could not be used runs its own stand-in circuit.
+  const coach = cameraCoaches.find((c) => c.id === id);
+  if (coach) return { circuit: presets.find((p) => p.id === coach.fallbackCircuitId)!, fellBack: false };
   const found = presets.find((p) => p.id === id) ?? custom.find((c) => c.id === id);
   if (found) return { circuit: found, fellBack: false };
   return { circuit: presets.find((p) => p.id === defaultCircuitId)!, fellBack: true };

@@ -37,6 +37,8 @@ describe('circuits', () => {
   it('falls back to the default preset for an unknown id, and finds custom ones', () => {
     expect(resolveCircuit(undefined)).toMatchObject({ fellBack: true, circuit: { id: 'classic-7' } });
     expect(resolveCircuit('core-five')).toMatchObject({ fellBack: false, circuit: { id: 'core-five' } });
+    // A camera coach whose camera could not be used runs its stand-in, without the not-found note.
+    expect(resolveCircuit('coach:squats')).toMatchObject({ fellBack: false, circuit: { id: 'legs-at-the-desk' } });
     const store = new MemoryStore();
     saveCustomCircuit({ id: customId('Lunch  Legs!'), name: 'Lunch Legs', description: '', restSeconds: 10, items: [{ exercise: 'squat' }] }, store);
     const custom = loadCustomCircuits(store);

@@ -1,6 +1,6 @@
 import { useMemo, useState } from 'preact/hooks';
 
-import { categoryNames, exercises, presets, type Category, type Circuit } from '../catalogue';
+import { cameraCoaches, categoryNames, exercises, presets, type Category, type Circuit } from '../catalogue';
 import { customId, deleteCustomCircuit, loadCustomCircuits, saveCustomCircuit } from '../circuits';
 import { clock, daysText, minuteToTime, timeToMinute } from '../format';
 import { heatmap, summarise } from '../history';
@@ -24,7 +24,9 @@ export function Setup({ native }: { native: Native }) {
   const toMinute = timeToMinute(to);
   const triggerMinutes = Number(trigger);
   const problems = [
-    !choices.some((c) => c.id === workout) && 'Choose the workout a lockout runs.',
+    !choices.some((c) => c.id === workout) &&
+      !cameraCoaches.some((c) => c.id === workout) &&
+      'Choose the workout a lockout runs.',
     days.size === 0 && 'Pick at least one day.',
     (fromMinute === undefined || toMinute === undefined) && 'Enter the hours as HH:MM.',
     !(Number.isFinite(triggerMinutes) && triggerMinutes >= 5) && 'Continuous use must be at least 5 minutes.',
@@ -69,6 +71,16 @@ export function Setup({ native }: { native: Native }) {
               <span class="choice-detail">
                 {c.description} · about {Math.max(1, Math.round(totalSeconds(c) / 60))} min
               </span>
+            </label>
+          ))}
+        </div>
+        <h3 id="coach-title">Or let the camera count your reps</h3>
+        <div class="choices" role="radiogroup" aria-labelledby="coach-title">
+          {cameraCoaches.map((c) => (
+            <label class={`choice${workout === c.id ? ' chosen' : ''}`}>
+              <input type="radio" name="workout" value={c.id} checked={workout === c.id} onChange={() => setWorkout(c.id)} />
+              <span class="choice-name">{c.name}</span>
+              <span class="choice-detail">{c.description}. The picture never leaves this computer.</span>
             </label>
           ))}
         </div>

@@ -136,7 +136,8 @@ CoachView::CoachView(QWidget* parent) : QWidget(parent) {
 }
 
 void CoachView::showFrame(const QImage& image, const PoseFrame& pose) {
-    image_ = image;
+    // Mirrored once here, as a person expects to see themselves, not on every repaint.
+    image_ = image.mirrored(true, false);
     pose_ = pose;
     update();
 }
@@ -160,10 +161,9 @@ void CoachView::paintEvent(QPaintEvent*) {
     p.setRenderHint(QPainter::Antialiasing);
     QRectF picture;
     if (!image_.isNull()) {
-        // Mirrored, as a person expects to see themselves.
         const QSizeF fitted = QSizeF(image_.size()).scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
         picture = QRectF(QPointF((width() - fitted.width()) / 2, (height() - fitted.height()) / 2), fitted);
-        p.drawImage(picture, image_.mirrored(true, false));
+        p.drawImage(picture, image_);
         auto at = [&](Joint j) -> std::optional<QPointF> {
             const auto pt = pose_.p(j);
             if (!pt)
@@ -210,8 +210,9 @@ void CoachView::paintEvent(QPaintEvent*) {
     p.setFont(font);
     p.setPen(QColor(255, 255, 255, 190));
     p.drawText(QRectF(24, 96, width() - 48, 24), Qt::AlignLeft, detail_);
-    p.setPen(QColor(255, 255, 255, 140));
-    p.drawText(QRectF(24, height() - 40, width() - 48, 24), Qt::AlignHCenter, legend());
+    p.fillRect(QRectF(0, height() - 48, width(), 48), QColor(0, 0, 0, 170));
+    p.setPen(QColor(255, 255, 255, 190));
+    p.drawText(QRectF(24, height() - 36, width() - 48, 24), Qt::AlignHCenter, legend());
 }
 
 // --- the session ----------------------------------------------------------------------------

@@ -22,7 +22,7 @@ packages=(
     # the calendar needs real zone data to pin time zones in tests
     tzdata
     # real parts for the platform tests: a sound server, an X server and input, a private bus
-    pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon
+    pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon openbox
     fonts-dejavu-core
     # the workout web app's end-to-end checks drive Debian's Chromium
     chromium

@@ -35,8 +35,14 @@ QString wholeMinutes(double minutes) {
 AppController::AppController(Clock& clock, IdleSource& idle, QObject* parent)
     : QObject(parent), clock_(clock), idle_(idle), scheduleURL_(ScheduleStore::url()),
       shield_(clock), countdown_(clock), usage_(clock, idle) {
-    usage_.onDue = [this] { lockoutBecameDue(); };
+    // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
+    // deferral; the usage path neither doubles it nor cuts it short.
+    usage_.onDue = [this] {
+        if (!hasPendingDeferral())
+            lockoutBecameDue();
+    };
     shield_.setDelegate(this);
+    preparedDelegate_.owner = this;
     showAlert = [](const QString& title, const QString& detail) {
         QMessageBox box(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
         box.setInformativeText(detail);
@@ -51,7 +57,8 @@ AppController::AppController(Clock& clock, IdleSource& idle, QObject* parent)
         container->setStyleSheet(QStringLiteral("background: black;"));
         auto* layout = new QVBoxLayout(container);
         layout->setContentsMargins(0, 0, 0, 0);
-        auto* web = new WorkoutWebView(c.webRoot, c.mode, c.blockLabel, self.clock(), container);
+        auto* web = new WorkoutWebView(c.webRoot, c.mode, c.blockLabel, self.clock(), container,
+                                       std::nullopt, WorkoutWebView::defaultRenderGrace, !c.prepared);
         web->setDelegate(&self);
         layout->addWidget(web);
         self.workoutWeb_ = web;
@@ -179,6 +186,10 @@ void AppController::checkSchedule() {
     state.finished = finished_;
     state.pausedUntil = pausedUntil_;
     state.holdOff = holdOffReason();
+    // A block snoozed or cancelled at its countdown waits for its deferral, however long the
+    // schedule still calls it due: the deferral, not the next tick, brings it back.
+    if (!state.holdOff && pendingBlock_ && hasPendingDeferral())
+        state.holdOff = u"deferred — " + deferReason_;
     state.retest = overdueRetestBlock();
 
     const Tick tick = schedule_.tick(now, firedToday_, state, cal);
@@ -254,6 +265,7 @@ void AppController::deferLockout(double minutes, const QString& because) {
     Journal::note(QStringLiteral("defer"),
                   u"usage lockout deferred " + wholeMinutes(minutes) + u"m — " + because);
     // Replacing the timer destroys the old one: there is never more than one deferral.
+    deferReason_ = because;
     deferTimer_ = clock_.singleShot(minutes * 60.0, [this] { lockoutBecameDue(); });
 }
 
@@ -292,13 +304,24 @@ std::optional<AppController::LockoutContent> AppController::workoutContent() con
     return content;
 }
 
+bool AppController::choseCameraCoach() const {
+    const auto id = Settings::lockoutWorkoutID();
+    return id && CoachSession::isCoachWorkout(*id);
+}
+
 void AppController::prebuild() {
     dropPrebuilt();
-    const auto content = workoutContent();
+    auto content = workoutContent();
     if (!content || !Settings::lockoutWorkoutID())
         return;
+    // The camera coach opens the camera only once the shield is up; nothing to prepare for it.
+    if (content->mode == WorkoutWebView::Mode::Locked && choseCameraCoach())
+        return;
+    content->prepared = true;
     prebuilt_ = contentFactory_(*content, *this);
     prebuiltFor_ = *content;
+    if (workoutWeb_)
+        workoutWeb_->setDelegate(&preparedDelegate_);
 }
 
 void AppController::dropPrebuilt() {
@@ -306,6 +329,24 @@ void AppController::dropPrebuilt() {
         prebuilt_->deleteLater();
     prebuilt_ = nullptr;
     workoutWeb_ = nullptr;
+}
+
+void AppController::preparedPageFailed(const QString& detail) {
+    // No screen was taken, so there is nothing to release and no reason to quit: the raise
+    // builds the page again, and a page that fails over the shield ends the lockout as usual.
+    Journal::note(QStringLiteral("shield"), u"the prepared workout screen failed before the shield "
+                                            u"rose; building it again at the raise — " +
+                                                detail.section(u'\n', 0, 0));
+    dropPrebuilt();
+}
+
+void AppController::clearLockoutMark() {
+    // The page marks the person mid-workout while it runs; once its lockout has ended that mark
+    // must not hold off whatever comes next.
+    if (Settings::busyUntil() || Settings::busyReason()) {
+        Settings::setBusyUntil(std::nullopt);
+        Settings::setBusyReason(std::nullopt);
+    }
 }
 
 void AppController::markServed(const Block& block) {
@@ -375,21 +416,26 @@ void AppController::raiseLockout(bool rehearsal) {
     if (hideSetupWindow)
         hideSetupWindow();
     content = *workoutContent();
-    // The page built during the countdown is used when it is the one this lockout needs.
+    // The camera coach, when chosen, runs from every path; otherwise the page built during the
+    // countdown is used when it is the one this lockout needs.
     QWidget* view = nullptr;
-    if (prebuilt_ && prebuiltFor_.mode == content.mode && prebuiltFor_.blockLabel == content.blockLabel &&
-        prebuiltFor_.webRoot == content.webRoot) {
+    if (content.mode == WorkoutWebView::Mode::Locked && choseCameraCoach()) {
+        dropPrebuilt();
+        view = coachLockout(*Settings::lockoutWorkoutID(), content);
+    } else if (prebuilt_ && prebuiltFor_.mode == content.mode && prebuiltFor_.blockLabel == content.blockLabel &&
+               prebuiltFor_.webRoot == content.webRoot) {
         view = prebuilt_;
         prebuilt_ = nullptr;
-    } else if (const auto id = Settings::lockoutWorkoutID();
-               id && content.mode == WorkoutWebView::Mode::Locked && CoachSession::isCoachWorkout(*id)) {
-        dropPrebuilt();
-        view = coachLockout(*id, content);
+        if (workoutWeb_)
+            workoutWeb_->setDelegate(this);
     } else {
         dropPrebuilt();
         view = contentFactory_(content, *this);
     }
     shield_.raise(view, rehearsal, Settings::maxShieldMinutes());
+    // Only now may the page start its workout: its first step gets its whole time.
+    if (workoutWeb_)
+        workoutWeb_->markShown();
 }
 
 bool AppController::wasPresent(double idleAtEnd, double heldMinutes, double margin) {
@@ -444,6 +490,7 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
 void AppController::shieldPanicked() {
     finished_ = true;
     stopCoach();
+    clearLockoutMark();
     terminate();
 }
 
@@ -538,6 +585,7 @@ void AppController::finishTovin() {
         view->repaint();
     }
     voice().say(u"Done. That's " + QString::number(streak) + u" in a row.", true);
+    clearLockoutMark();
     lowerTimer_ = clock_.singleShot(2.6, [this] {
         stopCoach();
         shield_.lower();
@@ -546,11 +594,24 @@ void AppController::finishTovin() {
 }
 
 void AppController::workoutWebFailed(const QString& detail) {
+    if (!shieldIsUp()) {
+        // The setup window's page (a lockout's page reports here only once the shield shows
+        // it): no screen is held, so nothing is released and the watch goes on.
+        Journal::note(QStringLiteral("shield"), u"the setup screen failed — " + detail.section(u'\n', 0, 0));
+        if (hideSetupWindow)
+            hideSetupWindow();
+        showAlert(QStringLiteral("The setup screen didn't load."),
+                  u"Tovin keeps watching your schedule; open the setup window again to retry.\n\n" + detail);
+        return;
+    }
     if (finished_)
         return;
     finished_ = true;
+    clearLockoutMark();
     // Never hold a machine for a blank window: the screen comes back first.
     shield_.lower();
+    Journal::note(QStringLiteral("shield"),
+                  u"released — the workout screen failed: " + detail.section(u'\n', 0, 0));
     explainAndQuit(QStringLiteral("The workout screen didn't load."),
                    u"Tovin released your screen rather than hold it for a blank window.\n\n" +
                        detail);
@@ -558,6 +619,7 @@ void AppController::workoutWebFailed(const QString& detail) {
 
 void AppController::standDown() {
     stopCoach();
+    clearLockoutMark();
     workoutWeb_ = nullptr;
     awayTimer_.reset();
     lowerTimer_.reset();

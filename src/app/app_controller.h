@@ -45,6 +45,8 @@ public:
         QString label;        // the away block's label
         QDateTime endsAt;     // when the away block ends
         QString webRoot;
+        // Built behind the countdown: the page starts nothing until the shield shows it.
+        bool prepared = false;
     };
     using ContentFactory = std::function<QWidget*(const LockoutContent&, AppController&)>;
 
@@ -161,6 +163,9 @@ private:
     std::optional<LockoutContent> workoutContent() const;
     void prebuild();
     void dropPrebuilt();
+    void preparedPageFailed(const QString& detail);
+    void clearLockoutMark();
+    bool choseCameraCoach() const;
     void record(PromiseRecord promise);
     QWidget* coachLockout(const QString& workoutID, const LockoutContent& webContent);
     void coachGaveUp(const QString& reason, const LockoutContent& webContent);
@@ -188,6 +193,7 @@ private:
 
     std::unique_ptr<Timer> scheduleTimer_;
     std::unique_ptr<Timer> deferTimer_;
+    QString deferReason_;
     std::unique_ptr<Timer> awayTimer_;
     std::unique_ptr<Timer> pauseTimer_;
     std::unique_ptr<Timer> lowerTimer_;
@@ -201,6 +207,13 @@ private:
     // shield rises; dropped if the countdown is snoozed or cancelled.
     QPointer<QWidget> prebuilt_;
     LockoutContent prebuiltFor_;
+    // The prepared page reports here until the shield shows it: a failure then costs nothing
+    // but the page, which the raise builds again.
+    struct PreparedPageDelegate final : WorkoutWebDelegate {
+        AppController* owner = nullptr;
+        void workoutCompleted(const QString&, qint64) override {}
+        void workoutWebFailed(const QString& detail) override { owner->preparedPageFailed(detail); }
+    } preparedDelegate_;
     QMetaObject::Connection scheduleChanged_;
 
     ShieldController shield_;

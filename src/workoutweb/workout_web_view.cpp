@@ -198,9 +198,9 @@ QWebEngineProfile* WorkoutWebView::profile() {
 
 WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> blockLabel,
                                Clock& clock, QWidget* parent, std::optional<Sources> sources,
-                               double renderGrace)
+                               double renderGrace, bool shown)
     : QWidget(parent), root_(std::move(root)), mode_(mode), blockLabel_(std::move(blockLabel)),
-      clock_(clock), renderGrace_(renderGrace) {
+      clock_(clock), renderGrace_(renderGrace), shown_(shown) {
     sources_ = sources.value_or(Sources{ScheduleStore::url(), nullptr});
     if (!sources_.ledger)
         sources_.ledger = &PromiseLedger::shared();
@@ -232,8 +232,12 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
         if (info.status() == QWebEngineLoadingInfo::LoadFailedStatus)
             loadFailed(info.errorString().isEmpty() ? QStringLiteral("The page failed to load.")
                                                     : info.errorString());
-        else if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus)
+        else if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus) {
             startRenderWatchdog();
+            // A page shown before its document existed (or loaded again since) learns it here.
+            if (shown_)
+                announceShown();
+        }
     });
     // A renderer that dies leaves a dead page behind; that is a failed page, never a screen
     // held for nothing.
@@ -269,6 +273,7 @@ QString WorkoutWebView::bridgeScript() const {
     QString native;
     native += u"window.TOVIN_NATIVE = {\n";
     native += u"  mode: '" + toString(mode_) + u"',\n";
+    native += u"  shown: " + QString::fromLatin1(shown_ ? "true" : "false") + u",\n";
     native += u"  lockoutWorkoutId: " +
               (workout ? jsSingleQuoted(*workout) : QStringLiteral("undefined")) + u",\n";
     native += u"  blockLabel: " + (blockLabel_ ? jsString(*blockLabel_) : QStringLiteral("null")) +
@@ -294,6 +299,19 @@ void WorkoutWebView::showStanding(const QString& json) {
     if (QWebEnginePage* p = page())
         p->runJavaScript(u"window.dispatchEvent(new CustomEvent('tovin-standing', { detail: " +
                          json + u" }))");
+}
+
+void WorkoutWebView::markShown() {
+    shown_ = true;
+    announceShown();
+}
+
+void WorkoutWebView::announceShown() {
+    // Idempotent in the page: the event goes out once per document, however often this runs.
+    if (QWebEnginePage* p = page())
+        p->runJavaScript(QStringLiteral(
+            "(function () { var n = window.TOVIN_NATIVE; if (n && n.shown === false) { n.shown = true; "
+            "window.dispatchEvent(new CustomEvent('tovin-shown')); } })()"));
 }
 
 void WorkoutWebView::handle(const QJsonObject& message) {

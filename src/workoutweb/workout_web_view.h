@@ -49,9 +49,11 @@ public:
         PromiseLedger* ledger = nullptr; // the ledger handed over and merged into
     };
 
+    // A page made with `shown` false is only prepared (a lockout's page, built behind its
+    // countdown): it boots with TOVIN_NATIVE.shown false and starts nothing until markShown().
     WorkoutWebView(QString root, Mode mode, std::optional<QString> blockLabel, Clock& clock,
                    QWidget* parent = nullptr, std::optional<Sources> sources = std::nullopt,
-                   double renderGrace = defaultRenderGrace);
+                   double renderGrace = defaultRenderGrace, bool shown = true);
     ~WorkoutWebView() override;
 
     // The installed web app (share/tovin/web beside bin/), else the build tree's staged copy;
@@ -63,6 +65,11 @@ public:
 
     void setDelegate(WorkoutWebDelegate* delegate) { delegate_ = delegate; }
     void showStanding(const QString& json);
+
+    // The shield now shows this page: tells it (TOVIN_NATIVE.shown = true and the window event
+    // 'tovin-shown'), now and after any later load, so its workout starts with its full time.
+    void markShown();
+    bool isShown() const { return shown_; }
 
     // One page message: {"type": …, …}. Malformed messages are dropped without a word.
     void handle(const QJsonObject& message);
@@ -78,6 +85,7 @@ private:
     void loadFailed(const QString& detail);
     void startRenderWatchdog();
     void checkRender();
+    void announceShown();
 
     QString root_;
     Mode mode_;
@@ -92,6 +100,7 @@ private:
     std::unique_ptr<Timer> renderWatchdog_;
     bool renderChecked_ = false;
     bool failed_ = false;
+    bool shown_ = true;
 };
 
 } // namespace tovin

@@ -107,19 +107,25 @@ TEST_F(CycleTest, TheSetupWindowHoldsOffOnlyWhileInUse) {
     EXPECT_EQ(c.holdOffReason(), std::nullopt);
 }
 
-TEST_F(CycleTest, SnoozingSpendsTheBudgetWithoutTakingTheScreen) {
+TEST_F(CycleTest, ASnoozeHoldsTheBlockForSnoozeMinutesThenTheBudgetIsSpent) {
     Settings::setSnoozesPerLockout(1);
+    Settings::setTriggerAfterMinutes(5); // the usage path must not cut the snooze short either
     week({block("09:00", "Nine")});
     AppController& c = launch();
     c.startScheduleWatch();
     c.countdown().snooze();
     EXPECT_EQ(c.snoozesUsed(), 1);
-    EXPECT_TRUE(raises.isEmpty());
     EXPECT_TRUE(c.hasPendingDeferral());
     EXPECT_EQ(journal(QStringLiteral("defer")).last(),
               u"usage lockout deferred 10m — you asked for a few more minutes");
 
-    // The block is still due, so the next tick announces it again, now with the budget spent.
+    // The block stays due all the while, but only the deferral brings it back.
+    for (int tick = 0; tick < 19; ++tick) {
+        clock.advance(30);
+        ASSERT_FALSE(c.countdown().isShowing()) << "back after " << (tick + 1) * 30 << " s";
+    }
+    EXPECT_EQ(journal(QStringLiteral("hold")).last(),
+              u"Nine held — deferred — you asked for a few more minutes");
     clock.advance(30);
     ASSERT_TRUE(c.countdown().isShowing());
     QStringList titles;
@@ -242,7 +248,7 @@ TEST_F(CycleTest, AnOverdueRetestBecomesABlockAtThisMinute) {
     EXPECT_TRUE(journal(QStringLiteral("schedule")).contains(u"FIRE Fitness test (retest, due 11:07)"));
 }
 
-TEST_F(CycleTest, ACallStartingOnTheLastSecondCancelsAndDefers) {
+TEST_F(CycleTest, ACallStartingOnTheLastSecondCancelsAndDefersTheFullThreeMinutes) {
     week({block("09:00", "Nine")});
     Settings::setWarningSeconds(10);
     AppController& c = launch();
@@ -254,7 +260,12 @@ TEST_F(CycleTest, ACallStartingOnTheLastSecondCancelsAndDefers) {
     EXPECT_EQ(journal(QStringLiteral("defer")).last(),
               u"usage lockout deferred 3m — Your camera is live — Tovin won't interrupt.");
     calls->camera = false;
-    clock.advance(3 * 60); // once the call is over the block comes back within its window
+    // The call ends at once, yet the block waits out its deferral rather than the next tick.
+    clock.advance(3 * 60 - 1);
+    EXPECT_FALSE(c.countdown().isShowing());
+    clock.advance(1);
+    ASSERT_TRUE(c.countdown().isShowing());
+    clock.advance(60);
     ASSERT_EQ(raises.size(), 1);
     EXPECT_EQ(raises[0].block->label, u"Nine");
 }

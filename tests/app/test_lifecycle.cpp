@@ -46,8 +46,12 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecord) {
         ledger = PromiseLedger(ledger.url());
         Settings::setFiredBlocks({});
         AppController& app = raised();
+        // The page's mid-workout mark: no ending may leave it to hold off the next block.
+        Settings::setBusyUntil(clock.now().addSecs(180));
+        Settings::setBusyReason(QStringLiteral("mid-workout"));
         c.end(app);
         clock.advance(3.1); // completion lowers after 3 s
+        EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
         EXPECT_FALSE(app.shield().isUp()) << c.ending;
         EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
         if (c.expected) {
@@ -107,8 +111,10 @@ TEST_F(LifecycleTest, ARehearsalRecordsNothingAndReopensTheSetupWindow) {
     EXPECT_TRUE(c.shield().isRehearsal());
     c.raiseLockout(false); // a second raise while up does nothing
     EXPECT_EQ(raises.size(), 1);
+    Settings::setBusyUntil(clock.now().addSecs(180));
     c.workoutCompleted(QStringLiteral("Squat"), 12);
     clock.advance(3.1);
+    EXPECT_FALSE(Settings::isBusy(clock.now()));
     EXPECT_TRUE(ledger.records().isEmpty());
     EXPECT_EQ(journal(QStringLiteral("ledger")).last(), u"rehearsal — Squat not recorded");
     EXPECT_EQ(opened, 1);
@@ -167,6 +173,7 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeDropsIt) {
     ASSERT_TRUE(c.prebuiltContent()); // built while the countdown runs
     EXPECT_EQ(contents.size(), 1);
     EXPECT_EQ(contents[0].blockLabel, u"Nine");
+    EXPECT_TRUE(contents[0].prepared) << "a page behind the countdown must not start its workout";
     QPointer<QWidget> early = c.prebuiltContent();
     clock.advance(60);
     ASSERT_TRUE(c.shield().isUp());

@@ -236,6 +236,55 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
     EXPECT_TRUE(camera->stopped) << "the camera is released when the coach ends";
 }
 
+TEST_F(CoachLockout, TheChosenCoachRunsFromEveryPathNotThePagePreparedBehindTheCountdown) {
+    const struct {
+        const char* path;
+        std::function<void(AppController&)> raise;
+    } paths[] = {
+        {"a scheduled block", [this](AppController& c) { c.startScheduleWatch(); clock.advance(60); }},
+        {"the usage watcher", [this](AppController& c) { c.usage().start(); clock.advance(5 * 60 + 15 + 60); }},
+        {"a snooze's deferral", [this](AppController& c) {
+             c.startScheduleWatch();
+             c.countdown().snooze();
+             clock.advance(10 * 60 + 60);
+         }},
+        {"the menu", [](AppController& c) { c.raiseLockout(false); }},
+    };
+    for (const auto& p : paths) {
+        Settings::setFiredBlocks({});
+        Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
+        Settings::setRequiredCleanReps(1);
+        Settings::setTriggerAfterMinutes(5);
+        week({block("09:00", "Nine")});
+        contents.clear();
+        AppController& c = launch();
+        c.setSpeaker(&voice);
+        c.frameSourceFactory = [this] {
+            return std::make_unique<ImageListSource>(QList<QImage>{picture("messi5.jpg")}, clock, 0.5);
+        };
+        p.raise(c);
+        ASSERT_TRUE(c.shield().isUp()) << p.path;
+        c.shield().moveOffscreenForTests();
+        ASSERT_TRUE(c.coachSession()) << p.path << ": the camera coach, not the web stand-in";
+        EXPECT_TRUE(contents.isEmpty()) << p.path;
+        CoachSession& session = *c.coachSession();
+        clock.advance(0.5); // the camera's first picture
+        EXPECT_TRUE(waitFor([&] { return session.framesSeen() > 0; })) << p.path << ": pictures reach the coach";
+        session.consume({}, squat(175));
+        session.consume({}, squat(95));
+        clock.advance(2);
+        session.consume({}, squat(175));
+        ASSERT_EQ(ledger.records().size(), 1) << p.path;
+        EXPECT_EQ(ledger.records()[0].exercise, u"Squats");
+        clock.advance(2.7); // finishTovin lowers and ends after 2.6 s
+        EXPECT_FALSE(c.shield().isUp()) << p.path;
+        QFile::remove(ledger.url());
+        ledger = PromiseLedger(ledger.url());
+        controller.reset();
+        clock.set(QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc()));
+    }
+}
+
 TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
     AppController& c = raisedWithCoach([] { return std::make_unique<BrokenCamera>(); });
     QCoreApplication::processEvents();

@@ -1,15 +1,23 @@
 #!/usr/bin/env bash
-# The installed app, for real, on a private two-monitor Xvfb with a PulseAudio null source:
-#  1. a block due now, a workout chosen: the countdown, then both screens covered, the real web
-#     app in the lockout driven to the end (the shield keeps every key but Esc from the page, so
-#     the page is worked through Qt WebEngine's test-only remote-debugging port), one promise
-#     kept on disk, the shield gone, the journal and --why telling it;
-#  2. a live recording at the due minute holds the block off, and the journal says why.
-# Prints one line per check and "N passed, N failed". Screenshots go to the folder given.
+# The installed app, for real, as a person meets it: a private two-monitor Xvfb with openbox, a
+# PulseAudio null source, an isolated home, a schedule file with a block due now. Each scenario
+# is one way a lockout begins and ends:
+#   workout  countdown → "Not now" → nothing for the snooze's minute → countdown → both screens
+#            covered → the page's first step still has its whole time → the real web app worked
+#            to its end → one promise kept on disk → the screen back, the journal and --why
+#   away     an away block → the away screen → its minute served → a kept, attested promise
+#   retest   an overdue fitness check → the check over the shield → plan accepted → one kept
+#            promise → the screen back
+#   broken   a bundle whose script is gone: the page prepared behind the countdown fails without
+#            quitting; the one built at the raise fails too → the screen back, no record, the alert
+#   call     a live recording at the due minute holds the block off, and the journal says why
+# The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
+# test-only remote-debugging port (drive_page.mjs). Prints one line per check and
+# "N passed, N failed". Screenshots go to the folder given, named after the scenario.
 #
-#   app_e2e.sh TOVIN XSHOT SCREENSHOT_DIR
+#   app_e2e.sh TOVIN XSHOT SCREENSHOT_DIR SCENARIO
 set -uo pipefail
-tovin=$1 xshot=$2 shots=$3
+tovin=$1 xshot=$2 shots=$3 scenario=$4
 here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$shots"
 work=$(mktemp -d)
@@ -31,6 +39,11 @@ waitfor() { # seconds, then a command to poll every 0.5 s
     local deadline=$((SECONDS + $1)); shift
     until "$@"; do [ $SECONDS -ge $deadline ] && return 1; sleep 0.5; done
 }
+never() { # seconds, then a command that must not succeed once in that time
+    local deadline=$((SECONDS + $1)); shift
+    while [ $SECONDS -lt $deadline ]; do "$@" && return 1; sleep 0.5; done
+    return 0
+}
 
 n=70; while [ -e /tmp/.X11-unix/X$n ] || [ -e /tmp/.X$n-lock ]; do n=$((n + 1)); done
 export DISPLAY=:$n
@@ -38,55 +51,159 @@ Xvfb "$DISPLAY" -screen 0 3840x1080x24 -noreset -nolisten tcp >/dev/null 2>&1 & 
 waitfor 15 test -e /tmp/.X11-unix/X$n || { echo "FAIL Xvfb did not start"; echo "0 passed, 1 failed"; exit 1; }
 xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null
 xrandr --setmonitor RIGHT 1920/508x1080/286+1920+0 none >/dev/null
+openbox >/dev/null 2>&1 & pids+=($!)
 
 # One runtime folder for the whole check: the sound server's socket lives there.
 mkdir -p "$work/run"; chmod 700 "$work/run"; export XDG_RUNTIME_DIR=$work/run
+mkdir -p "$work/home/data/Tovin" "$work/home/config/Tovin"
+export HOME=$work/home XDG_DATA_HOME=$work/home/data XDG_CONFIG_HOME=$work/home/config
+data=$XDG_DATA_HOME/Tovin
 
-home() { # a fresh, isolated home for one run
-    rm -rf "$work/home"; mkdir -p "$work/home/data/Tovin" "$work/home/config/Tovin"
-    export HOME=$work/home XDG_DATA_HOME=$work/home/data XDG_CONFIG_HOME=$work/home/config
-    local now; now=$(date +%H:%M)
-    printf '{"blocks":[{"at":"%s","kind":"workout","label":"E2E block"}]}\n' "$now" > "$XDG_DATA_HOME/Tovin/schedule.json"
-    # Any hour is fine, a short warning, a short circuit.
-    printf '{"activeFromMinute":0,"activeToMinute":0,"hasOnboarded":true,"lockoutWorkoutId":"posture-fix","warningSeconds":10}\n' \
+week() { # the schedule file's blocks, as JSON
+    printf '{"blocks":[%s]}\n' "$1" > "$data/schedule.json"
+}
+block() { # kind, label, extra fields: a block due this minute
+    printf '{"at":"%s","kind":"%s","label":"%s"%s}' "$(date +%H:%M)" "$1" "$2" "${3:-}"
+}
+settings() { # extra settings beside: any hour, onboarded, a short warning
+    printf '{"activeFromMinute":0,"activeToMinute":0,"hasOnboarded":true,"warningSeconds":10%s}\n' "$1" \
         > "$XDG_CONFIG_HOME/Tovin/settings.json"
 }
-journal() { cat "$XDG_DATA_HOME/Tovin/tovin.log" 2>/dev/null; }
-ledger_has() { grep -q "\"outcome\": \"$1\"" "$XDG_DATA_HOME/Tovin/promises.json" 2>/dev/null; }
+journal_has() { grep -q -- "$1" "$data/tovin.log" 2>/dev/null; }
+records() { grep -c '"outcome"' "$data/promises.json" 2>/dev/null || echo 0; }
+ledger_has() { grep -q -- "$1" "$data/promises.json" 2>/dev/null; }
+covered() { "$xshot" "$shots/$scenario-probe.png" --covered >/dev/null; }
+shot() { "$xshot" "$shots/$scenario-$1.png"; }
+small_window() { # a visible window titled Tovin narrower than a screen: the notice, or an alert
+    local w
+    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
+        eval "$(xdotool getwindowgeometry --shell "$w")"
+        [ "$WIDTH" -lt 1000 ] && { echo "$w"; return 0; }
+    done
+    return 1
+}
+close_setup() { # the setup window, opened at launch, closed as a person would: Ctrl-W
+    local w
+    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
+        eval "$(xdotool getwindowgeometry --shell "$w")"
+        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && xdotool windowactivate --sync "$w" key ctrl+w && return 0
+    done
+    return 1
+}
+countdown_window() { small_window; }
+countdown_up() { small_window >/dev/null; }
+alive() { kill -0 "$app" 2>/dev/null; }
 
 # A sound server with a null source, so the call detector asks a real one.
-home
 pulseaudio --daemonize=no --exit-idle-time=-1 -n -L "module-null-sink sink_name=nullsink" \
     -L "module-null-source source_name=nullsrc" -L module-native-protocol-unix >/dev/null 2>&1 & pids+=($!)
 waitfor 15 pactl info >/dev/null 2>&1
 
-# --- 1. a whole lockout, kept -------------------------------------------------------------
-start=$SECONDS
 port=$((9300 + n))
-QTWEBENGINE_DISABLE_SANDBOX=1 QTWEBENGINE_REMOTE_DEBUGGING=127.0.0.1:$port "$tovin" >"$work/app1.log" 2>&1 & app=$!; pids+=($app)
-check "the due block fires (journal FIRE line)" waitfor 30 sh -c "grep -q 'FIRE E2E block (workout' '$XDG_DATA_HOME/Tovin/tovin.log'"
-sleep 1; "$xshot" "$shots/app-countdown.png"
-check "both screens are covered when the countdown runs out" waitfor 30 "$xshot" "$shots/app-shield.png" --covered
-raised=$SECONDS
-sleep 3; "$xshot" "$shots/app-workout.png"
-check "the workout page runs to its end" node --experimental-websocket "$here/drive_page.mjs" "$port" 150
-check "finishing the workout keeps one promise on disk" waitfor 10 ledger_has tovin
-check "exactly one record" test "$(grep -c '"outcome"' "$XDG_DATA_HOME/Tovin/promises.json" 2>/dev/null)" = 1
-check "the shield lowers after the workout" waitfor 15 sh -c "! '$xshot' '$shots/app-after.png' --covered >/dev/null"
-check "the journal tells it: the ledger line" sh -c "grep -q '\[ledger\] tovin — Posture Fix (now 1 tovin / 1 total)' '$XDG_DATA_HOME/Tovin/tovin.log'"
-check "--why reflects it" sh -c "'$tovin' --why | grep -q 'Ledger  (1 record(s): 1 tovin, 0 broken)'"
-echo "     figures: launch → countdown end → covered: $((raised - start)) s (10 s of it the countdown)"
-kill $app 2>/dev/null; wait $app 2>/dev/null
+launch() { # the app, from a given executable
+    QTWEBENGINE_DISABLE_SANDBOX=1 QTWEBENGINE_REMOTE_DEBUGGING=127.0.0.1:$port "$1" \
+        >"$work/app.log" 2>&1 & app=$!; pids+=($app)
+}
+drive() { node --experimental-websocket "$here/drive_page.mjs" "$port" "$@"; }
 
-# --- 2. a call at the due minute holds the block off ---------------------------------------
-home
-parecord -d nullsrc /dev/null & rec=$!; pids+=($rec)
-sleep 1
-QTWEBENGINE_DISABLE_SANDBOX=1 "$tovin" >"$work/app2.log" 2>&1 & app=$!; pids+=($app)
-check "a live microphone holds the due block off, and the journal says why" \
-    waitfor 30 sh -c "grep -q '\[hold\] E2E block held — Your mic is live — Tovin won.t interrupt.' '$XDG_DATA_HOME/Tovin/tovin.log'"
-check "no shield while the call lasts" sh -c "! '$xshot' '$shots/app-call.png' --covered >/dev/null"
-kill $app $rec 2>/dev/null
+case "$scenario" in
+workout)
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"two-minute-spark","snoozesPerLockout":1,"snoozeMinutes":1'
+    start=$SECONDS
+    launch "$tovin"
+    check "the due block fires" waitfor 30 journal_has 'FIRE E2E block (workout'
+    check "the countdown shows" waitfor 10 countdown_up
+    # Out of the way: a setup window in use holds lockouts off, and this check is about the snooze.
+    check "the setup window closes with Ctrl-W" waitfor 10 close_setup
+    sleep 1; shot countdown
+    # "Not now (last one)" is the second button of the notice's bottom row.
+    eval "$(xdotool getwindowgeometry --shell "$(countdown_window)")"
+    xdotool mousemove $((X + 165)) $((Y + 84)) click 1
+    check "Not now defers the block by the snooze's minute" waitfor 5 journal_has 'usage lockout deferred 1m — you asked for a few more minutes'
+    snoozed=$SECONDS
+    check "nothing comes back while the snooze lasts" never 50 countdown_up
+    check "the tick says it waits for the snooze" journal_has '\[hold\] E2E block held — deferred — you asked for a few more minutes'
+    check "the countdown comes back when the snooze ends" waitfor 25 countdown_up
+    echo "     figures: snooze → countdown again: $((SECONDS - snoozed)) s (the snooze is 60 s)"
+    check "both screens are covered when the countdown runs out" waitfor 20 covered
+    raised=$SECONDS
+    check "the page's first step has its whole time when the shield rises" drive 20 first-timer 26
+    shot shield
+    check "the workout page runs to its end" drive 150 workout
+    check "finishing the workout keeps one promise on disk" waitfor 10 ledger_has '"outcome": "tovin"'
+    check "exactly one record" test "$(records)" = 1
+    check "the shield lowers after the workout" waitfor 15 sh -c "! '$xshot' '$shots/workout-after.png' --covered >/dev/null"
+    check "the journal tells it: the ledger line" journal_has '\[ledger\] tovin — Two-Minute Spark (now 1 tovin / 1 total)'
+    check "--why reflects it" sh -c "'$tovin' --why | grep -q 'Ledger  (1 record(s): 1 tovin, 0 broken)'"
+    echo "     figures: launch → covered: $((raised - start)) s (10 s countdown twice, a 60 s snooze)"
+    ;;
+away)
+    week "$(block away "E2E walk" ',"minutes":1')"
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    launch "$tovin"
+    check "the away block covers both screens after its countdown" waitfor 40 covered
+    sleep 1; shot away
+    check "its minute served, the screen comes back" waitfor 80 sh -c "! '$xshot' '$shots/away-after.png' --covered >/dev/null"
+    check "a kept, attested promise is on disk" waitfor 5 sh -c "grep -q '\"attested\": true' '$data/promises.json' && grep -q '\"exercise\": \"E2E walk\"' '$data/promises.json'"
+    check "exactly one record" test "$(records)" = 1
+    ;;
+retest)
+    week ""
+    now=$(date -u -d '-1 day' +%Y-%m-%dT%H:%M:%SZ)
+    settings ',"lockoutWorkoutId":"posture-fix","retestDueInDays":0,"retestReportedAt":"'"$now"'"'
+    launch "$tovin"
+    check "the overdue fitness check fires" waitfor 30 journal_has 'FIRE Fitness test (retest'
+    check "the check covers both screens" waitfor 30 covered
+    sleep 2; shot shield
+    check "the fitness check is answered and the plan accepted over the shield" drive 60 retest
+    check "accepting keeps one promise on disk" waitfor 10 sh -c "grep -q '\"exercise\": \"Fitness test\"' '$data/promises.json'"
+    check "exactly one record" test "$(records)" = 1
+    check "the shield lowers after the check" waitfor 15 sh -c "! '$xshot' '$shots/retest-after.png' --covered >/dev/null"
+    check "the plan is the week now" grep -q '"kind": "workout"' "$data/schedule.json"
+    ;;
+broken)
+    # An installed copy whose bundle lost its script: the page boots to its note and no further.
+    mkdir -p "$work/Tovin/bin" "$work/Tovin/share/tovin"
+    cp "$tovin" "$work/Tovin/bin/tovin"
+    cp -r "${TOVIN_STAGED_WEB:?}" "$work/Tovin/share/tovin/web"
+    find "$work/Tovin/share/tovin/web" -name '*.js' -delete
+    week "$(block workout "E2E block")"
+    # A countdown longer than the page's 15 s render check: the prepared page fails behind it.
+    settings ',"lockoutWorkoutId":"posture-fix","warningSeconds":25'
+    launch "$work/Tovin/bin/tovin"
+    # The setup window's page is broken too; closed, it drops its page, leaving the lockout's
+    # the only one.
+    check "the setup window opens, and closes with Ctrl-W" waitfor 15 close_setup
+    check "the prepared page fails behind the countdown, and Tovin says it will build it again" \
+        waitfor 40 journal_has '\[shield\] the prepared workout screen failed before the shield rose'
+    check "... without quitting or claiming a release" sh -c "kill -0 $app && ! grep -q 'released' '$data/tovin.log'"
+    check "the shield rises at the countdown's end all the same" waitfor 20 covered
+    shot shield
+    check "the page built at the raise fails too, and the screen comes back" \
+        waitfor 30 sh -c "! '$xshot' '$shots/broken-after.png' --covered >/dev/null"
+    check "the journal says why" journal_has '\[shield\] released — the workout screen failed: The workout screen loaded but rendered nothing'
+    check "the person is told" waitfor 5 small_window
+    check "the setup screen was not the one that failed" sh -c "! grep -q 'setup screen failed' '$data/tovin.log'"
+    shot alert
+    check "nothing is recorded" test "$(records)" = 0
+    ;;
+call)
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    parecord -d nullsrc /dev/null & rec=$!; pids+=($rec)
+    sleep 1
+    launch "$tovin"
+    check "a live microphone holds the due block off, and the journal says why" \
+        waitfor 30 journal_has '\[hold\] E2E block held — Your mic is live — Tovin won.t interrupt.'
+    check "no shield while the call lasts" sh -c "! '$xshot' '$shots/call.png' --covered >/dev/null"
+    check "and no countdown" never 2 countdown_up
+    ;;
+*)
+    echo "unknown scenario $scenario"; exit 2 ;;
+esac
+kill "$app" 2>/dev/null; wait "$app" 2>/dev/null
+rm -f "$shots/$scenario-probe.png"
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -1,10 +1,16 @@
-// Works the workout page inside the running app through Qt WebEngine's remote-debugging port
-// (test-only, set by the end-to-end check): presses the step's primary button (Done, Skip rest)
-// whenever there is one, lets timed holds run, until the page says the promise is kept.
+// Works the page inside the running app through Qt WebEngine's remote-debugging port (test-only,
+// set by the end-to-end check). The shield keeps every key but Esc from the page, so a person's
+// clicks are made here, the way a person would make them: on the buttons they see.
 //
-//   node --experimental-websocket drive_page.mjs PORT [timeout seconds]
+//   node --experimental-websocket drive_page.mjs PORT TIMEOUT workout
+//       presses the step's primary button (Done, Skip rest) whenever there is one and lets timed
+//       holds run, until the page says the promise is kept
+//   node --experimental-websocket drive_page.mjs PORT TIMEOUT retest
+//       answers the fitness check (push-ups, squats, the plank) and accepts the plan
+//   node --experimental-websocket drive_page.mjs PORT TIMEOUT first-timer MIN_SECONDS
+//       prints the workout's timer and fails unless it still shows at least MIN_SECONDS
 
-const [port, timeoutArg] = process.argv.slice(2);
+const [port, timeoutArg, mode = 'workout', minArg] = process.argv.slice(2);
 const deadline = Date.now() + Number(timeoutArg ?? 150) * 1000;
 const sleep = (ms) => new Promise((ok) => setTimeout(ok, ms));
 
@@ -17,7 +23,7 @@ async function pageSocket() {
     } catch {
       // the engine is not up yet
     }
-    await sleep(500);
+    await sleep(300);
   }
   throw new Error('no workout page to drive');
 }
@@ -35,20 +41,46 @@ const evaluate = (expression) => new Promise((ok) => {
   pending.set(n, (msg) => ok(msg.result?.result?.value));
   ws.send(JSON.stringify({ id: n, method: 'Runtime.evaluate', params: { expression, returnByValue: true } }));
 });
+const finish = (ok, line) => {
+  console.log(line);
+  ws.close();
+  process.exit(ok ? 0 : 1);
+};
 
-const step = `(() => {
+// Clicks the first visible button whose text is one of the given, and returns the heading.
+const click = (labels) => `(() => {
+  const wanted = ${JSON.stringify(labels)};
+  const b = [...document.querySelectorAll('button')].find((x) => wanted.includes(x.textContent.trim()) && !x.disabled);
+  if (b) b.click();
   const h1 = document.querySelector('h1');
-  const b = document.querySelector('button.primary');
-  if (b && (b.textContent === 'Done' || b.textContent === 'Skip rest')) b.click();
   return h1 ? h1.textContent : '';
 })()`;
 
-let heading = '';
-while (Date.now() < deadline) {
-  heading = (await evaluate(step)) ?? '';
-  if (heading === 'Promise kept.') break;
-  await sleep(1000);
+async function until(labels, goal, every = 1000) {
+  let heading = '';
+  while (Date.now() < deadline) {
+    heading = (await evaluate(click(labels))) ?? '';
+    if (heading === goal) return heading;
+    await sleep(every);
+  }
+  return heading;
 }
-console.log(`page says: ${heading}`);
-ws.close();
-process.exit(heading === 'Promise kept.' ? 0 : 1);
+
+if (mode === 'first-timer') {
+  const min = Number(minArg ?? 0);
+  let text;
+  while (Date.now() < deadline && !text) {
+    text = await evaluate(`document.querySelector('[role=timer]')?.textContent`);
+    if (!text) await sleep(200);
+  }
+  const [m, s] = String(text ?? '').split(':').map(Number);
+  const seconds = m * 60 + s;
+  finish(seconds >= min, `first step's timer when the shield rose: ${text} (wanted at least ${min} s)`);
+} else if (mode === 'retest') {
+  // 'I am done' twice (push-ups, squats), then the plank, then the plan.
+  const heading = await until(['I am done', 'Start holding', 'Stop', 'Accept plan'], 'Plan accepted.', 700);
+  finish(heading === 'Plan accepted.', `page says: ${heading}`);
+} else {
+  const heading = await until(['Done', 'Skip rest'], 'Promise kept.');
+  finish(heading === 'Promise kept.', `page says: ${heading}`);
+}

@@ -246,6 +246,39 @@ await check('retest runs the three tests and posts a plan and the next due date'
     JSON.stringify(b.days) === '[2,3,4,5,6]'), JSON.stringify(blocks));
   assert(blocks.some((b) => b.at === '13:00'), `the existing session time is kept: ${JSON.stringify(blocks)}`);
   assert(messages.some((m) => m.type === 'saveSettings' && m.retestDueInDays === 28), 'next test in 28 days');
+  const done = messages.filter((m) => m.type === 'workoutComplete');
+  assert(done.length === 1 && done[0].exercise === 'Fitness test' && done[0].reps === 57,
+    `a fitness check over the shield ends as a kept promise: ${JSON.stringify(done)}`);
+});
+
+await check('a page prepared behind the countdown starts nothing until the shell shows it', async (page) => {
+  await page.clock.install();
+  await bridge(page, native('locked', { shown: false }));
+  await page.goto(base);
+  await page.getByRole('heading', { name: 'Jumping jacks' }).waitFor();
+  await page.clock.runFor(45_000); // a countdown's worth
+  assert((await posted(page)).length === 0, `nothing posted while prepared: ${JSON.stringify(await posted(page))}`);
+  assert(await page.getByText('0:30').isVisible(), 'the first move keeps its whole time');
+  await page.evaluate(() => {
+    window.TOVIN_NATIVE.shown = true;
+    window.dispatchEvent(new CustomEvent('tovin-shown'));
+  });
+  await page.clock.runFor(10_000);
+  const timer = await page.getByRole('timer').textContent();
+  assert(timer === '0:20' || timer === '0:21', `the clock runs once shown: ${timer}`);
+  assert((await posted(page)).some((m) => m.type === 'busy' && m.reason === 'mid-workout'), 'marked busy once shown');
+});
+
+await check('a bundle whose script never runs shows its note as no text the shell could count', async (page) => {
+  await page.route('**/*.js', (route) => route.abort());
+  await bridge(page, native('locked'));
+  await page.goto(base);
+  await page.waitForTimeout(300);
+  const length = await page.evaluate(() => document.body.innerText.trim().length);
+  assert(length <= 19, `the shell's render check must see a failed page, saw ${length} characters`);
+  const note = await page.evaluate(() => getComputedStyle(document.getElementById('app'), '::before').content);
+  assert(note.includes('Esc five times'), `the person still reads what to do: ${note}`);
+  await page.screenshot({ path: join(shots, 'web-boot-failed.png') });
 });
 
 await check('every boot reports the days left until the next fitness check', async (page) => {

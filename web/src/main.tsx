@@ -8,18 +8,18 @@ import { Retest } from './screens/Retest';
 import { Setup } from './screens/Setup';
 import './styles.css';
 
-const fallbackText =
-  'Something went wrong showing this screen. Your workout still counts when you finish it; press Esc five times to leave now.';
+// A render error shows the failure note (drawn by index.html's CSS, so it is no text to the
+// shell): the person reads what to do, and the shell sees a page that rendered nothing and
+// gives the screen back rather than hold it for a workout that cannot run.
+const failed = <div class="failed" role="alert" />;
 
-// A render error must never leave a blank screen: the shell treats an empty body as a failed
-// page, and a person must always see what to do.
 class Guard extends Component<{ children: ComponentChildren }, { failed: boolean }> {
   state = { failed: false };
   static getDerivedStateFromError() {
     return { failed: true };
   }
   render() {
-    return this.state.failed ? <p class="boot">{fallbackText}</p> : this.props.children;
+    return this.state.failed ? failed : this.props.children;
   }
 }
 
@@ -54,8 +54,8 @@ try {
   );
 } catch {
   root.innerHTML = '';
-  const p = document.createElement('p');
-  p.className = 'boot';
-  p.textContent = fallbackText;
-  root.append(p);
+  const note = document.createElement('div');
+  note.className = 'failed';
+  note.setAttribute('role', 'alert');
+  root.append(note);
 }

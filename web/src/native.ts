@@ -1,5 +1,13 @@
+import { useEffect, useState } from 'preact/hooks';
+
 // The contract with the native shell: window.TOVIN_NATIVE, injected before our first script.
 // Everything the page knows arrives here; everything it changes leaves through these functions.
+//
+// Shown or only prepared. The shell builds a lockout's page while its countdown runs, so the
+// shield can rise at once, and the person may still snooze. Such a page boots with
+// `shown: false` and must not start anything (no step clock, no busy mark) until the shell
+// sets `shown` to true and dispatches the window event 'tovin-shown', which it does the moment
+// the shield shows the page. Every other page boots with `shown: true`.
 
 export type Mode = 'setup' | 'locked' | 'retest';
 export type BlockKind = 'workout' | 'away' | 'retest';
@@ -56,6 +64,8 @@ export interface Native {
   schedule: ScheduleWindow;
   onboarded: boolean;
   promises: PromiseRecord[];
+  /** False while the page is only prepared behind a countdown; see onShown. */
+  shown: boolean;
   complete(exercise: string, reps: number): void;
   promisesSynced(merged: PromiseRecord[]): void;
   setBusy(reason: string): void;
@@ -120,6 +130,8 @@ export function normalise(raw: RawNative): Native {
     },
     onboarded: raw.onboarded === true,
     promises: asArray<PromiseRecord>(raw.promises),
+    // Only an explicit false holds the page back: a shell that never says is showing it.
+    shown: raw.shown !== false,
     complete: raw.complete?.bind(raw) ?? noop,
     promisesSynced: raw.promisesSynced?.bind(raw) ?? noop,
     setBusy: raw.setBusy?.bind(raw) ?? noop,
@@ -152,6 +164,7 @@ export function devStandIn(search: string): RawNative {
     schedule: defaultWindow,
     onboarded: params.get('onboarded') === '1',
     promises: [],
+    shown: true,
     complete: (exercise, reps) => post({ type: 'workoutComplete', exercise, reps }),
     promisesSynced: (merged) => post({ type: 'promisesSynced', promises: JSON.stringify(merged) }),
     setBusy: (reason) => post({ type: 'busy', reason }),
@@ -174,4 +187,28 @@ export function onStanding(listener: (s: Standing) => void): () => void {
   };
   window.addEventListener('tovin-standing', handler);
   return () => window.removeEventListener('tovin-standing', handler);
+}
+
+/**
+ * Calls `listener` once, when the shell shows the page: at once if it already does, else on the
+ * 'tovin-shown' event. Reads the live bridge, which the shell updates in place.
+ */
+export function onShown(listener: () => void): () => void {
+  if (window.TOVIN_NATIVE?.shown !== false) {
+    listener();
+    return () => {};
+  }
+  const handler = () => {
+    window.removeEventListener('tovin-shown', handler);
+    listener();
+  };
+  window.addEventListener('tovin-shown', handler);
+  return () => window.removeEventListener('tovin-shown', handler);
+}
+
+/** Whether the shell shows the page yet: false while it is only prepared behind a countdown. */
+export function useShown(): boolean {
+  const [shown, setShown] = useState(() => window.TOVIN_NATIVE?.shown !== false);
+  useEffect(() => (shown ? undefined : onShown(() => setShown(true))), []);
+  return shown;
 }

@@ -4,15 +4,17 @@ import type { Circuit } from '../catalogue';
 import { Figure } from '../components/Figure';
 import { StandingLine } from '../components/Standing';
 import { clock } from '../format';
-import { onStanding, type Native, type Standing } from '../native';
+import { onStanding, useShown, type Native, type Standing } from '../native';
 import * as run from '../runner';
 
 const busyReason = 'mid-workout';
 const busyEverySeconds = 60;
 
 // The lockout itself: straight into the chosen circuit, one move at a time, and a calm screen
-// at the end. While it runs the shell is told the person is mid-session.
+// at the end. While it runs the shell is told the person is mid-session. A page prepared behind
+// the countdown waits, clock and mark untouched, until the shield shows it.
 export function Locked({ native, circuit, fellBack }: { native: Native; circuit: Circuit; fellBack: boolean }) {
+  const shown = useShown();
   const [state, setState] = useState(() => run.start(circuit));
   const [paused, setPaused] = useState(false);
   const [standing, setStanding] = useState<Standing | undefined>();
@@ -23,15 +25,15 @@ export function Locked({ native, circuit, fellBack }: { native: Native; circuit:
 
   // Mid-session while the run lasts, re-asserted so the mark lapses if this window dies.
   useEffect(() => {
-    if (state.finished) return;
+    if (!shown || state.finished) return;
     native.setBusy(busyReason);
     const again = window.setInterval(() => native.setBusy(busyReason), busyEverySeconds * 1000);
     return () => window.clearInterval(again);
-  }, [state.finished]);
+  }, [shown, state.finished]);
 
   // Timed steps count down by the wall clock, so a slow frame never stretches a hold.
   useEffect(() => {
-    if (state.finished || paused || state.remaining === undefined) return;
+    if (!shown || state.finished || paused || state.remaining === undefined) return;
     let last = Date.now();
     const id = window.setInterval(() => {
       const now = Date.now();
@@ -40,7 +42,7 @@ export function Locked({ native, circuit, fellBack }: { native: Native; circuit:
       setState((s) => run.tick(s, elapsed));
     }, 200);
     return () => window.clearInterval(id);
-  }, [state.finished, state.index, paused, state.remaining === undefined]);
+  }, [shown, state.finished, state.index, paused, state.remaining === undefined]);
 
   useEffect(() => {
     if (!state.finished || reported.current) return;
@@ -50,7 +52,7 @@ export function Locked({ native, circuit, fellBack }: { native: Native; circuit:
   }, [state.finished]);
 
   // The main button has the keyboard at every step: Space or Return works it.
-  useEffect(() => primary.current?.focus(), [state.index, state.finished, paused]);
+  useEffect(() => primary.current?.focus(), [shown, state.index, state.finished, paused]);
 
   if (state.finished) {
     return (

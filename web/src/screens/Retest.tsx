@@ -3,22 +3,25 @@ import { useEffect, useRef, useState } from 'preact/hooks';
 import { presets } from '../catalogue';
 import { clock } from '../format';
 import { DayPicker } from '../components/DayPicker';
-import type { Native } from '../native';
+import { useShown, type Native } from '../native';
 import { lastRetestKey, level, planBlocks, prescription, retestEveryDays, type RetestResults } from '../retest';
 
 type Stage = 'pushups' | 'squats' | 'plank' | 'plan' | 'accepted';
 
 // The fitness check: push-ups and squats in a minute each, a plank hold, then a level and a
-// weekly plan at the times the person picks. Accepting hands the plan to the shell.
+// weekly plan at the times the person picks. Accepting hands the plan to the shell and, as
+// for any workout, tells it the promise is kept: a fitness check over the shield ends there.
 export function Retest({ native }: { native: Native }) {
+  const shown = useShown();
   const [stage, setStage] = useState<Stage>('pushups');
   const [results, setResults] = useState<RetestResults>({ pushups: 0, squats: 0, plankSeconds: 0 });
 
   useEffect(() => {
+    if (!shown || stage === 'accepted') return;
     native.setBusy('fitness check');
     const again = window.setInterval(() => native.setBusy('fitness check'), 60_000);
     return () => window.clearInterval(again);
-  }, []);
+  }, [shown, stage === 'accepted']);
 
   return (
     <div class="screen retest">
@@ -60,6 +63,7 @@ export function Retest({ native }: { native: Native }) {
           results={results}
           onAccept={() => {
             native.clearBusy();
+            native.complete('Fitness test', results.pushups + results.squats);
             setStage('accepted');
           }}
         />
@@ -68,6 +72,7 @@ export function Retest({ native }: { native: Native }) {
         <section aria-labelledby="accepted-title">
           <h1 id="accepted-title">Plan accepted.</h1>
           <p class="lead">It is in your week now. The next fitness check is in {retestEveryDays} days.</p>
+          <p class="muted">Promise kept. Your screen comes back in a moment.</p>
         </section>
       )}
     </div>

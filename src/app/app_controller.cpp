@@ -6,6 +6,7 @@
 #include "guards/call_detector.h"
 #include "promises/promise_ledger.h"
 #include "journal/journal.h"
+#include "journal/save_failures.h"
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 
@@ -165,6 +166,8 @@ void AppController::checkSchedule() {
     const QDateTime now = clock_.now();
     lastTickAt_ = now;
     shield_.enforceValve(now);
+    // Whatever could not be saved (a full disk, a read-only folder) is tried again.
+    SaveFailures::retryPending();
 
     const Calendar cal = calendar();
     const qint64 today = cal.dayNumber(now);

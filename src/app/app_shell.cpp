@@ -4,12 +4,17 @@
 #include "app/status_icon.h"
 #include "journal/instance_record.h"
 #include "journal/journal.h"
+#include "journal/save_failures.h"
 #include "promises/promise_ledger.h"
 #include "schedule/settings.h"
 #include "shield/shield_style.h"
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLocalSocket>
@@ -83,6 +88,7 @@ AppShell::AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QO
 }
 
 AppShell::~AppShell() {
+    SaveFailures::setNotifier(nullptr);
     if (auto* w = static_cast<SetupWindow*>(setupWindow_.data()))
         w->remember();
     delete setupWindow_;
@@ -125,7 +131,27 @@ bool AppShell::claimSingleInstance() {
     return true;
 }
 
+void AppShell::tellThePerson(const QString& title, const QString& body) {
+    // The desktop's notification service where there is one; the tray's balloon otherwise.
+    QDBusMessage notify = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("/org/freedesktop/Notifications"),
+        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
+    notify << QStringLiteral("Tovin") << 0u << QStringLiteral("dialog-warning") << title << body
+           << QStringList() << QVariantMap() << -1;
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, title, body](QDBusPendingCallWatcher* w) {
+        w->deleteLater();
+        if (w->isError() && tray_)
+            tray_->showMessage(title, body, QSystemTrayIcon::Warning);
+    });
+}
+
 void AppShell::launch() {
+    // A save that fails (a full disk, a read-only folder) is told once. Queued: the report may
+    // come from inside a writer that holds its own lock.
+    SaveFailures::setNotifier([this](const QString& title, const QString& body) {
+        QMetaObject::invokeMethod(this, [this, title, body] { tellThePerson(title, body); }, Qt::QueuedConnection);
+    });
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         tray_ = new QSystemTrayIcon(statusIcon(panelIsDark()), this);
         tray_->setToolTip(QStringLiteral("Tovin"));

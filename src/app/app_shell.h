@@ -49,6 +49,7 @@ public:
     static QString instanceName();
 
 private:
+    void tellThePerson(const QString& title, const QString& body);
     void refreshSetupStrip();
     QWidget* buildSetupStrip(QWidget* parent);
 

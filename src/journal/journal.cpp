@@ -12,6 +12,8 @@
 
 #include <mutex>
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -79,6 +81,17 @@ void rotateIfNeeded(const QString& path, qint64 size) {
     writeFileAtomically(path, kept);
 }
 
+// A line is bounded, so halving an oversized file always keeps the recent lines: one huge
+// message (a block label of a megabyte) must not leave nothing to keep.
+QString bounded(const QString& message) {
+    if (message.size() <= maxMessageChars)
+        return message;
+    QString text = message.left(maxMessageChars);
+    if (text.back().isHighSurrogate())
+        text.chop(1);
+    return text + u" … [cut " + QString::number(message.size() - text.size()) + u" characters]";
+}
+
 int openForAppend(const QByteArray& nativePath) {
     return ::open(nativePath.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
 }
@@ -111,13 +124,21 @@ void writeLocked(JournalState& s, const QString& tag, const QString& message, bo
         if (fd < 0)
             return;
     }
+    struct stat before {};
+    const bool knewSize = ::fstat(fd, &before) == 0;
     qsizetype written = 0;
     while (written < line.size()) {
         const ssize_t n = ::write(fd, line.constData() + written, size_t(line.size() - written));
+        if (n < 0 && errno == EINTR)
+            continue;
         if (n <= 0)
             break;
         written += n;
     }
+    // A line the disk took only part of comes off again: the file stays as it was, and the
+    // next line does not start in the middle of a torn one.
+    if (written < line.size() && knewSize)
+        (void)::ftruncate(fd, before.st_size);
     struct stat st {};
     const bool sized = ::fstat(fd, &st) == 0;
     ::close(fd);
@@ -128,13 +149,15 @@ void writeLocked(JournalState& s, const QString& tag, const QString& message, bo
 } // namespace
 
 void note(const QString& tag, const QString& message) {
-    toSystemLog(tag, message);
+    const QString text = bounded(message);
+    toSystemLog(tag, text);
     JournalState& s = journal();
     std::lock_guard guard(s.lock);
-    writeLocked(s, tag, message, false);
+    writeLocked(s, tag, text, false);
 }
 
-void state(const QString& tag, const QString& message, double heartbeat) {
+void state(const QString& tag, const QString& fullMessage, double heartbeat) {
+    const QString message = bounded(fullMessage);
     JournalState& s = journal();
     {
         std::lock_guard guard(s.lock);

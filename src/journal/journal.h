@@ -26,6 +26,8 @@ namespace Journal {
 inline constexpr double defaultHeartbeat = 1800; // seconds
 // Above this size the file is halved after a write, keeping the newer half.
 inline constexpr qint64 rotateAboveBytes = 524288;
+// A longer message is cut, with a visible marker saying how much went.
+inline constexpr qsizetype maxMessageChars = 2000;
 
 void note(const QString& tag, const QString& message);
 void state(const QString& tag, const QString& message, double heartbeat = defaultHeartbeat);

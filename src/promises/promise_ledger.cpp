@@ -4,6 +4,7 @@
 #include "core/paths.h"
 #include "core/unreadable_copy.h"
 #include "journal/journal.h"
+#include "journal/save_failures.h"
 
 #include <QDir>
 #include <QFile>
@@ -50,6 +51,10 @@ PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
         unreadableOnDisk_ = true;
 }
 
+PromiseLedger::~PromiseLedger() {
+    SaveFailures::forget(path_);
+}
+
 void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
     if (rehearsal) {
         Journal::note(QStringLiteral("ledger"), u"rehearsal — " + promise.exercise +
@@ -62,22 +67,41 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
     const QString outcome = toString(promise.outcome);
     const QString exercise = promise.exercise;
     records_.append(std::move(promise));
-    save();
+    const bool saved = save();
     Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
                                                 QString::number(tovin()) + u" tovin / " +
-                                                QString::number(records_.size()) + u" total)");
+                                                QString::number(records_.size()) + u" total)" +
+                                                (saved ? QString() : QStringLiteral(" — not saved yet")));
 }
 
 bool PromiseLedger::save() {
+    QString reason;
+    if (!writeOut(&reason)) {
+        // Nothing is dropped: the records stay here and are written by the next save, or by the
+        // retry on the next tick, whichever comes first.
+        SaveFailures::failed(path_, QStringLiteral("your promises"), QStringLiteral("ledger"), reason,
+                             [this] { return save(); });
+        return false;
+    }
+    SaveFailures::succeeded(path_);
+    return true;
+}
+
+bool PromiseLedger::writeOut(QString* reason) {
     // An unreadable ledger starts empty and the next save writes over it; a copy of what was
-    // there is kept first, so a file damaged by hand can still be mended by hand.
+    // there is kept first, so a file damaged by hand can still be mended by hand. Without that
+    // copy the original is the only record of the person's history: it is not overwritten.
     if (unreadableOnDisk_) {
         const QString copy = keepUnreadableCopy(path_);
+        if (copy.isEmpty() && QFileInfo::exists(path_)) {
+            *reason = QStringLiteral("the unreadable ledger could not be copied aside first");
+            return false;
+        }
         if (!copy.isEmpty())
             Journal::note(QStringLiteral("ledger"), u"unreadable ledger kept as " + copy);
         unreadableOnDisk_ = false;
     }
-    return writeFileAtomically(path_, PromiseJson::encode(records_, PromiseJson::Layout::Pretty));
+    return writeFileAtomically(path_, PromiseJson::encode(records_, PromiseJson::Layout::Pretty), reason);
 }
 
 bool PromiseLedger::adopt(QList<PromiseRecord> merged) {

@@ -18,6 +18,9 @@ public:
 
     // A ledger over this file, read now. A missing or unreadable file is an empty ledger.
     explicit PromiseLedger(QString path);
+    ~PromiseLedger();
+    PromiseLedger(PromiseLedger&&) = default;
+    PromiseLedger& operator=(PromiseLedger&&) = default;
 
     // Copies the ledger of an older install into place when there is none yet. Copy, not move;
     // a failed copy is ignored.
@@ -29,8 +32,9 @@ public:
     // Appends and saves; a rehearsal stores nothing. Either way the journal says what happened.
     void record(PromiseRecord promise, bool rehearsal);
 
-    // Writes the whole list; false when the file could not be replaced (the list in memory
-    // stays as it is either way).
+    // Writes the whole list; false when the file could not be replaced. The list in memory stays
+    // as it is either way, and a failed save is retried on every tick until one succeeds (the
+    // person is told once; see SaveFailures).
     bool save();
 
     // Takes the page's merged set when it would not shrink the ledger: sorted by date (stable),
@@ -54,6 +58,8 @@ public:
     QString standingJSON() const;
 
 private:
+    bool writeOut(QString* reason);
+
     QString path_;
     QList<PromiseRecord> records_;
     bool unreadableOnDisk_ = false;

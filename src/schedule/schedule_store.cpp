@@ -4,6 +4,7 @@
 #include "core/json_values.h"
 #include "core/paths.h"
 #include "core/unreadable_copy.h"
+#include "journal/save_failures.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -92,14 +93,30 @@ QJsonObject encodeBlock(const Block& block) {
     return o;
 }
 
-void write(const QList<Block>& blocks, const QString& path) {
-    // A file the person broke by hand is kept aside before the setup window's week replaces it.
+bool write(const QList<Block>& blocks, const QString& path, QString* reason) {
+    // A file the person broke by hand is kept aside before the setup window's week replaces it;
+    // without that copy it is not replaced at all.
     if (QFileInfo::exists(path)) {
         const auto bytes = readWholeFile(path, maxScheduleBytes);
-        if (!bytes || !decode(*bytes))
-            keepUnreadableCopy(path);
+        if ((!bytes || !decode(*bytes)) && keepUnreadableCopy(path).isEmpty()) {
+            *reason = QStringLiteral("the unreadable week could not be copied aside first");
+            return false;
+        }
     }
-    writeFileAtomically(path, encode(blocks));
+    return writeFileAtomically(path, encode(blocks), reason);
+}
+
+// Writes the week, or keeps it for the retry on every tick; announces it once it is on disk.
+bool writeAndAnnounce(const QList<Block>& blocks, const QString& path) {
+    QString reason;
+    if (!write(blocks, path, &reason)) {
+        SaveFailures::failed(path, QStringLiteral("your week"), QStringLiteral("schedule"), reason,
+                             [blocks, path] { return writeAndAnnounce(blocks, path); });
+        return false;
+    }
+    SaveFailures::succeeded(path);
+    Q_EMIT ScheduleChangeNotifier::instance()->tovinScheduleChanged();
+    return true;
 }
 
 } // namespace
@@ -170,20 +187,19 @@ QList<Block> load(const QString& path) {
     return decode(*bytes).value_or(QList<Block>());
 }
 
-void saveAll(QList<Block> blocks, const QString& path) {
+bool saveAll(QList<Block> blocks, const QString& path) {
     sortByTimeOfDay(blocks);
-    write(blocks, path);
-    Q_EMIT ScheduleChangeNotifier::instance()->tovinScheduleChanged();
+    return writeAndAnnounce(blocks, path);
 }
 
-void saveWorkoutPlan(const QList<Block>& plan, const QString& path) {
+bool saveWorkoutPlan(const QList<Block>& plan, const QString& path) {
     QList<Block> week;
     for (Block& block : load(path)) {
         if (block.kind != Block::Kind::Workout)
             week.append(std::move(block));
     }
     week.append(plan);
-    saveAll(std::move(week), path);
+    return saveAll(std::move(week), path);
 }
 
 void writeExampleIfMissing(const QString& path) {

@@ -35,11 +35,13 @@ QString url();
 // The week; an empty list for a missing, unreadable or malformed file (never a partial week).
 QList<Block> load(const QString& path = url());
 
-// Replaces the week with exactly these blocks.
-void saveAll(QList<Block> blocks, const QString& path = url());
+// Replaces the week with exactly these blocks. False when the file could not be written: the
+// week is then kept and written by the retry on every tick (SaveFailures), and announced once
+// it is on disk.
+bool saveAll(QList<Block> blocks, const QString& path = url());
 
 // Replaces every workout block with the plan, keeping away and retest blocks as they are.
-void saveWorkoutPlan(const QList<Block>& plan, const QString& path = url());
+bool saveWorkoutPlan(const QList<Block>& plan, const QString& path = url());
 
 // Writes the example week when there is no file at all (an unreadable one counts as a file).
 void writeExampleIfMissing(const QString& path = url());

@@ -2,6 +2,9 @@
 
 #include "core/atomic_file.h"
 #include "core/unreadable_copy.h"
+#include "journal/save_failures.h"
+
+#include <QFileInfo>
 
 #include <QFile>
 #include <QJsonDocument>
@@ -85,12 +88,39 @@ void JsonFileSettingsStore::setValue(const QString& key, const QJsonValue& value
     } else {
         values_.insert(key, value);
     }
+    writeLocked();
+}
+
+bool JsonFileSettingsStore::writeLocked() {
+    // The values stay in memory whatever happens here, and the file's identity is taken only
+    // after a write that reached the disk, so a failed one is neither forgotten nor re-read
+    // over; the retry on every tick writes them.
+    QString reason;
+    bool ok = true;
     if (unreadable_) {
-        keepUnreadableCopy(path_);
-        unreadable_ = false;
+        if (keepUnreadableCopy(path_).isEmpty() && QFileInfo::exists(path_)) {
+            ok = false;
+            reason = QStringLiteral("the unreadable settings could not be copied aside first");
+        } else {
+            unreadable_ = false;
+        }
     }
-    writeFileAtomically(path_, QJsonDocument(values_).toJson(QJsonDocument::Indented));
+    ok = ok && writeFileAtomically(path_, QJsonDocument(values_).toJson(QJsonDocument::Indented), &reason);
+    if (!ok) {
+        SaveFailures::failed(path_, QStringLiteral("your settings"), QStringLiteral("settings"), reason,
+                             [this] {
+                                 std::lock_guard lock(mutex_);
+                                 return writeLocked();
+                             });
+        return false;
+    }
     identity_ = identityOf(nativePath_);
+    SaveFailures::succeeded(path_);
+    return true;
+}
+
+JsonFileSettingsStore::~JsonFileSettingsStore() {
+    SaveFailures::forget(path_);
 }
 
 } // namespace tovin

@@ -44,6 +44,7 @@ private:
 class JsonFileSettingsStore final : public SettingsStore {
 public:
     explicit JsonFileSettingsStore(QString path);
+    ~JsonFileSettingsStore() override;
 
     const QString& path() const { return path_; }
     QJsonValue value(const QString& key) const override;
@@ -63,6 +64,7 @@ private:
     };
     static Identity identityOf(const QByteArray& nativePath);
     void refreshLocked() const;
+    bool writeLocked();
 
     QString path_;
     QByteArray nativePath_;

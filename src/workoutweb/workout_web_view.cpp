@@ -357,9 +357,9 @@ void WorkoutWebView::handle(const QJsonObject& message) {
         const auto plan = ScheduleStore::decodeBlockList(text.toString().toUtf8());
         if (!plan)
             return;
-        ScheduleStore::saveWorkoutPlan(*plan, sources_.schedulePath);
-        std::printf("[schedule] accepted a plan of %lld workout block(s)\n",
-                    static_cast<long long>(plan->size()));
+        const bool saved = ScheduleStore::saveWorkoutPlan(*plan, sources_.schedulePath);
+        std::printf("[schedule] accepted a plan of %lld workout block(s)%s\n",
+                    static_cast<long long>(plan->size()), saved ? "" : " — not saved yet");
         std::fflush(stdout);
     } else if (kind == u"saveSettings") {
         if (const QJsonValue id = message.value(u"lockoutWorkoutId"); id.isString())

@@ -126,6 +126,20 @@ TEST_F(JournalTest, HalvingIsBytewiseSoCorruptTextIsStillBounded) {
     EXPECT_LT(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
 }
 
+TEST_F(JournalTest, AHugeMessageIsCutSoHalvingAlwaysKeepsRecentLines) {
+    const QString label(1024 * 1024, u'L'); // a block label of a megabyte, by hand
+    const QString firing = u"firing " + label;
+    for (int i = 0; i < 300; ++i) // past the halving limit
+        Journal::note(QStringLiteral("schedule"), firing);
+    Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — no blocks in schedule"));
+    const QStringList recent = Journal::tail(3);
+    ASSERT_EQ(recent.size(), 3);
+    EXPECT_TRUE(recent[2].endsWith(u"[schedule] idle — no blocks in schedule"));
+    EXPECT_TRUE(recent[1].endsWith(u"LLL … [cut " + QString::number(label.size() + 7 - Journal::maxMessageChars) +
+                                   u" characters]"));
+    EXPECT_LE(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
+}
+
 TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
     EXPECT_TRUE(Journal::tail(5).isEmpty()); // no file yet
     ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), "a\n\nb\nc\n\n\nd\n"));

@@ -2,6 +2,7 @@
 #include "workoutweb/bundle_routes.h"
 
 #include <QDir>
+#include <QTemporaryDir>
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,7 +10,9 @@
 using namespace tovin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const QString root = QDir::cleanPath(QDir::tempPath() + u"/tovin-fuzz-web");
+    // A folder of this run's own, removed when the run ends.
+    static const QTemporaryDir dir;
+    static const QString root = QDir::cleanPath(dir.path());
     static const bool made = QDir().mkpath(root + u"/assets");
     (void)made;
     const QString path = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));

@@ -10,3 +10,8 @@ if [ -d "$root/.tools/node/node_modules/.bin" ]; then
 fi
 cd "${TOVIN_BUILD_DIR:-$root/build}"
 ctest -j2 --output-on-failure --timeout 600 "$@"
+# The whole suite also builds the fuzz targets over an instrumented core and runs each briefly on
+# its corpus, so the fuzzing build can never rot unnoticed. A subset (arguments given) skips it.
+if [ $# -eq 0 ]; then
+    "$root/scripts/fuzz.sh" "${TOVIN_FUZZ_SECONDS:-15}"
+fi

@@ -2,6 +2,7 @@
 // per line, what a promise costs to record with a real ledger on disk, one settings read.
 #include "coach/coachbox.h"
 #include "coach/coaches.h"
+#include "core/atomic_file.h"
 #include "core/manual_clock.h"
 #include "journal/journal.h"
 #include "promises/promise_ledger.h"
@@ -9,6 +10,7 @@
 #include "schedule/settings.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
@@ -85,33 +87,45 @@ void BM_JournalNote(benchmark::State& state) {
 }
 BENCHMARK(BM_JournalNote);
 
-void BM_LedgerRecordWith1000OnFile(benchmark::State& state) {
-    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
-    const QString path = scratch().filePath(QStringLiteral("bench-promises.json"));
-    QFile::remove(path);
+// A ledger of n records on file, as years of use leave it: a daily promise, every seventh broken.
+QString ledgerOnFile(int n) {
+    const QString path = scratch().filePath(u"bench-promises-" + QString::number(n) + u".json");
     QList<PromiseRecord> seed;
-    const QDateTime start(QDate(2024, 1, 1), QTime(9, 0), QTimeZone::utc());
-    for (int i = 0; i < 1000; ++i)
-        seed.append({start.addSecs(i * 86400LL), i % 7 ? PromiseRecord::Outcome::Tovin
-                                                       : PromiseRecord::Outcome::Broken,
-                     QStringLiteral("squat"), 12, 10,
-                     i % 7 ? std::nullopt
-                           : std::optional(PromiseRecord::Reason::DidntFeelLikeIt),
-                     {}});
-    PromiseLedger ledger(path);
-    ledger.adopt(seed);
-    const PromiseRecord next{start.addSecs(2000LL * 86400), PromiseRecord::Outcome::Tovin,
-                             QStringLiteral("squat"), 12, 10, {}, {}};
-    for (auto _ : state) {
-        state.PauseTiming();
-        // Keep the ledger at 1,000 records on file so every iteration measures the same size.
-        ledger.adopt(seed);
-        PromiseLedger fresh(path);
-        state.ResumeTiming();
-        fresh.record(next, false);
-    }
+    seed.reserve(n);
+    const QDateTime start(QDate(2016, 1, 1), QTime(9, 0), QTimeZone::utc());
+    for (int i = 0; i < n; ++i)
+        seed.append({start.addSecs(i * 7200LL), i % 7 ? PromiseRecord::Outcome::Tovin : PromiseRecord::Outcome::Broken,
+                     QStringLiteral("The Classic 7"), 82, 80,
+                     i % 7 ? std::nullopt : std::optional(PromiseRecord::Reason::DidntFeelLikeIt), i % 5 == 0});
+    writeFileAtomically(path, PromiseJson::encode(seed, PromiseJson::Layout::Pretty));
+    return path;
 }
-BENCHMARK(BM_LedgerRecordWith1000OnFile)->Unit(benchmark::kMicrosecond);
+
+// Reading the ledger at launch.
+void BM_LedgerLoad(benchmark::State& state) {
+    const QString path = ledgerOnFile(int(state.range(0)));
+    for (auto _ : state) {
+        PromiseLedger ledger(path);
+        benchmark::DoNotOptimize(ledger.records().size());
+    }
+    state.counters["MB"] = double(QFileInfo(path).size()) / 1e6;
+}
+BENCHMARK(BM_LedgerLoad)->Arg(1000)->Arg(50000)->Unit(benchmark::kMillisecond);
+
+// One more promise kept, on disk (synced) when record() returns.
+void BM_LedgerRecord(benchmark::State& state) {
+    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
+    const QString path = ledgerOnFile(int(state.range(0)));
+    PromiseLedger ledger(path);
+    PromiseRecord next{QDateTime(QDate(2030, 1, 1), QTime(9, 0), QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
+                       QStringLiteral("squat"), 12, 10, {}, {}};
+    for (auto _ : state) {
+        ledger.record(next, false);
+        next.date = next.date.addSecs(60);
+    }
+    state.counters["records"] = double(ledger.records().size());
+}
+BENCHMARK(BM_LedgerRecord)->Arg(1000)->Arg(50000)->Unit(benchmark::kMillisecond)->Iterations(20);
 
 void BM_SettingsReadFileStore(benchmark::State& state) {
     Settings::setStore(std::make_shared<JsonFileSettingsStore>(

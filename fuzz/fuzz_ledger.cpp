@@ -1,7 +1,9 @@
 // Any bytes in promises.json: the reader answers with records or with nothing, never a crash;
-// what it accepts is written as valid UTF-8 and reads back as the same records.
+// what it accepts is written as valid UTF-8 and reads back as the same records; the fast reader
+// of Tovin's own layout agrees with the general one, and appending equals encoding afresh.
 #include "promises/promise_record.h"
 
+#include <QTimeZone>
 #include <QUtf8StringView>
 
 #include <cstdint>
@@ -11,6 +13,19 @@ using namespace tovin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray bytes(reinterpret_cast<const char*>(data), qsizetype(size));
+    // The fast reader of Tovin's own layout accepts only what encode writes, and answers exactly
+    // as the general reader does.
+    if (const auto fast = PromiseJson::decodeCanonical(bytes)) {
+        const auto general = PromiseJson::decodeGeneral(bytes);
+        if (!general || *general != *fast || PromiseJson::encode(*fast, PromiseJson::Layout::Pretty) != bytes)
+            std::abort();
+        QByteArray grown = bytes;
+        const PromiseRecord extra{QDateTime::fromSecsSinceEpoch(0, QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
+                                  QStringLiteral("x"), 1, 1, std::nullopt, std::nullopt};
+        PromiseJson::appendPretty(grown, extra);
+        if (PromiseJson::encode(*fast + QList<PromiseRecord>{extra}, PromiseJson::Layout::Pretty) != grown)
+            std::abort();
+    }
     const auto records = PromiseJson::decode(bytes);
     if (!records)
         return 0;

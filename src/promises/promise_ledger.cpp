@@ -44,11 +44,21 @@ PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
     if (!QFileInfo::exists(path_))
         return;
     const auto bytes = readWholeFile(path_, maxLedgerBytes);
-    auto records = bytes ? PromiseJson::decode(*bytes) : std::nullopt;
-    if (records)
-        records_ = std::move(*records);
-    else
+    if (!bytes) {
         unreadableOnDisk_ = true;
+        return;
+    }
+    // The file as Tovin wrote it is also the start of the next one: a new record is appended to
+    // these bytes rather than encoding years of records again.
+    if (auto records = PromiseJson::decodeCanonical(*bytes)) {
+        records_ = std::move(*records);
+        encoded_ = *bytes;
+        encodedValid_ = true;
+    } else if (auto general = PromiseJson::decodeGeneral(*bytes)) {
+        records_ = std::move(*general);
+    } else {
+        unreadableOnDisk_ = true;
+    }
 }
 
 PromiseLedger::~PromiseLedger() {
@@ -66,6 +76,8 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
                                                  QTimeZone::utc());
     const QString outcome = toString(promise.outcome);
     const QString exercise = promise.exercise;
+    if (encodedValid_)
+        PromiseJson::appendPretty(encoded_, promise);
     records_.append(std::move(promise));
     const bool saved = save();
     Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
@@ -101,7 +113,11 @@ bool PromiseLedger::writeOut(QString* reason) {
             Journal::note(QStringLiteral("ledger"), u"unreadable ledger kept as " + copy);
         unreadableOnDisk_ = false;
     }
-    return writeFileAtomically(path_, PromiseJson::encode(records_, PromiseJson::Layout::Pretty), reason);
+    if (!encodedValid_) {
+        encoded_ = PromiseJson::encode(records_, PromiseJson::Layout::Pretty);
+        encodedValid_ = true;
+    }
+    return writeFileAtomically(path_, encoded_, reason);
 }
 
 bool PromiseLedger::adopt(QList<PromiseRecord> merged) {
@@ -110,6 +126,7 @@ bool PromiseLedger::adopt(QList<PromiseRecord> merged) {
     std::stable_sort(merged.begin(), merged.end(),
                      [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
     records_ = std::move(merged);
+    encodedValid_ = false;
     save();
     return true;
 }

@@ -62,6 +62,9 @@ private:
 
     QString path_;
     QList<PromiseRecord> records_;
+    // records_ exactly as the file holds them (Pretty), kept so a record is one append.
+    QByteArray encoded_;
+    bool encodedValid_ = false;
     bool unreadableOnDisk_ = false;
 };
 

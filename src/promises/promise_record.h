@@ -46,6 +46,15 @@ QByteArray encode(const QList<PromiseRecord>& records, Layout layout);
 // The records, or none when the bytes are not such an array or any one record is bad (a missing
 // required key, an unknown outcome or reason, a date that is not whole-second ISO 8601).
 std::optional<QList<PromiseRecord>> decode(const QByteArray& bytes);
+// decode() tries these in turn: bytes exactly as encode(Pretty) writes them, read without a JSON
+// document (fast), and anything else through a general JSON parser. Both answer alike for any
+// bytes the first accepts.
+std::optional<QList<PromiseRecord>> decodeCanonical(const QByteArray& bytes);
+std::optional<QList<PromiseRecord>> decodeGeneral(const QByteArray& bytes);
+
+// One more record on bytes that encode(Pretty) wrote (or that decodeCanonical accepted), without
+// encoding the others again.
+void appendPretty(QByteArray& file, const PromiseRecord& record);
 
 } // namespace PromiseJson
 } // namespace tovin

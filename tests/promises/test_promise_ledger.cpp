@@ -225,3 +225,32 @@ TEST(PromiseJson, HostileTextStaysValidUtf8) {
     ASSERT_TRUE(back);
     EXPECT_EQ((*back)[0].exercise, u"\uFFFDx\uFFFD");
 }
+
+TEST(PromiseJson, TheFastReaderTakesOnlyTovinsOwnLayoutAndAgreesWithTheGeneralOne) {
+    const QList<PromiseRecord> records{held(1, true), broke(2, Reason::Urgent),
+                                       {day(3), Outcome::Tovin, QStringLiteral("Squat \"deep\" \\ é\n\t\x01"), -4, 0, {}, false}};
+    const QByteArray file = PromiseJson::encode(records, PromiseJson::Layout::Pretty);
+    ASSERT_EQ(PromiseJson::decodeCanonical(file), records);
+    ASSERT_EQ(PromiseJson::decodeGeneral(file), records);
+    // What the general reader takes but the file would never hold goes to it, not the fast one.
+    const struct {
+        const char* from;
+        const char* to;
+    } variants[] = {
+        {"\"reps\": 12", "\"reps\": 1.2e1"},     {"\"reps\": 12", "\"reps\": 12.0"},
+        {"\"reps\": -4", "\"reps\": -4.0"},      {"\\u0001", "\\u0001\\/"},
+        {"\\u0001", "\\u000A"},                  {"2026-03-01T09:15:00Z", "2026-03-01T10:15:00+01:00"},
+        {"  {\n    \"date\"", "  {\n     \"date\""}, {"\n]\n", "]"},
+    };
+    for (const auto& v : variants) {
+        QByteArray changed = file;
+        changed.replace(v.from, v.to);
+        ASSERT_NE(changed, file) << v.to;
+        EXPECT_FALSE(PromiseJson::decodeCanonical(changed)) << v.to;
+        EXPECT_TRUE(PromiseJson::decode(changed)) << v.to << ": still a good ledger";
+    }
+    // Appending to the file's bytes is encoding the longer list afresh.
+    QByteArray grown = file;
+    PromiseJson::appendPretty(grown, held(4));
+    EXPECT_EQ(grown, PromiseJson::encode(records + QList<PromiseRecord>{held(4)}, PromiseJson::Layout::Pretty));
+}

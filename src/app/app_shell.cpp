@@ -132,17 +132,33 @@ bool AppShell::claimSingleInstance() {
 }
 
 void AppShell::tellThePerson(const QString& title, const QString& body) {
-    // The desktop's notification service where there is one; the tray's balloon otherwise.
+    // The desktop's notification service where there is one; the tray's balloon, or a small
+    // window of our own, otherwise.
+    auto fallBack = [this, title, body] {
+        if (tray_ && QSystemTrayIcon::supportsMessages()) {
+            tray_->showMessage(title, body, QSystemTrayIcon::Warning);
+            return;
+        }
+        auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Tovin"), title, QMessageBox::Ok);
+        box->setInformativeText(body);
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        box->setModal(false);
+        box->show();
+    };
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        fallBack();
+        return;
+    }
     QDBusMessage notify = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("/org/freedesktop/Notifications"),
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
     notify << QStringLiteral("Tovin") << 0u << QStringLiteral("dialog-warning") << title << body
            << QStringList() << QVariantMap() << -1;
     auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, title, body](QDBusPendingCallWatcher* w) {
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [fallBack](QDBusPendingCallWatcher* w) {
         w->deleteLater();
-        if (w->isError() && tray_)
-            tray_->showMessage(title, body, QSystemTrayIcon::Warning);
+        if (w->isError())
+            fallBack();
     });
 }
 

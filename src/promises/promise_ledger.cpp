@@ -41,7 +41,9 @@ void PromiseLedger::migrateLegacy(const QString& path, const QString& legacyPath
 }
 
 PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
-    if (!QFileInfo::exists(path_))
+    // Only a file can be unreadable; anything else in its place (a folder) simply fails to be
+    // written over, and the save says why.
+    if (!QFileInfo(path_).isFile())
         return;
     const auto bytes = readWholeFile(path_, maxLedgerBytes);
     if (!bytes) {

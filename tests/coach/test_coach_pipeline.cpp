@@ -318,6 +318,7 @@ TEST(TextToSpeechSpeaker, SpeakingNeverWaitsForTheEngine) {
         speaker.speak(QStringLiteral("Lower"), Coachbox::rate, 0, 1);
     EXPECT_LT(t.elapsed(), 500);
     EXPECT_LE(speaker.queued(), 3) << "stale phrases are dropped, not piled up";
-    if (speaker.isAvailable())
+    if (speaker.isAvailable()) {
         EXPECT_EQ(speaker.spoken().first(), u"Lower");
+    }
 }

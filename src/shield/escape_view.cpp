@@ -95,6 +95,7 @@ void EscapeView::askReason() {
         QPushButton* button = addButton(toString(reason));
         button->setObjectName(toString(reason));
         button->setAutoDefault(true);
+        button->installEventFilter(this);
         connect(button, &QPushButton::clicked, this, [this, button] { reasonTapped(button); });
         if (!first) {
             first = button;
@@ -106,6 +107,7 @@ void EscapeView::askReason() {
     }
     addLabel(QStringLiteral("Tab to move · Space or Return to choose."), 12, QFont::Normal, 0.3);
     firstReason_ = first;
+    pressedSinceAsked_.clear();
     if (first)
         first->setFocus(Qt::OtherFocusReason);
 }
@@ -121,6 +123,27 @@ void EscapeView::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+bool EscapeView::eventFilter(QObject* watched, QEvent* event) {
+    // The reason is a choice made after the question appeared: a key still held from the hold
+    // (its repeats, its release) answers nothing, and Return means the first reason wherever
+    // the focus is.
+    if (!asking_ || (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease))
+        return QWidget::eventFilter(watched, event);
+    auto* key = static_cast<QKeyEvent*>(event);
+    if (key->isAutoRepeat())
+        return true;
+    if (event->type() == QEvent::KeyPress) {
+        pressedSinceAsked_.insert(key->key());
+        if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+            if (firstReason_)
+                firstReason_->click();
+            return true;
+        }
+        return false;
+    }
+    return !pressedSinceAsked_.contains(key->key());
 }
 
 void EscapeView::reasonTapped(QPushButton* button) {

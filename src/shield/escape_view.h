@@ -5,6 +5,7 @@
 #include "shield/hold_button.h"
 
 #include <QPointer>
+#include <QSet>
 #include <QWidget>
 
 #include <functional>
@@ -43,6 +44,7 @@ public:
 protected:
     void paintEvent(QPaintEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QLabel* addLabel(const QString& text, qreal points, QFont::Weight weight, qreal alpha);
@@ -56,6 +58,7 @@ private:
     QPointer<QLabel> panicLabel_;
     QPointer<QPushButton> firstReason_;
     bool asking_ = false;
+    QSet<int> pressedSinceAsked_;
 };
 
 } // namespace tovin

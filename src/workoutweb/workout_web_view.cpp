@@ -223,6 +223,9 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
     page->scripts().insert(script);
 
     view_ = new QWebEngineView(this);
+    // No browser menu (Back, Reload, View source…) in any Tovin page: over the shield it would
+    // be a popup above the screen cover and a way around it.
+    view_->setContextMenuPolicy(Qt::PreventContextMenu);
     view_->setPage(page);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);

@@ -8,6 +8,8 @@
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
 
+#include <QApplication>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 #include <QTemporaryDir>
@@ -192,6 +194,39 @@ TEST_F(ShieldTest, AnUnknownReasonStillBreaksWithNone) {
                                          QStringLiteral("Tab to move · Space or Return to choose.")}));
     view.nudgePanic(4);
     EXPECT_EQ(view.texts().size(), 5); // no panic line once the question is asked
+}
+
+TEST_F(ShieldTest, TheReasonTakesOnlyAFreshKeyAndReturnMeansTheFirstReason) {
+    std::optional<std::optional<Reason>> got;
+    EscapeView view(clock, QString());
+    view.onBreak = [&](std::optional<Reason> r) { got = r; };
+    view.show();
+    view.askReason();
+    auto* urgent = view.findChild<QPushButton*>(QStringLiteral("Genuinely urgent"));
+    auto* didnt = view.findChild<QPushButton*>(QStringLiteral("Didn't feel like it"));
+    ASSERT_TRUE(urgent && didnt);
+    auto send = [](QWidget* to, QEvent::Type type, int key, bool repeat) {
+        QKeyEvent e(type, key, Qt::NoModifier, key == Qt::Key_Space ? QStringLiteral(" ") : QString(), repeat);
+        QApplication::sendEvent(to, &e);
+    };
+    // The Space held through the hold: its repeats and its release choose nothing.
+    for (int i = 0; i < 5; ++i) {
+        send(urgent, QEvent::KeyPress, Qt::Key_Space, true);
+        send(urgent, QEvent::KeyRelease, Qt::Key_Space, true);
+    }
+    send(urgent, QEvent::KeyRelease, Qt::Key_Space, false);
+    EXPECT_FALSE(got) << "a held key answered the question";
+    // Return with the second reason focused still means the first.
+    didnt->setFocus();
+    send(didnt, QEvent::KeyPress, Qt::Key_Return, false);
+    ASSERT_TRUE(got);
+    EXPECT_EQ(*got, Reason::Urgent);
+    // A fresh press and release chooses the focused one.
+    got.reset();
+    send(didnt, QEvent::KeyPress, Qt::Key_Space, false);
+    send(didnt, QEvent::KeyRelease, Qt::Key_Space, false);
+    ASSERT_TRUE(got);
+    EXPECT_EQ(*got, Reason::DidntFeelLikeIt);
 }
 
 TEST_F(ShieldTest, ValveByTimerAndByWallClock) {

@@ -15,10 +15,12 @@
 #include <QApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QMenu>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWebEnginePage>
+#include <QWebEngineView>
 
 #include <gtest/gtest.h>
 
@@ -254,6 +256,17 @@ TEST_F(WebViewTest, ThePageReachesNothingOutsideItsBundle) {
     eval(QStringLiteral("location.href = 'https://example.com/'; 1"));
     QTest::qWait(300);
     EXPECT_EQ(view->page()->url().scheme(), u"tovin");
+}
+
+TEST_F(WebViewTest, ARightClickOpensNoBrowserMenu) {
+    open(QStringLiteral("short"));
+    QWidget* surface = view->webView()->focusProxy();
+    ASSERT_TRUE(surface);
+    QTest::mouseClick(surface, Qt::RightButton, Qt::NoModifier, QPoint(40, 40));
+    QTest::qWait(1500);
+    EXPECT_FALSE(QApplication::activePopupWidget());
+    for (QWidget* w : QApplication::topLevelWidgets())
+        EXPECT_FALSE(qobject_cast<QMenu*>(w) && w->isVisible()) << "a context menu is showing";
 }
 
 TEST_F(WebViewTest, AMissingBundleFailsTheLoad) {

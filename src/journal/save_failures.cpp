@@ -12,7 +12,6 @@ namespace tovin::SaveFailures {
 namespace {
 
 struct Pending {
-    QString what;
     QString tag;
     Retry retry;
 };
@@ -37,7 +36,7 @@ void failed(const QString& path, const QString& what, const QString& tag, const 
     {
         std::lock_guard lock(r.mutex);
         const bool episodeStarts = !r.pending.contains(path);
-        r.pending.insert(path, {what, tag, std::move(retry)});
+        r.pending.insert(path, {tag, std::move(retry)});
         if (!episodeStarts)
             return;
         notify = r.notifier;

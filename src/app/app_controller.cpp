@@ -364,7 +364,7 @@ std::optional<Block> AppController::overdueRetestBlock() {
     const auto reportedAt = Settings::retestReportedAt();
     const QDateTime now = clock_.now();
     // A report older than a week is stale; without any report there is nothing to retest.
-    if (!reportedAt || reportedAt->msecsTo(now) >= 604800LL * 1000)
+    if (!reportedAt || reportedAt->secsTo(now) >= Settings::retestStaleAfterSeconds)
         return std::nullopt;
     const auto local = calendar().localTime(now);
     if (!local)

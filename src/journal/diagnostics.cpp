@@ -103,7 +103,9 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         << '\n';
     const auto reportedAt = Settings::retestReportedAt();
     const qint64 dueInDays = Settings::retestDueInDays();
-    if (reportedAt && dueInDays < 1) {
+    // Overdue means what the scheduler would act on: a report older than a week is stale and
+    // never fires a retest, so it is not called overdue here either.
+    if (reportedAt && dueInDays < 1 && reportedAt->secsTo(now) < Settings::retestStaleAfterSeconds) {
         const QDateTime dueAt = reportedAt->addDays(std::max<qint64>(dueInDays, -36500));
         out << "  retest: overdue as of "
             << formatLocal(dueAt, calendar, QStringLiteral("ddd d MMM yyyy")) << '\n';

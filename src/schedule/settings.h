@@ -53,6 +53,8 @@ inline const QString activeToMinute = QStringLiteral("activeToMinute");
 inline constexpr double minShieldMinutes = 10.0;
 // How far ahead each busy signal from the workout page moves busyUntil, in seconds (not stored).
 inline constexpr double busyGrace = 180.0;
+// A retest report older than this is stale: it never fires a retest, nor reads as overdue.
+inline constexpr qint64 retestStaleAfterSeconds = 604800;
 // "Never": the retest is owed after this many days.
 inline constexpr qint64 retestNever = std::numeric_limits<qint64>::max();
 

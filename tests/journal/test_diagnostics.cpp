@@ -109,6 +109,14 @@ TEST_F(WhyTest, BusyMarkHoldsTheDecisionAndShowsInGuards) {
     EXPECT_TRUE(lines.contains(u"  quiet hours allow now: yes"));
 }
 
+TEST_F(WhyTest, ARetestIsOverdueOnlyWhileTheSchedulerWouldFireIt) {
+    Settings::setRetestDueInDays(0);
+    for (const auto& [daysAgo, overdue] : {std::pair{1, true}, std::pair{6, true}, std::pair{7, false}, std::pair{8, false}}) {
+        Settings::setRetestReportedAt(clock.now().addDays(-daysAgo));
+        EXPECT_EQ(report().filter(u"  retest: overdue as of"_qs).size(), overdue ? 1 : 0) << daysAgo << " days ago";
+    }
+}
+
 TEST(InstanceRecord, AStaleRecordIsIgnored) {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("instance.json"));

@@ -343,6 +343,12 @@ void AppController::preparedPageFailed(const QString& detail) {
     dropPrebuilt();
 }
 
+void AppController::journalEnding(const QString& how) {
+    // Every ending leaves one line, so --why can tell what happened to the last lockout.
+    Journal::note(QStringLiteral("shield"),
+                  u"lockout ended — " + how + (shield_.isRehearsal() ? QStringLiteral(" (rehearsal)") : QString()));
+}
+
 void AppController::clearLockoutMark() {
     // The page marks the person mid-workout while it runs; once its lockout has ended that mark
     // must not hold off whatever comes next.
@@ -457,6 +463,7 @@ void AppController::awayBlockTovin(const Block& block) {
     const double idle = idle_.secondsSinceLastInput();
     // Walking away for the whole block is what was promised; being idle since long before it
     // began (a machine left on all morning) is not.
+    journalEnding(QStringLiteral("away block served"));
     if (wasPresent(idle, Schedule::heldMinutes(block)))
         record({{}, PromiseRecord::Outcome::Tovin, block.label, 0, 0, std::nullopt, true});
     else
@@ -471,6 +478,7 @@ void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
     if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
+    journalEnding(QStringLiteral("workout completed"));
     record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, reps, std::nullopt, false});
     if (!shield_.isRehearsal() && workoutWeb_)
         workoutWeb_->showStanding(ledger().standingJSON());
@@ -483,6 +491,7 @@ void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
 
 void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason) {
     finished_ = true;
+    journalEnding(u"promise broken (" + (reason ? toString(*reason) : QStringLiteral("no reason given")) + u')');
     QString exercise = pendingBlock_ ? pendingBlock_->label
                                      : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
     record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, reason, std::nullopt});
@@ -492,6 +501,7 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
 
 void AppController::shieldPanicked() {
     finished_ = true;
+    journalEnding(QStringLiteral("panic (Esc ×5), nothing recorded"));
     stopCoach();
     clearLockoutMark();
     terminate();
@@ -499,12 +509,14 @@ void AppController::shieldPanicked() {
 
 void AppController::shieldYielded() {
     finished_ = true;
+    journalEnding(QStringLiteral("yielded to the system, nothing recorded"));
     stopCoach();
     standDown();
 }
 
 void AppController::shieldTimedOut() {
     finished_ = true;
+    journalEnding(QStringLiteral("the safety valve released the screen, nothing recorded"));
     stopCoach();
     standDown();
 }
@@ -578,6 +590,7 @@ void AppController::finishTovin() {
     if (finished_ || !coach_)
         return;
     finished_ = true;
+    journalEnding(QStringLiteral("camera coach finished"));
     ExerciseCoach& coach = coach_->coach();
     record({{}, PromiseRecord::Outcome::Tovin, coach.name(), coach.reps(), coach.cleanReps(), std::nullopt, false});
     const int streak = ledger().streak();

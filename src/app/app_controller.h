@@ -165,6 +165,7 @@ private:
     void dropPrebuilt();
     void preparedPageFailed(const QString& detail);
     void clearLockoutMark();
+    void journalEnding(const QString& how);
     bool choseCameraCoach() const;
     void record(PromiseRecord promise);
     QWidget* coachLockout(const QString& workoutID, const LockoutContent& webContent);

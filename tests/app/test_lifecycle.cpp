@@ -31,15 +31,22 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecord) {
         const char* ending;
         std::function<void(AppController&)> end;
         std::optional<PromiseRecord> expected;
+        const char16_t* journalled;
     } cases[] = {
         {"completed", [](AppController& c) { c.workoutCompleted(QStringLiteral("Squat"), 12); },
-         PromiseRecord{{}, Outcome::Tovin, QStringLiteral("Squat"), 12, 12, std::nullopt, false}},
+         PromiseRecord{{}, Outcome::Tovin, QStringLiteral("Squat"), 12, 12, std::nullopt, false},
+         u"lockout ended — workout completed"},
         {"broken", [](AppController& c) { c.shield().lower(); c.shieldWasBroken(PromiseRecord::Reason::Urgent); },
-         PromiseRecord{{}, Outcome::Broken, QStringLiteral("Nine"), 0, 0, PromiseRecord::Reason::Urgent, std::nullopt}},
-        {"panic", [](AppController& c) { c.shield().lower(); c.shieldPanicked(); }, std::nullopt},
-        {"yield", [](AppController& c) { c.shield().yieldNow(); }, std::nullopt},
-        {"valve", [this](AppController&) { clock.advance(15 * 60); }, std::nullopt},
-        {"failed page", [](AppController& c) { c.workoutWebFailed(QStringLiteral("net::ERR")); }, std::nullopt},
+         PromiseRecord{{}, Outcome::Broken, QStringLiteral("Nine"), 0, 0, PromiseRecord::Reason::Urgent, std::nullopt},
+         u"lockout ended — promise broken (Genuinely urgent)"},
+        {"panic", [](AppController& c) { c.shield().lower(); c.shieldPanicked(); }, std::nullopt,
+         u"lockout ended — panic (Esc ×5), nothing recorded"},
+        {"yield", [](AppController& c) { c.shield().yieldNow(); }, std::nullopt,
+         u"lockout ended — yielded to the system, nothing recorded"},
+        {"valve", [this](AppController&) { clock.advance(15 * 60); }, std::nullopt,
+         u"lockout ended — the safety valve released the screen, nothing recorded"},
+        {"failed page", [](AppController& c) { c.workoutWebFailed(QStringLiteral("net::ERR")); }, std::nullopt,
+         u"released — the workout screen failed: net::ERR"},
     };
     for (const auto& c : cases) {
         QFile::remove(ledger.url());
@@ -52,6 +59,7 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecord) {
         c.end(app);
         clock.advance(3.1); // completion lowers after 3 s
         EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
+        EXPECT_EQ(journal(QStringLiteral("shield")).last(), QString::fromUtf16(c.journalled)) << c.ending;
         EXPECT_FALSE(app.shield().isUp()) << c.ending;
         EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
         if (c.expected) {

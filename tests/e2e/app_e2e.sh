@@ -135,6 +135,7 @@ workout)
     check "exactly one record" test "$(records)" = 1
     check "the shield lowers after the workout" waitfor 15 sh -c "! '$xshot' '$shots/workout-after.png' --covered >/dev/null"
     check "the journal tells it: the ledger line" journal_has '\[ledger\] tovin — Two-Minute Spark (now 1 tovin / 1 total)'
+    check "... and how the lockout ended" journal_has '\[shield\] lockout ended — workout completed'
     check "--why reflects it" sh -c "'$tovin' --why | grep -q 'Ledger  (1 record(s): 1 tovin, 0 broken)'"
     echo "     figures: launch → covered: $((raised - start)) s (10 s countdown twice, a 60 s snooze)"
     ;;
@@ -147,6 +148,7 @@ away)
     check "its minute served, the screen comes back" waitfor 80 sh -c "! '$xshot' '$shots/away-after.png' --covered >/dev/null"
     check "a kept, attested promise is on disk" waitfor 5 sh -c "grep -q '\"attested\": true' '$data/promises.json' && grep -q '\"exercise\": \"E2E walk\"' '$data/promises.json'"
     check "exactly one record" test "$(records)" = 1
+    check "the journal says how the lockout ended" journal_has '\[shield\] lockout ended — away block served'
     ;;
 retest)
     week ""
@@ -161,6 +163,7 @@ retest)
     check "exactly one record" test "$(records)" = 1
     check "the shield lowers after the check" waitfor 15 sh -c "! '$xshot' '$shots/retest-after.png' --covered >/dev/null"
     check "the plan is the week now" grep -q '"kind": "workout"' "$data/schedule.json"
+    check "the journal says how the lockout ended" journal_has '\[shield\] lockout ended — workout completed'
     ;;
 broken)
     # An installed copy whose bundle lost its script: the page boots to its note and no further.

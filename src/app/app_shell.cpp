@@ -6,6 +6,7 @@
 #include "journal/journal.h"
 #include "journal/save_failures.h"
 #include "promises/promise_ledger.h"
+#include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 #include "shield/shield_style.h"
 
@@ -22,6 +23,7 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QVBoxLayout>
+#include <QWebEngineView>
 
 #include <cstdio>
 
@@ -119,7 +121,9 @@ bool AppShell::claimSingleInstance() {
         connect(instanceServer_, &QLocalServer::newConnection, this, [this] {
             while (QLocalSocket* s = instanceServer_->nextPendingConnection()) {
                 connect(s, &QLocalSocket::readyRead, this, [this, s] {
-                    if (s->readAll().startsWith("show"))
+                    // Launching Tovin again brings the setup window forward, but never over a
+                    // lockout or a rehearsal: there it would take the keyboard from the shield.
+                    if (s->readAll().startsWith("show") && !controller_.shield().isUp())
                         openSetupWindow();
                     s->disconnectFromServer();
                 });
@@ -184,6 +188,8 @@ void AppShell::launch() {
         Journal::note(QStringLiteral("shield"),
                       QStringLiteral("no tray on this desktop — the setup window carries the menu"));
     }
+    // The first run's example week goes to disk before the setup page reads the week.
+    ScheduleStore::writeExampleIfMissing();
     openSetupWindow();
     controller_.usage().start();
     controller_.startScheduleWatch();
@@ -200,9 +206,9 @@ void AppShell::rebuildMenu(QMenu* menu) {
     menu->addAction(QStringLiteral("Setup Window"), QKeySequence(QStringLiteral("Ctrl+0")), this,
                     [this] { openSetupWindow(); });
     menu->addAction(QStringLiteral("Lock Me Out Now"), QKeySequence(QStringLiteral("Ctrl+L")), this,
-                    [this] { controller_.raiseLockout(false); });
+                    [this] { lockNow(false); });
     menu->addAction(QStringLiteral("Rehearse Lockout (safe)"), QKeySequence(QStringLiteral("Ctrl+Shift+L")),
-                    this, [this] { controller_.raiseLockout(true); });
+                    this, [this] { lockNow(true); });
     menu->addSeparator();
     if (!controller_.pausedUntil())
         menu->addAction(QStringLiteral("Pause for an hour"), this, [this] { controller_.pauseAnHour(); });
@@ -250,8 +256,8 @@ QWidget* AppShell::buildSetupStrip(QWidget* parent) {
         row->addWidget(b);
         return b;
     };
-    button(QStringLiteral("Lock Me Out Now"), [this] { controller_.raiseLockout(false); });
-    button(QStringLiteral("Rehearse Lockout (safe)"), [this] { controller_.raiseLockout(true); });
+    button(QStringLiteral("Lock Me Out Now"), [this] { lockNow(false); });
+    button(QStringLiteral("Rehearse Lockout (safe)"), [this] { lockNow(true); });
     stripPause_ = button(QStringLiteral("Pause for an hour"), [this] {
         if (controller_.pausedUntil())
             controller_.resumeWatching();
@@ -303,6 +309,7 @@ void AppShell::openSetupWindow() {
         setupWindow_->show();
         setupWindow_->raise();
         setupWindow_->activateWindow();
+        setupWeb_->webView()->setFocus(Qt::OtherFocusReason);
         return;
     }
     auto* window = new SetupWindow;
@@ -321,8 +328,8 @@ void AppShell::openSetupWindow() {
     auto shortcut = [&](const char* keys, auto slot) {
         connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), window), &QShortcut::activated, this, slot);
     };
-    shortcut("Ctrl+L", [this] { controller_.raiseLockout(false); });
-    shortcut("Ctrl+Shift+L", [this] { controller_.raiseLockout(true); });
+    shortcut("Ctrl+L", [this] { lockNow(false); });
+    shortcut("Ctrl+Shift+L", [this] { lockNow(true); });
     shortcut("Ctrl+Q", [] { QCoreApplication::quit(); });
     shortcut("Ctrl+W", [this] { setupWindow_->close(); });
     controller_.setSetupWindow(window);
@@ -332,6 +339,17 @@ void AppShell::openSetupWindow() {
     window->show();
     window->raise();
     window->activateWindow();
+    // The page has the keyboard, not the strip: Space scrolls the page and never presses
+    // "Lock Me Out Now".
+    if (setupWeb_)
+        setupWeb_->webView()->setFocus(Qt::OtherFocusReason);
+}
+
+void AppShell::lockNow(bool rehearsal) {
+    // A lockout asked for by hand is on the record like any other.
+    Journal::note(QStringLiteral("shield"), rehearsal ? QStringLiteral("rehearsal asked for from the menu")
+                                                      : QStringLiteral("Lock Me Out Now — asked for from the menu"));
+    controller_.raiseLockout(rehearsal);
 }
 
 void AppShell::hideSetupWindow() {

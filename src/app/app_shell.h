@@ -50,6 +50,7 @@ public:
 
 private:
     void tellThePerson(const QString& title, const QString& body);
+    void lockNow(bool rehearsal);
     void refreshSetupStrip();
     QWidget* buildSetupStrip(QWidget* parent);
 

@@ -10,7 +10,9 @@
 #            promise → the screen back
 #   broken   a bundle whose script is gone: the page prepared behind the countdown fails without
 #            quitting; the one built at the raise fails too → the screen back, no record, the alert
-#   call     a live recording at the due minute holds the block off, and the journal says why
+#   call     a live recording at the due minute holds the block off, and the journal says why;
+#            a stray Space in the setup window raises nothing
+#   firstrun no schedule file: the example week is written and the setup page shows it
 # The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
 # test-only remote-debugging port (drive_page.mjs). Prints one line per check and
 # "N passed, N failed". Screenshots go to the folder given, named after the scenario.
@@ -82,6 +84,14 @@ small_window() { # a visible window titled Tovin narrower than a screen: the not
     done
     return 1
 }
+setup_visible() { # the setup window, as wide as it opens
+    local w
+    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
+        eval "$(xdotool getwindowgeometry --shell "$w")"
+        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && return 0
+    done
+    return 1
+}
 close_setup() { # the setup window, opened at launch, closed as a person would: Ctrl-W
     local w
     for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
@@ -130,6 +140,10 @@ workout)
     raised=$SECONDS
     check "the page's first step has its whole time when the shield rises" drive 20 first-timer 26
     shot shield
+    # Launching Tovin again mid-lockout must not put the setup window over the shield.
+    "$tovin" >/dev/null 2>&1
+    check "a second launch during the lockout shows nothing" never 3 setup_visible
+    check "... and the screens stay covered" covered
     check "the workout page runs to its end" drive 150 workout
     check "finishing the workout keeps one promise on disk" waitfor 10 ledger_has '"outcome": "tovin"'
     check "exactly one record" test "$(records)" = 1
@@ -201,6 +215,18 @@ call)
         waitfor 30 journal_has '\[hold\] E2E block held — Your mic is live — Tovin won.t interrupt.'
     check "no shield while the call lasts" sh -c "! '$xshot' '$shots/call.png' --covered >/dev/null"
     check "and no countdown" never 2 countdown_up
+    # A stray Space in the setup window scrolls its page; it never presses "Lock Me Out Now".
+    for w in $(xdotool search --onlyvisible --name '^Tovin$'); do xdotool windowactivate --sync "$w"; done
+    xdotool key space
+    check "a Space in the setup window raises no lockout" never 4 covered
+    ;;
+firstrun)
+    # No schedule file at all: the example week is written, and the setup page shows it.
+    settings ''
+    launch "$tovin"
+    check "the first run writes the example week" waitfor 20 test -s "$data/schedule.json"
+    check "the setup page shows the week on disk, not an empty one" drive 20 has-text "16:30"
+    shot setup
     ;;
 *)
     echo "unknown scenario $scenario"; exit 2 ;;

@@ -9,6 +9,8 @@
 //       answers the fitness check (push-ups, squats, the plank) and accepts the plan
 //   node --experimental-websocket drive_page.mjs PORT TIMEOUT first-timer MIN_SECONDS
 //       prints the workout's timer and fails unless it still shows at least MIN_SECONDS
+//   node --experimental-websocket drive_page.mjs PORT TIMEOUT has-text TEXT
+//       waits until the page shows TEXT
 
 const [port, timeoutArg, mode = 'workout', minArg] = process.argv.slice(2);
 const deadline = Date.now() + Number(timeoutArg ?? 150) * 1000;
@@ -76,6 +78,14 @@ if (mode === 'first-timer') {
   const [m, s] = String(text ?? '').split(':').map(Number);
   const seconds = m * 60 + s;
   finish(seconds >= min, `first step's timer when the shield rose: ${text} (wanted at least ${min} s)`);
+} else if (mode === 'has-text') {
+  let text = '';
+  while (Date.now() < deadline) {
+    text = (await evaluate('document.body.innerText')) ?? '';
+    if (text.includes(minArg)) break;
+    await sleep(300);
+  }
+  finish(text.includes(minArg), `page ${text.includes(minArg) ? 'shows' : 'never showed'} "${minArg}"`);
 } else if (mode === 'retest') {
   // 'I am done' twice (push-ups, squats), then the plank, then the plan.
   const heading = await until(['I am done', 'Start holding', 'Stop', 'Accept plan'], 'Plan accepted.', 700);

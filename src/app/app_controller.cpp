@@ -663,6 +663,7 @@ void AppController::pauseAnHour() {
     usage_.stop();
     deferTimer_.reset();
     countdown_.dismiss();
+    dropPrebuilt(); // a paused hour holds no page ready in the background
     pauseTimer_ = clock_.singleShot(3600, [this] { resumeWatching(); });
 }
 

@@ -200,6 +200,14 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeDropsIt) {
     c.countdown().snooze();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(dropped.isNull());
+    // Nor does a pause during a countdown.
+    c.warnThenLock();
+    dropped = c.prebuiltContent();
+    ASSERT_TRUE(dropped);
+    c.pauseAnHour();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(dropped.isNull());
+    EXPECT_FALSE(c.countdown().isShowing());
 }
 
 TEST(StatusLine, Rules) {

@@ -10,7 +10,7 @@ packages=(
     # toolchain
     build-essential cmake ninja-build pkg-config git
     # Qt, and the system services the platform layer talks to
-    qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxss-dev
+    qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxcb1-dev libxss-dev
     libsodium-dev libarchive-dev minisign openssl
     # the camera coach: the camera, its pose model on the CPU, and its voice
     qt6-multimedia-dev gstreamer1.0-plugins-good libopencv-dev

@@ -114,6 +114,9 @@ void AppController::startScheduleWatch() {
 
     scheduleTimer_ = clock_.createTimer([this] { onScheduleTimer(); });
     scheduleTimer_->start(scheduleInterval, true);
+    // The person may edit the week by hand: that counts as soon as it is saved, like a save
+    // from the setup page.
+    scheduleFileWatch_ = std::make_unique<ScheduleFileWatch>(scheduleURL_);
 
     disconnect(scheduleChanged_);
     scheduleChanged_ = connect(ScheduleChangeNotifier::instance(),
@@ -159,7 +162,9 @@ void AppController::machineDidWake() {
     else
         Journal::note(QStringLiteral("power"), QStringLiteral("woke"));
     sleptAt_.reset();
-    checkSchedule();
+    // Only a launch that watches the schedule ticks; a rehearsal or a probe has none to run.
+    if (scheduleTimer_)
+        checkSchedule();
 }
 
 void AppController::checkSchedule() {
@@ -665,6 +670,7 @@ void AppController::pauseAnHour() {
     countdown_.dismiss();
     dropPrebuilt(); // a paused hour holds no page ready in the background
     pauseTimer_ = clock_.singleShot(3600, [this] { resumeWatching(); });
+    Q_EMIT pausedChanged(true);
 }
 
 void AppController::resumeWatching() {
@@ -673,6 +679,7 @@ void AppController::resumeWatching() {
     usage_.reset();
     if (!usage_.isRunning())
         usage_.start();
+    Q_EMIT pausedChanged(false);
 }
 
 QString AppController::statusLine() {

@@ -9,6 +9,7 @@
 #include "guards/idle_source.h"
 #include "guards/usage_watcher.h"
 #include "schedule/schedule.h"
+#include "schedule/schedule_file_watch.h"
 
 #include <QObject>
 #include <QPointer>
@@ -109,7 +110,7 @@ public:
     void finishTovin();
     void refreshPanel();
 
-    // Pause and resume (an hour at most).
+    // Pause and resume (an hour at most); each announced by pausedChanged.
     void pauseAnHour();
     void resumeWatching();
 
@@ -156,6 +157,9 @@ public:
     // The person's calendar: pinned in tests, else the system's.
     Calendar calendar();
 
+Q_SIGNALS:
+    void pausedChanged(bool paused);
+
 private:
     void reloadSchedule();
     void onScheduleTimer();
@@ -193,6 +197,7 @@ private:
     bool finished_ = false;
 
     std::unique_ptr<Timer> scheduleTimer_;
+    std::unique_ptr<ScheduleFileWatch> scheduleFileWatch_;
     std::unique_ptr<Timer> deferTimer_;
     QString deferReason_;
     std::unique_ptr<Timer> awayTimer_;

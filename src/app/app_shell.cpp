@@ -2,6 +2,7 @@
 
 #include "app/launch_at_login.h"
 #include "app/status_icon.h"
+#include "core/paths.h"
 #include "journal/instance_record.h"
 #include "journal/journal.h"
 #include "journal/save_failures.h"
@@ -87,6 +88,17 @@ AppShell::AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QO
     : QObject(parent), controller_(clock, idle), launchedForRehearsal_(launchedForRehearsal) {
     controller_.openSetupWindow = [this] { openSetupWindow(); };
     controller_.hideSetupWindow = [this] { hideSetupWindow(); };
+    connect(&controller_, &AppController::pausedChanged, this, [this] {
+        refreshTrayIcon();
+        refreshSetupStrip();
+    });
+    connect(&controller_.shield(), &ShieldController::quitAsked, qApp, &QCoreApplication::quit);
+}
+
+void AppShell::refreshTrayIcon() {
+    // Paused, the icon is drawn disabled: the person sees at a glance that nothing watches.
+    if (tray_)
+        tray_->setIcon(statusIcon(panelIsDark(), !controller_.pausedUntil()));
 }
 
 AppShell::~AppShell() {
@@ -98,21 +110,40 @@ AppShell::~AppShell() {
 }
 
 QString AppShell::instanceName() {
-    return QStringLiteral("tovin-%1").arg(::getuid());
+    // Beside the instance record, in the session's own runtime folder: two sessions of one
+    // person each run their own Tovin. A relative name would land in /tmp, shared by both.
+    return paths::runtimeDir() + u"/instance.socket";
 }
 
-bool AppShell::claimSingleInstance() {
+bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     QLocalSocket probe;
     probe.connectToServer(instanceName());
     if (probe.waitForConnected(500)) {
+        // The running copy answers with its process id; the record is only the fallback.
         probe.write("show\n");
         probe.waitForBytesWritten(500);
-        const auto running = InstanceRecord::readLive();
-        std::printf("Tovin is already running (pid %lld) — bringing it forward\n",
-                    static_cast<long long>(running ? running->pid : 0));
+        qint64 pid = 0;
+        if (probe.waitForReadyRead(1000)) {
+            const QByteArray reply = probe.readLine().trimmed();
+            if (reply.startsWith("pid "))
+                pid = reply.mid(4).toLongLong();
+        }
+        if (pid <= 0) {
+            if (const auto running = InstanceRecord::readLive())
+                pid = running->pid;
+        }
+        if (pid > 0)
+            std::printf("Tovin is already running (pid %lld) — bringing it forward\n",
+                        static_cast<long long>(pid));
+        else
+            std::printf("Tovin is already running — bringing it forward\n");
         std::fflush(stdout);
         return false;
     }
+    // A rehearsal or a probe defers to a running Tovin but never stands in for it: only the
+    // copy that watches the schedule answers a later launch.
+    if (!standInAsWatcher)
+        return true;
     // Nobody answered: whatever socket is left is a crashed instance's.
     QLocalServer::removeServer(instanceName());
     instanceServer_ = new QLocalServer(this);
@@ -121,9 +152,13 @@ bool AppShell::claimSingleInstance() {
         connect(instanceServer_, &QLocalServer::newConnection, this, [this] {
             while (QLocalSocket* s = instanceServer_->nextPendingConnection()) {
                 connect(s, &QLocalSocket::readyRead, this, [this, s] {
+                    if (!s->readAll().startsWith("show"))
+                        return;
+                    s->write(QByteArray("pid ") + QByteArray::number(qint64(::getpid())) + '\n');
+                    s->flush();
                     // Launching Tovin again brings the setup window forward, but never over a
                     // lockout or a rehearsal: there it would take the keyboard from the shield.
-                    if (s->readAll().startsWith("show") && !controller_.shield().isUp())
+                    if (!controller_.shield().isUp())
                         openSetupWindow();
                     s->disconnectFromServer();
                 });
@@ -173,7 +208,7 @@ void AppShell::launch() {
         QMetaObject::invokeMethod(this, [this, title, body] { tellThePerson(title, body); }, Qt::QueuedConnection);
     });
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        tray_ = new QSystemTrayIcon(statusIcon(panelIsDark()), this);
+        tray_ = new QSystemTrayIcon(statusIcon(panelIsDark(), !controller_.pausedUntil()), this);
         tray_->setToolTip(QStringLiteral("Tovin"));
         trayMenu_ = std::make_unique<QMenu>();
         connect(trayMenu_.get(), &QMenu::aboutToShow, this, [this] { rebuildMenu(trayMenu_.get()); });
@@ -198,8 +233,7 @@ void AppShell::launch() {
 
 void AppShell::rebuildMenu(QMenu* menu) {
     menu->clear();
-    if (tray_)
-        tray_->setIcon(statusIcon(panelIsDark()));
+    refreshTrayIcon();
     menu->addAction(controller_.statusLine())->setEnabled(false);
     menu->addAction(controller_.standingLine())->setEnabled(false);
     menu->addSeparator();
@@ -239,6 +273,12 @@ void AppShell::checkForUpdates(bool quietly) {
 QWidget* AppShell::buildSetupStrip(QWidget* parent) {
     auto* strip = new QWidget(parent);
     strip->setObjectName(QStringLiteral("menuStrip"));
+    // A band of the page's panel colour with a hairline under it, so the strip reads as the
+    // page's own header.
+    strip->setAttribute(Qt::WA_StyledBackground);
+    strip->setStyleSheet(QStringLiteral(
+        "#menuStrip { background: #121821; border-bottom: 1px solid #243041; }"
+        "#menuStrip QLabel { color: #e8ecf1; }"));
     auto* row = new QHBoxLayout(strip);
     row->setContentsMargins(14, 8, 14, 8);
     auto* lines = new QVBoxLayout;
@@ -360,7 +400,6 @@ void AppShell::hideSetupWindow() {
 void AppShell::buildStartWindow() {
     auto* window = new QWidget;
     window->setWindowTitle(QStringLiteral("Tovin"));
-    window->setStyleSheet(QStringLiteral("background: #0a0d12;"));
     auto* column = new QVBoxLayout(window);
     column->setContentsMargins(40, 28, 40, 28);
     column->setSpacing(14);
@@ -388,8 +427,10 @@ void AppShell::buildStartWindow() {
     rehearse->setStyleSheet(whiteAt(0.9));
     rehearse->setChecked(launchedForRehearsal_);
     column->addWidget(rehearse);
+    // A word joiner after the hyphen keeps "Ctrl-Q" on one line; it draws nothing.
     startLabel(column,
-               QStringLiteral("Same escape code, same hold button — in a window, with Ctrl-Q always working."),
+               QStringLiteral("Same escape code, same hold button — in a window, with Ctrl-\u2060Q "
+                              "always working."),
                11, 0.35);
     auto* begin = new QPushButton(launchedForRehearsal_ ? QStringLiteral("Begin rehearsal")
                                                         : QStringLiteral("Begin"));

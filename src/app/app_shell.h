@@ -32,9 +32,10 @@ public:
     void launch();
     // --layout-check: the start window only.
     void buildStartWindow();
-    // The single-instance rule. True when this is the only Tovin; otherwise it has asked the
-    // running one to come forward and printed why it is leaving.
-    bool claimSingleInstance();
+    // The single-instance rule. True when no other Tovin runs; otherwise it has asked the
+    // running one to come forward and printed why it is leaving. Only a copy that stands in as
+    // the watcher takes the name for later launches to find.
+    bool claimSingleInstance(bool standInAsWatcher = true);
 
     void openSetupWindow();
     void hideSetupWindow();
@@ -52,6 +53,7 @@ private:
     void tellThePerson(const QString& title, const QString& body);
     void lockNow(bool rehearsal);
     void refreshSetupStrip();
+    void refreshTrayIcon();
     QWidget* buildSetupStrip(QWidget* parent);
 
     AppController controller_;

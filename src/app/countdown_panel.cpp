@@ -6,6 +6,7 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -16,8 +17,9 @@ namespace tovin {
 
 namespace {
 
-// The notice window: a small titled utility window above everything, never activated.
-// Closing it is the same as "Not now" while a snooze is left; otherwise it cannot be closed.
+// The notice window: a small frameless card above everything, never activated, drawn in the
+// page's panel colour with a hairline border. Closing it (by the window system) is the same as
+// "Not now" while a snooze is left; otherwise it cannot be closed.
 class PanelWindow final : public QWidget {
 public:
     std::function<void()> onClose;
@@ -27,6 +29,12 @@ protected:
         event->ignore();
         if (onClose)
             onClose();
+    }
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.fillRect(rect(), QColor(0x12, 0x18, 0x21));
+        p.setPen(QColor(0x3a, 0x4a, 0x60));
+        p.drawRect(rect().adjusted(0, 0, -1, -1));
     }
 };
 
@@ -46,9 +54,14 @@ void CountdownPanel::show(double seconds, int snoozesLeft) {
 
     auto* window = new PanelWindow;
     window->setWindowTitle(QStringLiteral("Tovin"));
-    window->setWindowFlags(Qt::Tool | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
-                           Qt::CustomizeWindowHint | Qt::WindowTitleHint |
-                           Qt::WindowCloseButtonHint);
+    Qt::WindowFlags flags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                            Qt::WindowDoesNotAcceptFocus;
+    // Outside the window manager's hands on X11: no title bar, no placement of its own, and a
+    // click on it never makes the window manager activate another of Tovin's windows (the
+    // setup window would then count as "in use" and hold the lockout off).
+    if (QGuiApplication::platformName() == u"xcb")
+        flags |= Qt::X11BypassWindowManagerHint;
+    window->setWindowFlags(flags);
     window->setAttribute(Qt::WA_ShowWithoutActivating);
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     window->setFixedSize(width, height);

@@ -1,10 +1,13 @@
 #include "app/app_shell.h"
+#include "app/launch_switches.h"
 #include "app/self_test.h"
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
+#include "shield/shield_style.h"
 #include "journal/diagnostics.h"
 #include "updater/dry_run.h"
+#include "updater/updater.h"
 #include "workoutweb/bundle_scheme_handler.h"
 
 #include <QApplication>
@@ -12,20 +15,13 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 
 #include <unistd.h>
 
 using namespace tovin;
 
 namespace {
-
-bool hasSwitch(int argc, char* argv[], const char* name) {
-    for (int i = 1; i < argc; ++i) {
-        if (qstrcmp(argv[i], name) == 0)
-            return true;
-    }
-    return false;
-}
 
 const char* const helpText =
     "Usage: tovin [switch]\n"
@@ -46,18 +42,11 @@ const char* const helpText =
 void probeCall(QCoreApplication& app, QTimer& timer) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     static QTextStream out(stdout);
-    const int inputs = CallDetector::inputDeviceCount();
-    out << "recording-capable audio devices: " << inputs << '\n';
-    if (inputs == 0)
-        out << "  ⚠︎ none found — the microphone check cannot fire\n";
-    out << "watching mic + camera — Ctrl-C to stop\n\n";
+    writeProbeHeader(out, CallDetector::inputDeviceCount());
     out.flush();
     QObject::connect(&timer, &QTimer::timeout, &app, [] {
         const CallDetector::State s = CallDetector::current();
-        out << (s.mic ? "mic LIVE " : "mic idle ") << ' '
-            << (s.camera ? "camera LIVE " : "camera idle") << "  "
-            << (CallDetector::isBusy(s.mic, s.camera) ? "→ WOULD NOT LOCK" : "→ free to lock")
-            << '\n';
+        out << probeLine(s.mic, s.camera, CallDetector::isBusy(s.mic, s.camera)) << '\n';
         out.flush();
     });
     timer.start(1000);
@@ -66,32 +55,36 @@ void probeCall(QCoreApplication& app, QTimer& timer) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    if (hasSwitch(argc, argv, "--help") || hasSwitch(argc, argv, "-h")) {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    const LaunchMode mode = launchModeFor(arguments);
+    switch (mode) {
+    case LaunchMode::Help:
         std::fputs(helpText, stdout);
         return 0;
-    }
-    if (hasSwitch(argc, argv, "--version")) {
+    case LaunchMode::Version:
         std::printf("tovin %s\n", TOVIN_VERSION);
         return 0;
-    }
-    if (hasSwitch(argc, argv, "--why")) {
+    case LaunchMode::Why: {
         QCoreApplication app(argc, argv);
-        QTextStream(stdout) << Diagnostics::why();
+        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary());
         return 0;
     }
-    if (hasSwitch(argc, argv, "--update-dry-run")) {
+    case LaunchMode::UpdateDryRun: {
         QCoreApplication app(argc, argv);
         QTextStream out(stdout);
         return Diagnostics::updateDryRun(out);
     }
-    const bool selfTest = hasSwitch(argc, argv, "--self-test");
-    const bool layoutCheck = hasSwitch(argc, argv, "--layout-check");
-    if (selfTest) {
+    case LaunchMode::SelfTest:
         // The self-check never shows anything; as root, Chromium's sandbox cannot run at all.
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
         if (::geteuid() == 0)
             qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+        break;
+    default:
+        break;
     }
 
     BundleSchemeHandler::registerScheme();
@@ -102,28 +95,38 @@ int main(int argc, char* argv[]) {
     QApplication::setDesktopFileName(QStringLiteral("dev.tovin.Tovin"));
     // Closing the windows never quits: Tovin keeps watching from the tray.
     QApplication::setQuitOnLastWindowClosed(false);
+    applyTovinLook(app);
 
-    if (selfTest)
+    if (mode == LaunchMode::SelfTest)
         return runSelfTest();
 
     CallDetector::setProbe(createPlatformCallProbe());
     const auto idle = createPlatformIdleSource();
-    AppShell shell(Clock::system(), *idle, hasSwitch(argc, argv, "--rehearse"));
-    if (!layoutCheck && !shell.claimSingleInstance())
+    AppShell shell(Clock::system(), *idle, mode == LaunchMode::Rehearse);
+    if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 
-    SleepWatcher sleep;
-    QObject::connect(&sleep, &SleepWatcher::willSleep, &app, [&] { shell.controller().machineWillSleep(); });
-    QObject::connect(&sleep, &SleepWatcher::didWake, &app, [&] { shell.controller().machineDidWake(); });
-
     QTimer probeTimer;
-    if (layoutCheck)
+    std::unique_ptr<SleepWatcher> sleep;
+    switch (mode) {
+    case LaunchMode::LayoutCheck:
         shell.buildStartWindow();
-    else if (hasSwitch(argc, argv, "--probe-call"))
+        break;
+    case LaunchMode::ProbeCall:
         probeCall(app, probeTimer);
-    else if (hasSwitch(argc, argv, "--rehearse"))
+        break;
+    case LaunchMode::Rehearse:
         shell.controller().raiseLockout(true);
-    else
+        break;
+    default:
+        // Only the copy that watches the schedule cares about sleep and wake.
+        sleep = std::make_unique<SleepWatcher>();
+        QObject::connect(sleep.get(), &SleepWatcher::willSleep, &app,
+                         [&] { shell.controller().machineWillSleep(); });
+        QObject::connect(sleep.get(), &SleepWatcher::didWake, &app,
+                         [&] { shell.controller().machineDidWake(); });
         shell.launch();
+        break;
+    }
     return app.exec();
 }

@@ -1,5 +1,7 @@
 #include "app/status_icon.h"
 
+#include "shield/shield_style.h"
+
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
@@ -8,7 +10,7 @@
 
 namespace tovin {
 
-QIcon statusIcon(bool darkPanel) {
+QIcon statusIcon(bool darkPanel, bool enabled) {
     QIcon icon;
     for (const int scale : {1, 2, 3}) {
         // Drawn on a 17 × 14 grid, centred in a square so trays that expect squares keep it whole.
@@ -19,7 +21,10 @@ QIcon statusIcon(bool darkPanel) {
         p.setRenderHint(QPainter::Antialiasing);
         p.scale(scale, scale);
         p.translate((22 - 17) / 2.0, (22 - 14) / 2.0);
-        QPen pen(darkPanel ? QColor(236, 239, 244) : QColor(24, 28, 34), 1.7);
+        QColor ink = darkPanel ? QColor(236, 239, 244) : QColor(24, 28, 34);
+        if (!enabled)
+            ink.setAlphaF(0.35f);
+        QPen pen(ink, 1.7);
         pen.setCapStyle(Qt::RoundCap);
         p.setPen(pen);
         QPainterPath path;
@@ -37,7 +42,7 @@ QIcon statusIcon(bool darkPanel) {
 }
 
 bool panelIsDark() {
-    return QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+    return desktopIsDark();
 }
 
 } // namespace tovin

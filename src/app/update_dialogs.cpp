@@ -25,6 +25,16 @@ UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
 }
 
 void UpdateDialogs::checkForUpdates(bool quietly) {
+    // A build without a release feed does not pretend to check: the quiet check at launch is
+    // skipped, and the menu's check says where updates come from instead.
+    if (!Updater::hasReleaseFeed()) {
+        if (!quietly)
+            controller_.showAlert(
+                QStringLiteral("This copy of Tovin gets its updates elsewhere."),
+                QStringLiteral("It was built without a release feed, so it never checks for "
+                               "updates itself. Update it the same way you installed it."));
+        return;
+    }
     Updater::check(this, [this, quietly](const Updater::Status& status) {
         switch (status.kind) {
         case Updater::Status::Available:

@@ -1,5 +1,6 @@
 #include "core/clock.h"
 
+#include <QElapsedTimer>
 #include <QTimer>
 
 #include <algorithm>
@@ -32,10 +33,15 @@ private:
 
 class SystemClock final : public Clock {
 public:
+    SystemClock() { monotonic_.start(); }
     QDateTime now() const override { return QDateTime::currentDateTimeUtc(); }
+    double elapsedSeconds() const override { return double(monotonic_.nsecsElapsed()) / 1e9; }
     std::unique_ptr<Timer> createTimer(std::function<void()> onTimeout) override {
         return std::make_unique<QtTimer>(std::move(onTimeout));
     }
+
+private:
+    QElapsedTimer monotonic_;
 };
 
 } // namespace

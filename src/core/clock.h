@@ -25,6 +25,9 @@ class Clock {
 public:
     virtual ~Clock() = default;
     virtual QDateTime now() const = 0;
+    // Seconds on a clock that only moves forward (the wall clock may be set back), for
+    // measuring how long something took.
+    virtual double elapsedSeconds() const = 0;
     virtual std::unique_ptr<Timer> createTimer(std::function<void()> onTimeout) = 0;
 
     // The wall clock, in UTC, and Qt's timers.

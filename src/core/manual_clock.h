@@ -25,6 +25,7 @@ public:
     }
 
     QDateTime now() const override { return wallAtZero_.addMSecs(monotonicUs_ / 1000); }
+    double elapsedSeconds() const override { return double(monotonicUs_) / 1e6; }
     // Sets the wall clock; pending timers keep their places on the monotonic clock.
     void set(const QDateTime& at) { wallAtZero_ = at.addMSecs(-(monotonicUs_ / 1000)); }
 
@@ -56,6 +57,32 @@ public:
             callback();
         }
         moveTo(target);
+    }
+
+    // The event loop was busy for this long: time passes with no timer firing, then every
+    // overdue timer fires once, late, as Qt's do (a repeating one does not catch up).
+    void stall(double seconds) {
+        moveTo(monotonicUs_ + qint64(std::llround(seconds * 1e6)));
+        std::vector<FakeTimer*> overdue;
+        for (FakeTimer* t : timers_) {
+            if (t->active_ && t->deadlineUs_ <= monotonicUs_)
+                overdue.push_back(t);
+        }
+        std::sort(overdue.begin(), overdue.end(), [](const FakeTimer* a, const FakeTimer* b) {
+            return a->deadlineUs_ < b->deadlineUs_ ||
+                   (a->deadlineUs_ == b->deadlineUs_ && a->sequence_ < b->sequence_);
+        });
+        for (FakeTimer* t : overdue) {
+            // An earlier callback may have stopped or destroyed a later one.
+            if (std::find(timers_.begin(), timers_.end(), t) == timers_.end() || !t->active_)
+                continue;
+            if (t->repeating_)
+                t->deadlineUs_ = monotonicUs_ + std::max<qint64>(t->intervalUs_, 1);
+            else
+                t->active_ = false;
+            auto callback = t->onTimeout_;
+            callback();
+        }
     }
 
     // The machine sleeps: the wall clock jumps, but timers (on the monotonic clock, which stops

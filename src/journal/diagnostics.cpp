@@ -110,6 +110,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         out << "  retest: overdue as of "
             << formatLocal(dueAt, calendar, QStringLiteral("ddd d MMM yyyy")) << '\n';
     }
+    if (!sources.updates.isEmpty())
+        out << "  updates: " << sources.updates << '\n';
     out << '\n';
 
     if (sources.ledger) {
@@ -139,8 +141,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     return text;
 }
 
-QString why() {
-    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared()},
+QString why(const QString& updates) {
+    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(), updates},
                Clock::system(), Calendar::system());
 }
 

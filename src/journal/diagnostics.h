@@ -17,12 +17,14 @@ struct WhySources {
     QString schedulePath;
     QString instancePath;
     const PromiseLedger* ledger = nullptr;
+    // Where updates come from (the updater's summary); no line when empty.
+    QString updates;
 };
 
 QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
 
 // The same report over the person's real files.
-QString why();
+QString why(const QString& updates = {});
 
 } // namespace Diagnostics
 } // namespace tovin

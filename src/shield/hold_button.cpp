@@ -5,10 +5,12 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include <algorithm>
+
 namespace tovin {
 
 namespace {
-// Floating steps of 1/180 do not land exactly on 0 or 1; this much is "there".
+// Floating steps do not land exactly on 0 or 1; this much is "there".
 constexpr double epsilon = 1e-9;
 } // namespace
 
@@ -24,6 +26,7 @@ void HoldButton::engage() {
         return;
     holding_ = true;
     if (!timer_) {
+        lastTick_ = clock_.elapsedSeconds();
         timer_ = clock_.createTimer([this] { tick(); });
         timer_->start(tickSeconds, true);
     }
@@ -36,10 +39,13 @@ void HoldButton::release() {
 }
 
 void HoldButton::tick() {
+    const double now = clock_.elapsedSeconds();
+    const double passed = std::max(0.0, now - lastTick_);
+    lastTick_ = now;
     if (holding_)
-        progress_ += tickSeconds / duration_;
+        progress_ += passed / duration_;
     else
-        progress_ -= tickSeconds / (duration_ * 0.5);
+        progress_ -= passed / (duration_ * 0.5);
 
     if (progress_ >= 1.0 - epsilon) {
         progress_ = 1.0;

@@ -12,7 +12,8 @@ namespace tovin {
 // A press-and-hold control: its action happens only after it has been held, without letting
 // go, for its whole duration. Letting go drains the bar twice as fast as it filled, so a
 // half-done hold cannot be finished later for free. Works with the mouse or with Space (the
-// first press, never an auto-repeat).
+// first press, never an auto-repeat). The bar moves by the time that really passed, not by
+// the number of animation ticks, so a busy screen cannot stretch the hold.
 class HoldButton final : public QWidget {
     Q_OBJECT
 public:
@@ -49,6 +50,7 @@ private:
     double duration_;
     Clock& clock_;
     double progress_ = 0;
+    double lastTick_ = 0;
     bool holding_ = false;
     std::unique_ptr<Timer> timer_;
 };

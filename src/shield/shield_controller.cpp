@@ -11,6 +11,8 @@
 #include <QKeyEvent>
 #include <QPushButton>
 #include <QScreen>
+#include <QShortcut>
+#include <QTimer>
 #include <QWindow>
 
 namespace tovin {
@@ -118,6 +120,10 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
         simulate_->adjustSize();
         simulate_->move(window->width() - simulate_->width() - 16, 16);
         connect(simulate_, &QPushButton::clicked, this, &ShieldController::yieldNow);
+        // The title promises Ctrl-Q always works here; the setup window's shortcut does not
+        // reach this window.
+        auto* quit = new QShortcut(QKeySequence(QStringLiteral("Ctrl+Q")), window);
+        connect(quit, &QShortcut::activated, this, &ShieldController::quitAsked);
         windows_.append(window);
         mainWindow_ = window;
         window->show();
@@ -149,6 +155,8 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
             mainWindow_->activateWindow();
         }
         grabInput();
+        stacking_ = StackingWatch::create();
+        stacking_->start([this](WId id) { return isOurs(id); }, [this] { restack(); });
     }
 
     qApp->installEventFilter(this);
@@ -183,12 +191,35 @@ void ShieldController::watchScreens() {
                                     scheduleYieldCheck();
                             }));
     watches_.append(connect(app, &QGuiApplication::focusWindowChanged, this, [this](QWindow* w) {
-        const bool ours = w && std::any_of(windows_.begin(), windows_.end(), [w](const auto& s) {
-                              return s && s->windowHandle() == w;
-                          });
-        if (!ours)
+        if (!w || !isOurs(w->winId()))
             scheduleYieldCheck();
+        else
+            regrabSoon(); // back from a popup of ours, which took the grab and let it go
     }));
+}
+
+bool ShieldController::isOurs(WId window) const {
+    return std::any_of(windows_.begin(), windows_.end(), [window](const auto& w) {
+        return w && w->windowHandle() && w->windowHandle()->winId() == window;
+    });
+}
+
+void ShieldController::regrabSoon() {
+    // After the event that closed the popup has been handled: X lets a client hold one grab,
+    // and the popup's ungrab released the shield's with it.
+    QTimer::singleShot(0, this, [this] {
+        if (!up_ || rehearsal_)
+            return;
+        grabAttempts_ = 0;
+        grabInput();
+    });
+}
+
+void ShieldController::restack() {
+    if (!up_ || rehearsal_)
+        return;
+    for (ShieldWindow* w : windows())
+        w->raise();
 }
 
 void ShieldController::grabInput() {
@@ -298,6 +329,10 @@ void ShieldController::lower() {
     safetyTimer_.reset();
     yieldTimer_.reset();
     grabTimer_.reset();
+    if (stacking_) {
+        stacking_->stop();
+        stacking_.reset();
+    }
     if (monitoring_) {
         qApp->removeEventFilter(this);
         monitoring_ = false;
@@ -350,6 +385,10 @@ void ShieldController::showEscape() {
     };
     mainWindow_->setOverlay(view);
     view->begin();
+    // The rehearsal's "Simulate the system taking the screen" stays above the warning, so it
+    // can always be clicked.
+    if (simulate_)
+        simulate_->raise();
 }
 
 bool ShieldController::handle(QKeyEvent* event) {
@@ -420,6 +459,12 @@ bool ShieldController::eventFilter(QObject* watched, QEvent* event) {
             return false;
         return handle(static_cast<QKeyEvent*>(event));
     }
+    case QEvent::Hide:
+        // A popup of ours (a page's menu, a list box) takes the grab while it is open and
+        // drops it when it closes: take it back.
+        if (auto* window = qobject_cast<QWindow*>(watched); window && window->type() == Qt::Popup)
+            regrabSoon();
+        return false;
     default:
         return false;
     }

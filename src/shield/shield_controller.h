@@ -3,6 +3,7 @@
 #include "core/clock.h"
 #include "promises/promise_record.h"
 #include "shield/escape_view.h"
+#include "shield/stacking_watch.h"
 
 #include <QDateTime>
 #include <QList>
@@ -15,12 +16,10 @@
 #include <optional>
 
 class QKeyEvent;
-
 class QScreen;
 class QWidget;
 
 namespace tovin {
-
 
 class ShieldWindow;
 
@@ -84,6 +83,8 @@ public:
 Q_SIGNALS:
     // The shield went up (true) or came down (false).
     void upChanged(bool up);
+    // Ctrl-Q in a rehearsal: the rehearsal window promises it always quits.
+    void quitAsked();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -93,6 +94,9 @@ private:
     void revealHint();
     void grabInput();
     void scheduleYieldCheck();
+    void regrabSoon();
+    void restack();
+    bool isOurs(WId window) const;
     void watchScreens();
     void panic();
 
@@ -109,6 +113,7 @@ private:
     std::unique_ptr<Timer> hintTimer_;
     std::unique_ptr<Timer> yieldTimer_;
     std::unique_ptr<Timer> grabTimer_;
+    std::unique_ptr<StackingWatch> stacking_;
     QDateTime raisedAt_;
     double valveMinutes_ = 0;
     QString typed_;

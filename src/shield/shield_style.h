@@ -3,14 +3,22 @@
 #include <QFont>
 #include <QString>
 
+class QApplication;
 class QLabel;
 class QVBoxLayout;
 class QWidget;
 
 namespace tovin {
 
-// The look shared by everything drawn over the shield: white text at set opacities in a
-// centred column.
+// The look shared by everything Tovin draws natively: the dark of the workout page (its
+// colours, rounded buttons, a visible focus ring), white text at set opacities in a centred
+// column over the shield.
+
+// The page's palette and button style for every native window: the setup window's strip, the
+// start window, the countdown notice, the break warning, the alerts and the tray menu.
+void applyTovinLook(QApplication& app);
+// Whether the desktop's own palette is dark, as it was before Tovin's look was applied.
+bool desktopIsDark();
 
 // White at the given opacity, as a style sheet colour.
 QString whiteAt(qreal alpha);

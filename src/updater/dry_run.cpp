@@ -9,6 +9,13 @@
 namespace tovin::Diagnostics {
 
 int updateDryRun(QTextStream& out) {
+    if (!Updater::hasReleaseFeed()) {
+        out << "Tovin update — dry run\n"
+            << "  " << Updater::feedSummary() << '\n'
+            << "nothing to check: this build was made without a release feed or key\n";
+        out.flush();
+        return 1;
+    }
     out << "Tovin update — dry run\n"
         << "  feed: " << Updater::feedURL().toString() << "  (running " << Updater::currentVersion() << ")\n"
         << "fetching, checking the hash, and checking the signature…\n";

@@ -84,6 +84,17 @@ QUrl feedURL() {
     return QUrl(QStringLiteral(TOVIN_FEED_URL));
 }
 
+bool hasReleaseFeed() {
+    const QUrl url = feedURL();
+    return url.isValid() && !url.isEmpty() && !trustedKeys().isEmpty();
+}
+
+QString feedSummary() {
+    if (!hasReleaseFeed())
+        return QStringLiteral("no release feed configured — this copy gets its updates elsewhere");
+    return u"checks " + feedURL().toString() + u" (running " + currentVersion() + u')';
+}
+
 QString currentVersion() {
     const QString folder = installFolderOf(QCoreApplication::applicationDirPath());
     return folderVersion(folder).value_or(QStringLiteral("0"));

@@ -38,6 +38,13 @@ struct Status {
 // pointed elsewhere by TOVIN_UPDATE_FEED (and trust a test authority in TOVIN_UPDATE_CA).
 QUrl feedURL();
 
+// Whether this build checks for updates itself: it names a release feed and trusts a release
+// key. A build made without them (the default, as a distribution packages it) gets its updates
+// elsewhere and never pretends to check.
+bool hasReleaseFeed();
+// One line for `--why`: the feed this copy asks, or that it has none.
+QString feedSummary();
+
 // The running copy's version: its share/tovin/VERSION, as a release writes it; "0" when the
 // file is missing or not text (a build tree, for instance), so any release reads as newer and
 // install then refuses it for not being an installed copy.

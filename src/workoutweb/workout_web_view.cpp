@@ -28,6 +28,9 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <csignal>
+#include <unistd.h>
+
 namespace tovin {
 
 // The page's one way in: the injected bridge posts every message to post().
@@ -237,6 +240,7 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
                                                     : info.errorString());
         else if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus) {
             startRenderWatchdog();
+            startAnswerWatch();
             // A page shown before its document existed (or loaded again since) learns it here.
             if (shown_)
                 announceShown();
@@ -256,9 +260,50 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
 }
 
 WorkoutWebView::~WorkoutWebView() {
+    // A renderer that stopped answering may not hear the page close either (a panic over a
+    // frozen page): it is ended rather than left behind.
+    if (probeOutstanding_ && probeSent_.elapsed() >= 1000)
+        killRenderer();
     // The page must go before the channel and the bridge it talks to.
     if (view_)
         delete view_->page();
+}
+
+void WorkoutWebView::startAnswerWatch() {
+    if (answerWatch_)
+        return;
+    answerWatch_ = clock_.createTimer([this] { probeAnswer(); });
+    answerWatch_->start(answerProbeInterval, true);
+}
+
+void WorkoutWebView::probeAnswer() {
+    if (failed_)
+        return;
+    // The renderer runs in real time whatever clock drives the probes, so its silence is
+    // measured on a real one: a test that runs hours in a moment never starves it.
+    if (probeOutstanding_) {
+        if (probeSent_.elapsed() < qint64(answerGrace * 1000))
+            return;
+        // A page that has not answered for this long holds the screen for nothing.
+        answerWatch_.reset();
+        killRenderer();
+        loadFailed(QStringLiteral("The workout screen stopped answering for %1 seconds.")
+                       .arg(qint64(answerGrace)));
+        return;
+    }
+    probeOutstanding_ = true;
+    probeSent_.start();
+    QPointer<WorkoutWebView> self(this);
+    page()->runJavaScript(QStringLiteral("0"), [self](const QVariant&) {
+        if (self)
+            self->probeOutstanding_ = false;
+    });
+}
+
+void WorkoutWebView::killRenderer() {
+    const qint64 pid = page() ? page()->renderProcessPid() : 0;
+    if (pid > 0 && pid != qint64(::getpid()))
+        ::kill(pid_t(pid), SIGKILL);
 }
 
 QWebEnginePage* WorkoutWebView::page() const {

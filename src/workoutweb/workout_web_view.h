@@ -3,6 +3,7 @@
 #include "core/clock.h"
 #include "schedule/block.h"
 
+#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QPointer>
 #include <QWidget>
@@ -41,6 +42,10 @@ public:
 
     // Seconds after the first load before the page must show more than 19 characters.
     static constexpr double defaultRenderGrace = 15;
+    // A loaded page is asked every few seconds for an answer; one that gives none for this
+    // long (a frozen renderer) has failed, and its renderer is ended.
+    static constexpr double answerProbeInterval = 5;
+    static constexpr double answerGrace = 15;
 
     // Where the page and its messages reach; the defaults are the person's real files. Tests
     // point them at throw-away ones.
@@ -86,6 +91,9 @@ private:
     void startRenderWatchdog();
     void checkRender();
     void announceShown();
+    void startAnswerWatch();
+    void probeAnswer();
+    void killRenderer();
 
     QString root_;
     Mode mode_;
@@ -98,6 +106,9 @@ private:
     QWebChannel* channel_ = nullptr;
     WorkoutBridge* bridge_ = nullptr;
     std::unique_ptr<Timer> renderWatchdog_;
+    std::unique_ptr<Timer> answerWatch_;
+    bool probeOutstanding_ = false;
+    QElapsedTimer probeSent_;
     bool renderChecked_ = false;
     bool failed_ = false;
     bool shown_ = true;

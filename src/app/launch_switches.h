@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class QTextStream;
+
+namespace tovin {
+
+// What a launch does, from its command line. Switches are whole arguments anywhere on the line;
+// when several are given, the first in this order wins.
+enum class LaunchMode {
+    Help,
+    Version,
+    Why,          // the report of why it did or didn't fire, then exit
+    UpdateDryRun, // an update check and download without the install, then exit
+    LayoutCheck,  // the start window only; no single-instance rule, no schedule
+    SelfTest,     // the built-in self-check against throw-away files, then exit
+    ProbeCall,    // a line a second: would a call hold a lockout off; no schedule
+    Rehearse,     // a rehearsal lockout at once; no schedule, no usage watcher
+    Normal,
+};
+
+LaunchMode launchModeFor(const QStringList& arguments);
+
+// The single-instance rule applies to every launch but the two test modes.
+bool checksSingleInstance(LaunchMode mode);
+
+// The call probe's opening lines, for this many recording-capable audio devices.
+void writeProbeHeader(QTextStream& out, int inputDevices);
+// One line of the call probe.
+QString probeLine(bool mic, bool camera, bool wouldNotLock);
+
+} // namespace tovin

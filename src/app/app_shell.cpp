@@ -95,10 +95,14 @@ AppShell::AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QO
     connect(&controller_.shield(), &ShieldController::quitAsked, qApp, &QCoreApplication::quit);
 }
 
-void AppShell::refreshTrayIcon() {
+QIcon AppShell::trayIconNow() const {
     // Paused, the icon is drawn disabled: the person sees at a glance that nothing watches.
+    return statusIcon(panelIsDark(), !controller_.pausedUntil());
+}
+
+void AppShell::refreshTrayIcon() {
     if (tray_)
-        tray_->setIcon(statusIcon(panelIsDark(), !controller_.pausedUntil()));
+        tray_->setIcon(trayIconNow());
 }
 
 AppShell::~AppShell() {
@@ -208,7 +212,7 @@ void AppShell::launch() {
         QMetaObject::invokeMethod(this, [this, title, body] { tellThePerson(title, body); }, Qt::QueuedConnection);
     });
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        tray_ = new QSystemTrayIcon(statusIcon(panelIsDark(), !controller_.pausedUntil()), this);
+        tray_ = new QSystemTrayIcon(trayIconNow(), this);
         tray_->setToolTip(QStringLiteral("Tovin"));
         trayMenu_ = std::make_unique<QMenu>();
         connect(trayMenu_.get(), &QMenu::aboutToShow, this, [this] { rebuildMenu(trayMenu_.get()); });

@@ -46,6 +46,8 @@ public:
     QWidget* setupWindow() const { return setupWindow_; }
     QWidget* startWindow() const { return startWindow_; }
     QSystemTrayIcon* tray() const { return tray_; }
+    // The tray's icon as it is drawn now (faded while paused), tray or no tray.
+    QIcon trayIconNow() const;
 
     static QString instanceName();
 

@@ -28,6 +28,9 @@ QLabel* EscapeView::addLabel(const QString& text, qreal points, QFont::Weight we
 QPushButton* EscapeView::addButton(const QString& text) {
     auto* button = new QPushButton(text);
     button->setMinimumSize(260, 44);
+    QFont f = button->font();
+    f.setPointSizeF(13); // the large control size of a warning meant to be read at a glance
+    button->setFont(f);
     button->setFocusPolicy(Qt::StrongFocus);
     stack_->addWidget(button, 0, Qt::AlignHCenter);
     button->show();

@@ -123,6 +123,7 @@ void HoldButton::paintEvent(QPaintEvent*) {
         p.drawPath(path);
     }
     QFont f = font();
+    f.setPointSizeF(13);
     f.setWeight(QFont::Medium);
     p.setFont(f);
     p.setPen(Qt::white);

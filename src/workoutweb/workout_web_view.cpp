@@ -260,13 +260,26 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
 }
 
 WorkoutWebView::~WorkoutWebView() {
-    // A renderer that stopped answering may not hear the page close either (a panic over a
-    // frozen page): it is ended rather than left behind.
-    if (probeOutstanding_ && probeSent_.elapsed() >= 1000)
-        killRenderer();
+    endFrozenRenderer();
     // The page must go before the channel and the bridge it talks to.
     if (view_)
         delete view_->page();
+}
+
+void WorkoutWebView::hideEvent(QHideEvent* event) {
+    // Hidden is how every lockout ends (the shield's windows go), panic included, which then
+    // ends the program before any deferred delete runs: a frozen renderer is ended here.
+    endFrozenRenderer();
+    QWidget::hideEvent(event);
+}
+
+void WorkoutWebView::endFrozenRenderer() {
+    // A renderer that stopped answering may not hear the page close either: it is ended rather
+    // than left behind, stopped, after Tovin is gone.
+    if (probeOutstanding_ && probeSent_.elapsed() >= 1000) {
+        failed_ = true; // its death is this ending's doing, not a new failure to report
+        killRenderer();
+    }
 }
 
 void WorkoutWebView::startAnswerWatch() {

@@ -86,8 +86,12 @@ public:
     QWebEnginePage* page() const;
     Mode mode() const { return mode_; }
 
+protected:
+    void hideEvent(QHideEvent* event) override;
+
 private:
     void loadFailed(const QString& detail);
+    void endFrozenRenderer();
     void startRenderWatchdog();
     void checkRender();
     void announceShown();

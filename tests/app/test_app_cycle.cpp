@@ -141,7 +141,9 @@ TEST_F(CycleTest, ASnoozeHoldsTheBlockForSnoozeMinutesThenTheBudgetIsSpent) {
 
 TEST_F(CycleTest, AUsageLockoutOutsideTheHoursIsDroppedNotQueued) {
     clock.set(QDateTime(QDate(2026, 3, 2), QTime(20, 0), QTimeZone::utc()));
+    week({}); // nothing of the schedule's own could fire later
     AppController& c = launch();
+    c.startScheduleWatch(); // ticks run: a queued lockout would come back through them
     c.lockoutBecameDue();
     EXPECT_FALSE(c.countdown().isShowing());
     EXPECT_FALSE(c.hasPendingDeferral());
@@ -150,6 +152,28 @@ TEST_F(CycleTest, AUsageLockoutOutsideTheHoursIsDroppedNotQueued) {
     clock.set(QDateTime(QDate(2026, 3, 3), QTime(10, 0), QTimeZone::utc()));
     clock.advance(3600);
     EXPECT_FALSE(c.countdown().isShowing());
+    EXPECT_TRUE(raises.isEmpty());
+    EXPECT_TRUE(journal(QStringLiteral("schedule")).last().startsWith(u"idle — no blocks in schedule"));
+}
+
+TEST_F(CycleTest, AHandEditToTheWeekCountsOnceItIsSaved) {
+    week({block("12:00", "Noon")});
+    AppController& c = launch();
+    c.startScheduleWatch();
+    // The person's editor writes the file directly.
+    ASSERT_TRUE(writeFileAtomically(
+        schedulePath, R"({"blocks": [{"at": "09:00", "kind": "workout", "label": "Nine"},
+                                     {"at": "12:00", "kind": "workout", "label": "Noon"}]})"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return c.schedule().blocks().size() == 2; }, 5000));
+    EXPECT_EQ(journal(QStringLiteral("schedule")).filter(u"reloaded"),
+              QStringList{QStringLiteral("reloaded — 2 block(s)")});
+    clock.advance(30);
+    EXPECT_TRUE(c.countdown().isShowing()) << "the edited week's due block fires at the next tick";
+
+    // A save of Tovin's own is announced once, not again by the file's change.
+    week({block("12:00", "Noon")});
+    QTest::qWait(ScheduleFileWatch::settleMs * 3);
+    EXPECT_EQ(journal(QStringLiteral("schedule")).filter(u"reloaded").size(), 2);
 }
 
 TEST_F(CycleTest, ARelaunchTheSameDayDoesNotServeABlockTwice) {
@@ -272,14 +296,22 @@ TEST_F(CycleTest, ACallStartingOnTheLastSecondCancelsAndDefersTheFullThreeMinute
 
 TEST_F(CycleTest, SleepAndWakeAreJournalledAndWakeTicksAtOnce) {
     week({block("09:00", "Nine")});
-    Settings::setLockoutWorkoutID(std::nullopt); // keep the block held so ticks stay quiet
+    Settings::setLockoutWorkoutID(std::nullopt); // the block is held until setup is finished
     AppController& c = launch();
+    c.machineDidWake();
+    EXPECT_TRUE(journal(QStringLiteral("schedule")).isEmpty())
+        << "a launch that watches no schedule (a rehearsal, a probe) ticks on no wake";
+
     c.startScheduleWatch();
     c.machineWillSleep();
     clock.sleep(47 * 60 + 30);
+    Settings::setLockoutWorkoutID(QStringLiteral("classic-7")); // set up while it slept
     c.machineDidWake();
     EXPECT_EQ(journal(QStringLiteral("power")),
-              (QStringList{QStringLiteral("sleeping"), QStringLiteral("woke after 47 min asleep")}));
+              (QStringList{QStringLiteral("woke"), QStringLiteral("sleeping"),
+                           QStringLiteral("woke after 47 min asleep")}));
+    EXPECT_TRUE(c.countdown().isShowing()) << "the wake ticks at once, before the next timer";
+    c.countdown().dismiss();
 
     // A wake nobody announced: the next tick comes late by the wall clock.
     clock.sleep(2 * 3600);

@@ -13,6 +13,13 @@
 #   call     a live recording at the due minute holds the block off, and the journal says why;
 #            a stray Space in the setup window raises nothing
 #   firstrun no schedule file: the example week is written and the setup page shows it
+#   break    the phrase → the warning → a 3.4 s hold of Space → the reason question; Tab then
+#            Return chooses the first reason → one broken promise; then, from the setup window's
+#            Ctrl-L, a Space held past the hold answers nothing and a fresh press does
+#   frozen   the page's renderer stops (SIGSTOP): the screen comes back, nothing recorded, the
+#            renderer ended; again from Ctrl-L, Esc ×5 over a frozen page leaves no renderer
+#   rehearse --rehearse: the warning leaves "Simulate the system taking the screen" clickable;
+#            a normal launch beside it watches the schedule; Ctrl-Q quits a rehearsal
 # The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
 # test-only remote-debugging port (drive_page.mjs). Prints one line per check and
 # "N passed, N failed". Screenshots go to the folder given, named after the scenario.
@@ -101,6 +108,24 @@ close_setup() { # the setup window, opened at launch, closed as a person would: 
     return 1
 }
 countdown_window() { small_window; }
+open_setup_again() { # as a person would: launch Tovin again, which brings the setup window
+    "$tovin" >/dev/null 2>&1
+    waitfor 15 setup_visible
+}
+lock_from_setup() { # "Lock Me Out Now" by its key in the setup window
+    local w
+    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
+        eval "$(xdotool getwindowgeometry --shell "$w")"
+        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && xdotool windowactivate --sync "$w" key ctrl+l && return 0
+    done
+    return 1
+}
+renderers() { pgrep -f -- '--type=renderer' | sort -n; }
+gone() { # a process that no longer runs (a zombie awaiting its parent counts as gone)
+    local state
+    state=$(ps -o stat= -p "$1" 2>/dev/null) || return 0
+    case "$state" in Z*) return 0 ;; *) return 1 ;; esac
+}
 countdown_up() { small_window >/dev/null; }
 alive() { kill -0 "$app" 2>/dev/null; }
 
@@ -127,9 +152,14 @@ workout)
     # Out of the way: a setup window in use holds lockouts off, and this check is about the snooze.
     check "the setup window closes with Ctrl-W" waitfor 10 close_setup
     sleep 1; shot countdown
+    # The notice is frameless, whole in the corner, and never takes the focus.
+    notice=$(countdown_window)
+    eval "$(xdotool getwindowgeometry --shell "$notice")"
+    check "the notice sits whole in the bottom-right corner of the main screen" \
+        test $((X + WIDTH)) -le 1920 -a $((Y + HEIGHT)) -le 1080 -a $X -ge 1500 -a $Y -ge 900
+    check "... with no title bar of the window manager's" sh -c "xwininfo -id $notice | grep -q 'Override Redirect State: yes'"
     # "Not now (last one)" is the second button of the notice's bottom row.
-    eval "$(xdotool getwindowgeometry --shell "$(countdown_window)")"
-    xdotool mousemove $((X + 165)) $((Y + 84)) click 1
+    xdotool mousemove $((X + 213)) $((Y + 106)) click 1
     check "Not now defers the block by the snooze's minute" waitfor 5 journal_has 'usage lockout deferred 1m — you asked for a few more minutes'
     snoozed=$SECONDS
     check "nothing comes back while the snooze lasts" never 50 countdown_up
@@ -227,6 +257,102 @@ firstrun)
     check "the first run writes the example week" waitfor 20 test -s "$data/schedule.json"
     check "the setup page shows the week on disk, not an empty one" drive 20 has-text "16:30"
     shot setup
+    ;;
+break)
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    launch "$tovin"
+    check "the setup window closes with Ctrl-W" waitfor 15 close_setup
+    check "the block covers both screens" waitfor 40 covered
+    sleep 2
+    xdotool type --delay 120 lark
+    sleep 1; shot warning
+    # The hold means the seconds it says, with the workout page drawing underneath.
+    xdotool keydown space; sleep 3.4; xdotool keyup space
+    sleep 0.5; shot question
+    check "a 3.4 s hold asks the reason, and nothing is recorded yet" test "$(records)" = 0
+    # Return means the first reason, wherever the focus is.
+    xdotool key Tab; sleep 0.3; xdotool key Return
+    check "Tab then Return records the first reason" waitfor 5 ledger_has '"reason": "Genuinely urgent"'
+    check "the shield lowers" waitfor 10 sh -c "! '$xshot' '$shots/break-after.png' --covered >/dev/null"
+    check "the journal says how it ended" journal_has '\[shield\] lockout ended — promise broken (Genuinely urgent)'
+    check "the setup window comes back on a second launch" open_setup_again
+    check "Ctrl-L in it locks at once" lock_from_setup
+    check "... over both screens" waitfor 20 covered
+    sleep 2
+    xdotool key Escape Escape Escape
+    sleep 0.5
+    # Space held right through the hold and on: the question takes only a press made after it.
+    xdotool keydown space; sleep 5.5; xdotool keyup space
+    sleep 1; shot held
+    check "a Space held past the hold answers nothing" test "$(records)" = 1
+    xdotool key Tab; sleep 0.3; xdotool key space
+    check "a fresh press on the second reason records it" waitfor 5 ledger_has "\"reason\": \"Didn't feel like it\""
+    check "exactly two records" test "$(records)" = 2
+    ;;
+frozen)
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    launch "$tovin"
+    check "the setup window closes with Ctrl-W" waitfor 15 close_setup
+    check "the block covers both screens" waitfor 40 covered
+    sleep 3
+    r=$(renderers | tail -n 1)
+    check "the page has a renderer" test -n "$r"
+    kill -STOP "$r"
+    frozen_at=$SECONDS
+    check "a page that stops answering gives the screen back" waitfor 40 sh -c "! '$xshot' '$shots/frozen-after.png' --covered >/dev/null"
+    echo "     figures: frozen → screen back: $((SECONDS - frozen_at)) s (the page has 15 s to answer)"
+    check "... not before it had 15 s to answer" test $((SECONDS - frozen_at)) -ge 15
+    check "the journal says why" journal_has '\[shield\] released — the workout screen failed: The workout screen stopped answering for 15 seconds.'
+    check "its renderer is ended, not left stopped" waitfor 5 gone "$r"
+    check "nothing is recorded" test "$(records)" = 0
+    shot alert
+    # The alert is dismissed; then a lockout by hand, frozen, and the panic.
+    xdotool key Return
+    check "the setup window comes back on a second launch" open_setup_again
+    before=$(renderers | tr '\n' ' ')
+    check "Ctrl-L in it locks at once" lock_from_setup
+    check "... over both screens" waitfor 20 covered
+    sleep 3
+    r=$(renderers | tail -n 1)
+    kill -STOP "$r"
+    sleep 1
+    xdotool key Escape Escape Escape Escape Escape
+    check "Esc ×5 over a frozen page ends Tovin at once" waitfor 5 sh -c "! kill -0 $app 2>/dev/null"
+    check "... and leaves no renderer behind" waitfor 5 gone "$r"
+    check "the journal calls it a panic" journal_has '\[shield\] lockout ended — panic (Esc ×5), nothing recorded'
+    ;;
+rehearse)
+    week ""
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    QTWEBENGINE_DISABLE_SANDBOX=1 "$tovin" --rehearse >"$work/rehearse.log" 2>&1 & rehearsal=$!; pids+=($rehearsal)
+    window=""
+    find_rehearsal() { window=$(xdotool search --onlyvisible --name 'REHEARSAL' 2>/dev/null | head -n 1); [ -n "$window" ]; }
+    check "the rehearsal window shows" waitfor 20 find_rehearsal
+    # A normal launch beside a rehearsal is the one that watches: the rehearsal holds no lock.
+    launch "$tovin"
+    check "a normal launch beside a rehearsal keeps running" never 4 sh -c "! kill -0 $app"
+    check "... and is the running copy --why names" sh -c "'$tovin' --why | grep -q 'running: yes — pid $app'"
+    kill "$app" 2>/dev/null; wait "$app" 2>/dev/null
+    xdotool windowactivate --sync "$window"
+    sleep 2
+    xdotool key Escape Escape Escape
+    sleep 1; shot warning
+    eval "$(xdotool getwindowgeometry --shell "$window")"
+    # "Simulate the system taking the screen" sits 16 px in from the top right corner.
+    xdotool mousemove $((X + WIDTH - 90)) $((Y + 30)) click 1
+    check "Simulate, above the warning, ends the rehearsal as the system taking the screen" \
+        waitfor 5 journal_has 'lockout ended — yielded to the system, nothing recorded (rehearsal)'
+    check "the setup window opens after the rehearsal" waitfor 15 setup_visible
+    for w in $(xdotool search --onlyvisible --name '^Tovin$'); do xdotool windowactivate --sync "$w"; done
+    xdotool key ctrl+shift+l
+    check "Ctrl-Shift-L rehearses again" waitfor 20 find_rehearsal
+    xdotool windowactivate --sync "$window"; sleep 1
+    xdotool key ctrl+q
+    check "Ctrl-Q quits a rehearsal, as its title promises" waitfor 5 sh -c "! kill -0 $rehearsal 2>/dev/null"
+    check "nothing is recorded" test "$(records)" = 0
+    app=$rehearsal
     ;;
 *)
     echo "unknown scenario $scenario"; exit 2 ;;

@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QProcess>
 #include <QScreen>
 #include <QSocketNotifier>
@@ -23,6 +24,8 @@
 #include <QWindow>
 
 #include <gtest/gtest.h>
+
+#include <xcb/xcb.h>
 
 using namespace tovin;
 
@@ -199,6 +202,56 @@ TEST_F(ShieldE2E, AMonitorPluggedInMidLockoutIsCovered) {
     EXPECT_TRUE(QTest::qWaitFor([&] { return QGuiApplication::screens().size() == 2; }, 5000));
 }
 
+// What another program sees: whether it can take the keyboard, and what covers a window it
+// opens above everything.
+TEST_F(ShieldE2E, WindowsThatAppearLaterNeverShowAboveItAndItsGrabOutlivesOurPopups) {
+    startOtherClient();
+    raiseAndWait(new QLabel);
+    const auto otherCanGrab = [&] {
+        other.write("grab\n");
+        if (!QTest::qWaitFor([&] { return other.canReadLine(); }, 5000))
+            return QByteArray("no answer");
+        return other.readLine().trimmed();
+    };
+    ASSERT_EQ(otherCanGrab(), QByteArray("grab:already"));
+
+    // A popup of ours (a page's list box, a menu) takes the grab and drops it when it closes.
+    QMenu menu;
+    menu.addAction(QStringLiteral("one"));
+    menu.popup(QPoint(600, 400));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&menu));
+    menu.close();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return otherCanGrab() == "grab:already"; }, 3000))
+        << "the keyboard was free for another program after our popup closed";
+
+    // Another program's window that bypasses the window manager (a notification, a popup).
+    other.write("popup\n");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return other.canReadLine(); }, 5000));
+    ASSERT_EQ(other.readLine().trimmed(), QByteArray("popup:shown"));
+    const QPoint inside(500, 450); // inside the popup at 300,300 400×300
+    EXPECT_TRUE(QTest::qWaitFor([&] { return isShieldColour(desktop().pixel(inside)); }, 3000))
+        << "the other program's popup shows above the shield";
+    desktop().save(screenshotDir() + u"/shield-over-popup.png");
+    EXPECT_TRUE(shield.isUp());
+    EXPECT_TRUE(recorder.endings.isEmpty());
+}
+
+// A rehearsal's "Simulate the system taking the screen" stays clickable over the warning.
+TEST_F(ShieldE2E, TheRehearsalsSimulateButtonIsAboveTheWarning) {
+    shield.raise(new QLabel, true, 15);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(shield.currentWindow()));
+    QTest::qWait(200);
+    for (int i = 0; i < 3; ++i)
+        xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shield.isShowingEscape(); }, 5000));
+    QTest::qWait(200);
+    const QPoint centre = shield.simulateButton()->mapToGlobal(shield.simulateButton()->rect().center());
+    xdotool({QStringLiteral("mousemove"), QString::number(centre.x()), QString::number(centre.y()),
+             QStringLiteral("click"), QStringLiteral("1")});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !shield.isUp(); }, 3000));
+    EXPECT_EQ(recorder.endings, QStringList{QStringLiteral("yielded")});
+}
+
 TEST_F(ShieldE2E, TheAwayScreen) {
     const QDateTime ends = QDateTime::currentDateTimeUtc().addSecs(15 * 60);
     raiseAndWait(new AwayView(QStringLiteral("Walk"), ends, Clock::system(), Calendar::system()));
@@ -219,6 +272,7 @@ static int otherClient(int argc, char** argv) {
         return 1;
     std::printf("ready\n");
     std::fflush(stdout);
+    QWidget popup;
     QSocketNotifier input(0, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, [&] {
         char line[64];
@@ -226,7 +280,31 @@ static int otherClient(int argc, char** argv) {
             app.quit();
             return;
         }
-        std::printf("typed:%s\n", qPrintable(field.text()));
+        const QByteArray command = QByteArray(line).trimmed();
+        if (command == "grab") {
+            // Whether the keyboard can be taken from here: it cannot while the shield owns it.
+            auto* x11 = app.nativeInterface<QNativeInterface::QX11Application>();
+            xcb_connection_t* c = x11->connection();
+            const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+            xcb_grab_keyboard_reply_t* reply = xcb_grab_keyboard_reply(
+                c, xcb_grab_keyboard(c, 0, root, XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                nullptr);
+            const bool grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
+            free(reply);
+            if (grabbed)
+                xcb_ungrab_keyboard(c, XCB_CURRENT_TIME);
+            xcb_flush(c);
+            std::printf("grab:%s\n", grabbed ? "success" : "already");
+        } else if (command == "popup") {
+            popup.setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+            popup.setStyleSheet(QStringLiteral("background: red;"));
+            popup.setGeometry(300, 300, 400, 300);
+            popup.show();
+            (void)QTest::qWaitForWindowExposed(&popup);
+            std::printf("popup:shown\n");
+        } else {
+            std::printf("typed:%s\n", qPrintable(field.text()));
+        }
         std::fflush(stdout);
     });
     return app.exec();

@@ -83,6 +83,28 @@ TEST_F(SettingsTest, ClampsApplyOnRead) {
 }
 
 TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
+    // Each junk value is read back at once, before the next row can overwrite its key.
+    const auto isDefault = [](const char* key) -> bool {
+        const QString k = QString::fromLatin1(key);
+        if (k == u"escapePhrase") return Settings::escapePhrase() == u"lark";
+        if (k == u"requiredCleanReps") return Settings::requiredCleanReps() == 5;
+        if (k == u"hintDelay") return Settings::hintDelay() == 25.0;
+        if (k == u"maxShieldMinutes") return Settings::maxShieldMinutes() == 15.0;
+        if (k == u"lockoutWorkoutId") return Settings::lockoutWorkoutID() == std::nullopt;
+        if (k == u"warningSeconds") return Settings::warningSeconds() == 60.0;
+        if (k == u"snoozesPerLockout") return Settings::snoozesPerLockout() == 1;
+        if (k == u"busyUntil") return Settings::busyUntil() == std::nullopt;
+        if (k == u"retestDueInDays") return Settings::retestDueInDays() == std::numeric_limits<qint64>::max();
+        if (k == u"retestReportedAt") return Settings::retestReportedAt() == std::nullopt;
+        if (k == u"firedBlocksDay") return Settings::firedBlocksDay() == -1;
+        if (k == u"firedBlocks") return Settings::firedBlocks().isEmpty();
+        if (k == u"hasOnboarded") return !Settings::hasOnboarded();
+        if (k == u"activeWeekdays") return Settings::activeWeekdays().size() == 7;
+        if (k == u"activeFromMinute") return Settings::activeFromMinute() == 540;
+        if (k == u"activeToMinute") return Settings::activeToMinute() == 1080;
+        ADD_FAILURE() << "no reader for " << key;
+        return false;
+    };
     const struct {
         const char* key;
         const char* json;
@@ -99,25 +121,10 @@ TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
         {"activeWeekdays", "[2, \"3\"]"}, {"activeWeekdays", "{\"2\": true}"},
         {"activeFromMinute", "\"09:00\""}, {"activeToMinute", "false"},
     };
-    for (const auto& j : junk)
+    for (const auto& j : junk) {
         put(j.key, j.json);
-    // Reading the stored values back must give exactly the defaults.
-    EXPECT_EQ(Settings::escapePhrase(), u"lark");
-    EXPECT_EQ(Settings::requiredCleanReps(), 5);
-    EXPECT_EQ(Settings::hintDelay(), 25.0);
-    EXPECT_EQ(Settings::maxShieldMinutes(), 15.0);
-    EXPECT_EQ(Settings::lockoutWorkoutID(), std::nullopt);
-    EXPECT_EQ(Settings::warningSeconds(), 60.0);
-    EXPECT_EQ(Settings::snoozesPerLockout(), 1);
-    EXPECT_EQ(Settings::busyUntil(), std::nullopt);
-    EXPECT_EQ(Settings::retestDueInDays(), std::numeric_limits<qint64>::max());
-    EXPECT_EQ(Settings::retestReportedAt(), std::nullopt);
-    EXPECT_EQ(Settings::firedBlocksDay(), -1);
-    EXPECT_TRUE(Settings::firedBlocks().isEmpty());
-    EXPECT_FALSE(Settings::hasOnboarded());
-    EXPECT_EQ(Settings::activeWeekdays().size(), 7);
-    EXPECT_EQ(Settings::activeFromMinute(), 540);
-    EXPECT_EQ(Settings::activeToMinute(), 1080);
+        EXPECT_TRUE(isDefault(j.key)) << j.key << " = " << j.json;
+    }
 }
 
 TEST_F(SettingsTest, OptionalsAreRemovedByAssigningNone) {

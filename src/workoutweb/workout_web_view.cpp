@@ -276,7 +276,9 @@ void WorkoutWebView::hideEvent(QHideEvent* event) {
 void WorkoutWebView::endFrozenRenderer() {
     // A renderer that stopped answering may not hear the page close either: it is ended rather
     // than left behind, stopped, after Tovin is gone.
-    if (probeOutstanding_ && probeSent_.elapsed() >= 1000) {
+    // A healthy page answers every probe within milliseconds, so an answer older than a few
+    // probes means it is not answering now.
+    if (probeOutstanding_ && lastAnswer_.isValid() && lastAnswer_.elapsed() >= 2500) {
         failed_ = true; // its death is this ending's doing, not a new failure to report
         killRenderer();
     }
@@ -285,6 +287,7 @@ void WorkoutWebView::endFrozenRenderer() {
 void WorkoutWebView::startAnswerWatch() {
     if (answerWatch_)
         return;
+    lastAnswer_.start();
     answerWatch_ = clock_.createTimer([this] { probeAnswer(); });
     answerWatch_->start(answerProbeInterval, true);
 }
@@ -308,8 +311,10 @@ void WorkoutWebView::probeAnswer() {
     probeSent_.start();
     QPointer<WorkoutWebView> self(this);
     page()->runJavaScript(QStringLiteral("0"), [self](const QVariant&) {
-        if (self)
+        if (self) {
             self->probeOutstanding_ = false;
+            self->lastAnswer_.start();
+        }
     });
 }
 

@@ -44,7 +44,7 @@ public:
     static constexpr double defaultRenderGrace = 15;
     // A loaded page is asked every few seconds for an answer; one that gives none for this
     // long (a frozen renderer) has failed, and its renderer is ended.
-    static constexpr double answerProbeInterval = 5;
+    static constexpr double answerProbeInterval = 1;
     static constexpr double answerGrace = 15;
 
     // Where the page and its messages reach; the defaults are the person's real files. Tests
@@ -113,6 +113,7 @@ private:
     std::unique_ptr<Timer> answerWatch_;
     bool probeOutstanding_ = false;
     QElapsedTimer probeSent_;
+    QElapsedTimer lastAnswer_;
     bool renderChecked_ = false;
     bool failed_ = false;
     bool shown_ = true;

@@ -232,6 +232,7 @@ void AppShell::launch() {
     openSetupWindow();
     controller_.usage().start();
     controller_.startScheduleWatch();
+    refreshSetupStrip(); // the strip was drawn before the week was read
     updateTimer_ = controller_.clock().singleShot(5.0, [this] { checkForUpdates(true); });
 }
 

@@ -139,7 +139,8 @@ void UpdateDialogs::fetched(const Updater::Release&, const Updater::Fetched& res
         Q_EMIT fetchEnded();
         return;
     }
-    const auto failure = Updater::install(result.newApp, quitting, installTarget.value_or(Updater::runningCopy()));
+    const auto failure = Updater::install(result.newApp, result.workingFolder, quitting,
+                                          installTarget.value_or(Updater::runningCopy()));
     if (failure)
         controller_.showAlert(notInstalled, failure->message);
     Q_EMIT fetchEnded();

@@ -303,10 +303,16 @@ InstalledCopy runningCopy() {
     return {installFolderOf(QCoreApplication::applicationDirPath()), QCoreApplication::applicationPid()};
 }
 
-QByteArray swapScript(qint64 pid, const QString& current, const QString& previous, const QString& newApp) {
+QByteArray swapScript(qint64 pid, const QString& current, const QString& previous, const QString& newApp,
+                      const QString& workingFolder) {
     const QString start = u"setsid " + quoted(current + u"/bin/tovin") + u" >/dev/null 2>&1 &";
+    const QString cleanup = workingFolder.isEmpty()
+                                ? QStringLiteral("cleanup() { rm -f \"$0\"; }")
+                                : u"cleanup() { rm -rf " + quoted(workingFolder) + u"; rm -f \"$0\"; }";
     const QStringList lines{
         QStringLiteral("#!/bin/sh"),
+        cleanup,
+        QStringLiteral("trap cleanup EXIT"),
         QStringLiteral("# Wait for Tovin to exit before touching its bundle."),
         u"while kill -0 " + QString::number(pid) + u" 2>/dev/null; do sleep 0.2; done",
         u"rm -rf " + quoted(previous),
@@ -323,38 +329,37 @@ QByteArray swapScript(qint64 pid, const QString& current, const QString& previou
     return (lines.join(u'\n') + u'\n').toUtf8();
 }
 
-std::optional<Failure> install(const QString& newApp, const std::function<void()>& quitting,
-                               const InstalledCopy& copy) {
+std::optional<Failure> install(const QString& newApp, const QString& workingFolder,
+                               const std::function<void()>& quitting, const InstalledCopy& copy) {
+    // Whatever stops the install here, the download it came from is not left behind.
+    auto refuse = [&workingFolder](const Failure& failure) {
+        note(failure.message);
+        if (!workingFolder.isEmpty())
+            QDir(workingFolder).removeRecursively();
+        return failure;
+    };
     const QFileInfo current(copy.folder);
     if (current.fileName() != u"Tovin" || !QFileInfo(copy.folder + u"/bin/tovin").isFile() ||
         !QFileInfo(copy.folder + u"/share/tovin/VERSION").isFile()) {
-        const Failure failure{QStringLiteral("this doesn't look like an installed copy of Tovin, so it wasn't replaced")};
-        note(failure.message);
-        return failure;
+        return refuse({QStringLiteral("this doesn't look like an installed copy of Tovin, so it wasn't replaced")});
     }
     const QString parent = current.absolutePath();
     if (!QFileInfo(parent).isWritable()) {
-        const Failure failure{u"Tovin can't write to " + parent + u" — move it to a folder you own and try again"};
-        note(failure.message);
-        return failure;
+        return refuse({u"Tovin can't write to " + parent + u" — move it to a folder you own and try again"});
     }
 
     const QString previous = parent + u"/Tovin (previous)";
     const QString script =
         QDir::temp().filePath(u"tovin-swap-" + QUuid::createUuid().toString(QUuid::WithoutBraces) + u".sh");
-    if (!writeFileAtomically(script, swapScript(copy.pid, current.absoluteFilePath(), previous, newApp)) ||
+    if (!writeFileAtomically(script, swapScript(copy.pid, current.absoluteFilePath(), previous, newApp, workingFolder)) ||
         !QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)) {
         QFile::remove(script);
-        const Failure failure{u"couldn't prepare the update: can't write " + script};
-        note(failure.message);
-        return failure;
+        return refuse({u"couldn't prepare the update: can't write " + script});
     }
     // Detached: the script must outlive this process, which is what it waits for.
     if (!QProcess::startDetached(QStringLiteral("/bin/sh"), {script})) {
         QFile::remove(script);
-        const Failure failure{QStringLiteral("couldn't start the update")};
-        note(failure.message);
-        return failure;
+        return refuse({QStringLiteral("couldn't start the update")});
     }
     note(QStringLiteral("installing — handing over and quitting"));
     quitting();

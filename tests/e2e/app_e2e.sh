@@ -185,6 +185,9 @@ workout)
     check "the journal tells it: the ledger line" journal_has '\[ledger\] tovin — Two-Minute Spark (now 1 tovin / 1 total)'
     check "... and how the lockout ended" journal_has '\[shield\] lockout ended — workout completed'
     check "--why reflects it" sh -c "'$tovin' --why | grep -q 'Ledger  (1 record(s): 1 tovin, 0 broken)'"
+    # This build names no release feed: it never pretends to check, and says so.
+    check "no update check was journalled as failing" sh -c "! grep -q '\[update\] check failed' '$data/tovin.log'"
+    check "--why says where updates come from" sh -c "'$tovin' --why | grep -q 'updates: no release feed configured — this copy gets its updates elsewhere'"
     echo "     figures: launch → covered: $((raised - start)) s (10 s countdown twice, a 60 s snooze)"
     ;;
 away)

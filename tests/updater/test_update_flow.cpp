@@ -398,7 +398,7 @@ TEST_F(UpdateFlow, AGoodUpdateGoesAllTheWayAndJournalsEveryStep) {
     ASSERT_TRUE(old.waitForStarted());
 
     bool quit = false;
-    const auto failure = install(fetched->newApp, [&] { quit = true; }, {parent + u"/Tovin", old.processId()});
+    const auto failure = install(fetched->newApp, fetched->workingFolder, [&] { quit = true; }, {parent + u"/Tovin", old.processId()});
     ASSERT_FALSE(failure) << failure->message.toStdString();
     EXPECT_TRUE(quit);
     // Nothing moves while the old process lives.
@@ -454,7 +454,7 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
     QProcess old;
     old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
     ASSERT_TRUE(old.waitForStarted());
-    ASSERT_FALSE(install(fetched->newApp, [] {}, {installed, old.processId()}));
+    ASSERT_FALSE(install(fetched->newApp, fetched->workingFolder, [] {}, {installed, old.processId()}));
     old.kill();
     old.waitForFinished();
     const qint64 quitAt = clock.elapsed();
@@ -502,7 +502,7 @@ TEST_F(UpdateFlow, InstallRefusesWhatIsNotAnInstalledCopy) {
     bool quit = false;
     const auto quitting = [&] { quit = true; };
     // A build tree: the folder above bin/ is not named Tovin.
-    auto failure = install(path(QStringLiteral("x")), quitting, {buildDir + u"/src", 1});
+    auto failure = install(path(QStringLiteral("x")), {}, quitting, {buildDir + u"/src", 1});
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->message, u"this doesn't look like an installed copy of Tovin, so it wasn't replaced");
     EXPECT_FALSE(quit);
@@ -516,7 +516,7 @@ TEST_F(UpdateFlow, InstallRefusesACopyInAFolderItCannotWrite) {
     ASSERT_TRUE(QDir().rename(fakeTree(QStringLiteral("locked-copy"), QStringLiteral("1.0")), locked + u"/Tovin"));
     QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
     bool quit = false;
-    const auto failure = install(path(QStringLiteral("x")), [&] { quit = true; }, {locked + u"/Tovin", 1});
+    const auto failure = install(path(QStringLiteral("x")), {}, [&] { quit = true; }, {locked + u"/Tovin", 1});
     QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->message, u"Tovin can't write to " + locked + u" — move it to a folder you own and try again");
@@ -636,6 +636,7 @@ TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
     old.waitForFinished();
     ASSERT_TRUE(sh.waitForFinished(10'000));
     EXPECT_EQ(sh.exitCode(), 1);
+    EXPECT_FALSE(QFile::exists(script)) << "the script removes itself however it ends";
     EXPECT_EQ(snapshot(current), before);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("Tovin (previous)"))));
     QElapsedTimer t;
@@ -645,18 +646,12 @@ TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
     EXPECT_EQ(readWholeFile(dir.filePath(QStringLiteral("started")), 64).value_or(""), "old\n");
 }
 
-TEST(SwapScript, KeepsThePartsShapeAndQuotesEveryPath) {
+TEST(SwapScript, QuotesEveryPathAndCleansUpAfterItself) {
     const QByteArray script = swapScript(4242, QStringLiteral("/home/a b/Tovin"), QStringLiteral("/home/a b/Tovin (previous)"),
-                                         QStringLiteral("/tmp/x/unpacked/Tovin$HOME"));
-    const QList<QByteArray> lines = script.split('\n');
-    ASSERT_EQ(lines.size(), 14); // 13 lines and the final newline
-    EXPECT_EQ(lines[0], "#!/bin/sh");
-    EXPECT_EQ(lines[2], "while kill -0 4242 2>/dev/null; do sleep 0.2; done");
-    EXPECT_EQ(lines[3], R"x(rm -rf "/home/a b/Tovin (previous)")x");
-    EXPECT_EQ(lines[4], R"x(mv "/home/a b/Tovin" "/home/a b/Tovin (previous)" || exit 1)x");
-    EXPECT_EQ(lines[5], R"x(if ! mv "/tmp/x/unpacked/Tovin\$HOME" "/home/a b/Tovin"; then)x");
-    EXPECT_EQ(lines[8], R"x(  setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x");
-    EXPECT_EQ(lines[12], R"x(setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x");
+                                         QStringLiteral("/tmp/x/unpacked/Tovin$HOME"), QStringLiteral("/tmp/x"));
+    EXPECT_TRUE(script.contains(R"x(if ! mv "/tmp/x/unpacked/Tovin\$HOME" "/home/a b/Tovin"; then)x")) << script.constData();
+    EXPECT_TRUE(script.contains(R"x(setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x"));
+    EXPECT_TRUE(script.contains("cleanup() { rm -rf \"/tmp/x\"; rm -f \"$0\"; }\ntrap cleanup EXIT\n"));
 }
 
 } // namespace

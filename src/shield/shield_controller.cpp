@@ -156,7 +156,15 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
         }
         grabInput();
         stacking_ = StackingWatch::create();
-        stacking_->start([this](WId id) { return isOurs(id); }, [this] { restack(); });
+        // Tovin's own popups (a page's list box) belong above the shield; anything else is
+        // put below it.
+        stacking_->start(
+            [](WId id) {
+                const auto all = QGuiApplication::allWindows();
+                return std::any_of(all.begin(), all.end(),
+                                   [id](QWindow* w) { return w->handle() && w->winId() == id; });
+            },
+            [this] { restack(); });
     }
 
     qApp->installEventFilter(this);

@@ -91,35 +91,26 @@ small_window() { # a visible window titled Tovin narrower than a screen: the not
     done
     return 1
 }
-setup_visible() { # the setup window, as wide as it opens
+setup_window() { # the setup window's id: a visible window titled Tovin, as wide as it opens
     local w
     for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
         eval "$(xdotool getwindowgeometry --shell "$w")"
-        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && return 0
+        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && { echo "$w"; return 0; }
     done
     return 1
 }
-close_setup() { # the setup window, opened at launch, closed as a person would: Ctrl-W
+setup_visible() { setup_window >/dev/null; }
+setup_keys() { # keys typed into the setup window, as a person would
     local w
-    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
-        eval "$(xdotool getwindowgeometry --shell "$w")"
-        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && xdotool windowactivate --sync "$w" key ctrl+w && return 0
-    done
-    return 1
+    w=$(setup_window) && xdotool windowactivate --sync "$w" key "$@"
 }
+close_setup() { setup_keys ctrl+w; } # the setup window, opened at launch, closed with Ctrl-W
 countdown_window() { small_window; }
 open_setup_again() { # as a person would: launch Tovin again, which brings the setup window
     "$tovin" >/dev/null 2>&1
     waitfor 15 setup_visible
 }
-lock_from_setup() { # "Lock Me Out Now" by its key in the setup window
-    local w
-    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
-        eval "$(xdotool getwindowgeometry --shell "$w")"
-        [ "$WIDTH" -ge 1000 ] && [ "$WIDTH" -lt 1920 ] && xdotool windowactivate --sync "$w" key ctrl+l && return 0
-    done
-    return 1
-}
+lock_from_setup() { setup_keys ctrl+l; } # "Lock Me Out Now" by its key
 renderers() { # the web engine's renderers: children of its sandboxed zygote, which keep its name
     local zygotes
     zygotes=$(ps -eo pid=,args= | awk '/QtWebEngineProcess --type=zygote/ && !/no-zygote-sandbox/ {print $1}')
@@ -253,8 +244,7 @@ call)
     check "no shield while the call lasts" sh -c "! '$xshot' '$shots/call.png' --covered >/dev/null"
     check "and no countdown" never 2 countdown_up
     # A stray Space in the setup window scrolls its page; it never presses "Lock Me Out Now".
-    for w in $(xdotool search --onlyvisible --name '^Tovin$'); do xdotool windowactivate --sync "$w"; done
-    xdotool key space
+    setup_keys space
     check "a Space in the setup window raises no lockout" never 4 covered
     ;;
 firstrun)
@@ -355,8 +345,7 @@ rehearse)
     check "Simulate, above the warning, ends the rehearsal as the system taking the screen" \
         waitfor 5 journal_has 'lockout ended — yielded to the system, nothing recorded (rehearsal)'
     check "the setup window opens after the rehearsal" waitfor 15 setup_visible
-    for w in $(xdotool search --onlyvisible --name '^Tovin$'); do xdotool windowactivate --sync "$w"; done
-    xdotool key ctrl+shift+l
+    setup_keys ctrl+shift+l
     check "Ctrl-Shift-L rehearses again" waitfor 20 find_rehearsal
     xdotool windowactivate --sync "$window"; sleep 1
     xdotool key ctrl+q

@@ -137,6 +137,16 @@ bool EscapeView::eventFilter(QObject* watched, QEvent* event) {
     auto* key = static_cast<QKeyEvent*>(event);
     if (key->isAutoRepeat())
         return true;
+    // X sends a held key's repeats as a release and a press with one timestamp. Qt marks them
+    // by peeking at the queue, which a busy machine has not filled yet: the timestamps decide.
+    if (key->timestamp() != 0) {
+        if (event->type() == QEvent::KeyRelease) {
+            releasedAt_.insert(key->key(), key->timestamp());
+        } else if (const auto released = releasedAt_.find(key->key());
+                   released != releasedAt_.end() && key->timestamp() - *released <= 10) {
+            return true;
+        }
+    }
     if (event->type() == QEvent::KeyPress) {
         pressedSinceAsked_.insert(key->key());
         if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {

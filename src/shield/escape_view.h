@@ -5,6 +5,7 @@
 #include "shield/hold_button.h"
 
 #include <QPointer>
+#include <QHash>
 #include <QSet>
 #include <QWidget>
 
@@ -59,6 +60,7 @@ private:
     QPointer<QPushButton> firstReason_;
     bool asking_ = false;
     QSet<int> pressedSinceAsked_;
+    QHash<int, quint64> releasedAt_; // the window system's time of each key's last release
 };
 
 } // namespace tovin

@@ -1,21 +1,16 @@
 #include "app/app_controller.h"
 
-#include "app/away_view.h"
-#include "coach/pose_model.h"
-#include "coach/tts_speaker.h"
+#include "coach/coaches.h"
 #include "guards/call_detector.h"
 #include "promises/promise_ledger.h"
 #include "journal/journal.h"
 #include "journal/save_failures.h"
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
+#include "workoutweb/bundle_routes.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QFileInfo>
-#include <QGuiApplication>
-#include <QMessageBox>
-#include <QStackedLayout>
-#include <QVBoxLayout>
 
 #include <cstdio>
 
@@ -33,60 +28,25 @@ QString wholeMinutes(double minutes) {
 
 } // namespace
 
-AppController::AppController(Clock& clock, IdleSource& idle, QObject* parent)
-    : QObject(parent), clock_(clock), idle_(idle), scheduleURL_(ScheduleStore::url()),
-      shield_(clock), countdown_(clock), usage_(clock, idle) {
+AppController::AppController(const AppDependencies& deps, QObject* parent)
+    : QObject(parent), clock_(deps.clock), idle_(deps.idle), screens_(deps.screens), ledger_(deps.ledger),
+      scheduleURL_(deps.scheduleURL.isEmpty() ? ScheduleStore::url() : deps.scheduleURL),
+      bridge_(scheduleURL_, ledger_, clock_), countdown_(clock_), usage_(clock_, idle_) {
     // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
     // deferral; the usage path neither doubles it nor cuts it short.
     usage_.onDue = [this] {
         if (!hasPendingDeferral())
             lockoutBecameDue();
     };
-    shield_.setDelegate(this);
-    preparedDelegate_.owner = this;
-    showAlert = [](const QString& title, const QString& detail) {
-        QMessageBox box(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
-        box.setInformativeText(detail);
-        box.exec();
-    };
-    terminate = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
-    // By default a lockout shows the bundled web app, or the away screen for an away block.
-    contentFactory_ = [](const LockoutContent& c, AppController& self) -> QWidget* {
-        if (c.away)
-            return new AwayView(c.label, c.endsAt, self.clock(), self.calendar());
-        auto* container = new QWidget;
-        container->setStyleSheet(QStringLiteral("background: black;"));
-        auto* layout = new QVBoxLayout(container);
-        layout->setContentsMargins(0, 0, 0, 0);
-        auto* web = new WorkoutWebView(c.webRoot, c.mode, c.blockLabel, self.clock(), container,
-                                       std::nullopt, WorkoutWebView::defaultRenderGrace, !c.prepared);
-        web->setDelegate(&self);
-        layout->addWidget(web);
-        self.workoutWeb_ = web;
-        return container;
-    };
-    frameSourceFactory = [] { return std::make_unique<CameraFrameSource>(); };
-    poseModelFactory = [](QString* error) { return PoseModel::load(PoseModel::bundledPath(), error); };
-}
-
-void AppController::setSpeaker(Speaker* speaker) {
-    speaker_ = speaker;
-    voice_.reset();
-}
-
-Coachbox& AppController::voice() {
-    if (!voice_) {
-        if (!speaker_) {
-            ownSpeaker_ = std::make_unique<TextToSpeechSpeaker>();
-            speaker_ = ownSpeaker_.get();
-        }
-        voice_ = std::make_unique<Coachbox>(clock_, *speaker_);
-    }
-    return *voice_;
-}
-
-PromiseLedger& AppController::ledger() const {
-    return ledger_ ? *ledger_ : PromiseLedger::shared();
+    bridge_.onWorkoutComplete = [this](const QString& exercise, qint64 reps) { workoutCompleted(exercise, reps); };
+    connect(&screens_, &Screens::shieldWasBroken, this, &AppController::shieldWasBroken);
+    connect(&screens_, &Screens::shieldTimedOut, this, &AppController::shieldTimedOut);
+    connect(&screens_, &Screens::shieldPanicked, this, &AppController::shieldPanicked);
+    connect(&screens_, &Screens::shieldYielded, this, &AppController::shieldYielded);
+    connect(&screens_, &Screens::pageMessage, this, &AppController::pageMessage);
+    connect(&screens_, &Screens::pageFailed, this, &AppController::pageFailed);
+    connect(&screens_, &Screens::coachFinished, this, &AppController::finishTovin);
+    connect(&screens_, &Screens::screensLost, this, &AppController::screensLost);
 }
 
 AppController::~AppController() {
@@ -170,7 +130,7 @@ void AppController::machineDidWake() {
 void AppController::checkSchedule() {
     const QDateTime now = clock_.now();
     lastTickAt_ = now;
-    shield_.enforceValve(now);
+    screens_.enforceValve(now);
     // Whatever could not be saved (a full disk, a read-only folder) is tried again.
     SaveFailures::retryPending();
 
@@ -231,10 +191,9 @@ std::optional<QString> AppController::holdOffReason() {
         return Settings::busyReason().value_or(QStringLiteral("you're mid-session"));
 
     const double idle = idle_.secondsSinceLastInput();
-    const bool isKey = setupWindow_ && setupWindow_->isActiveWindow();
-    const bool isVisible = setupWindow_ && setupWindow_->isVisible();
-    const bool appActive = QGuiApplication::applicationState() == Qt::ApplicationActive;
-    if (usingSetupWindow(isKey, isVisible, appActive, idle))
+    // Whatever draws the setup window knows whether it has the keyboard.
+    const bool isKey = screens_.setupIsActive();
+    if (usingSetupWindow(isKey, screens_.setupIsVisible(), isKey, idle))
         return QStringLiteral("you're using the setup window");
     if (nobodyHome(idle))
         return u"nobody at the desk — idle " + wholeMinutes(idle / 60.0) + u" min";
@@ -298,45 +257,57 @@ void AppController::warnThenLock() {
     prebuild();
 }
 
-std::optional<AppController::LockoutContent> AppController::workoutContent() const {
-    const auto root = webRoot_ ? webRoot_ : WorkoutWebView::bundledRoot();
+std::optional<QString> AppController::webRoot() const {
+    return webRoot_ ? webRoot_ : BundleRoutes::bundledRoot();
+}
+
+QJsonObject AppController::nativeFor(PageMode mode, bool shown, const std::optional<QString>& blockLabel) const {
+    return BridgeMessages::nativeState(mode, shown, blockLabel, scheduleURL_, ledger_);
+}
+
+std::optional<LockoutPage> AppController::workoutPage() const {
+    const auto root = webRoot();
     if (!root || (pendingBlock_ && pendingBlock_->kind == Block::Kind::Away))
         return std::nullopt;
-    LockoutContent content;
-    content.webRoot = *root;
-    content.mode = pendingBlock_ && pendingBlock_->kind == Block::Kind::Retest
-                       ? WorkoutWebView::Mode::Retest
-                       : WorkoutWebView::Mode::Locked;
+    const bool retest = pendingBlock_ && pendingBlock_->kind == Block::Kind::Retest;
+    std::optional<QString> label;
     if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Workout)
-        content.blockLabel = pendingBlock_->label;
-    return content;
+        label = pendingBlock_->label;
+    LockoutPage page;
+    page.kind = retest ? LockoutPage::Kind::Retest : LockoutPage::Kind::Workout;
+    page.webRoot = *root;
+    page.native = nativeFor(retest ? PageMode::Retest : PageMode::Locked, true, label);
+    // The camera coach, when chosen, runs from every path but the fitness check.
+    if (!retest && choseCameraCoach()) {
+        page.kind = LockoutPage::Kind::Coach;
+        page.coachWorkout = *Settings::lockoutWorkoutID();
+        page.requiredCleanReps = Settings::requiredCleanReps();
+    }
+    return page;
 }
 
 bool AppController::choseCameraCoach() const {
     const auto id = Settings::lockoutWorkoutID();
-    return id && CoachSession::isCoachWorkout(*id);
+    return id && isCoachWorkout(*id);
 }
 
 void AppController::prebuild() {
     dropPrebuilt();
-    auto content = workoutContent();
-    if (!content || !Settings::lockoutWorkoutID())
+    const auto page = workoutPage();
+    if (!page || !Settings::lockoutWorkoutID())
         return;
     // The camera coach opens the camera only once the shield is up; nothing to prepare for it.
-    if (content->mode == WorkoutWebView::Mode::Locked && choseCameraCoach())
+    if (page->kind == LockoutPage::Kind::Coach)
         return;
-    content->prepared = true;
-    prebuilt_ = contentFactory_(*content, *this);
-    prebuiltFor_ = *content;
-    if (workoutWeb_)
-        workoutWeb_->setDelegate(&preparedDelegate_);
+    screens_.prepare(*page);
+    prepared_ = true;
 }
 
 void AppController::dropPrebuilt() {
-    if (prebuilt_)
-        prebuilt_->deleteLater();
-    prebuilt_ = nullptr;
-    workoutWeb_ = nullptr;
+    if (!prepared_)
+        return;
+    prepared_ = false;
+    screens_.dropPrepared();
 }
 
 void AppController::preparedPageFailed(const QString& detail) {
@@ -351,7 +322,7 @@ void AppController::preparedPageFailed(const QString& detail) {
 void AppController::journalEnding(const QString& how) {
     // Every ending leaves one line, so --why can tell what happened to the last lockout.
     Journal::note(QStringLiteral("shield"),
-                  u"lockout ended — " + how + (shield_.isRehearsal() ? QStringLiteral(" (rehearsal)") : QString()));
+                  u"lockout ended — " + how + (rehearsing_ ? QStringLiteral(" (rehearsal)") : QString()));
 }
 
 void AppController::clearLockoutMark() {
@@ -388,15 +359,14 @@ void AppController::raiseLockout(bool rehearsal) {
     if (shieldIsUp())
         return;
     if (!Settings::lockoutWorkoutID() && !rehearsal) {
-        if (openSetupWindow)
-            openSetupWindow();
-        showAlert(QStringLiteral("Choose a workout first."),
-                  QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
-                                 "should run. Pick one in the setup window and it'll start holding "
-                                 "you to it."));
+        Q_EMIT setupWindowWanted();
+        Q_EMIT alertRequested(QStringLiteral("Choose a workout first."),
+                              QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
+                                             "should run. Pick one in the setup window and it'll start holding "
+                                             "you to it."));
         return;
     }
-    const auto root = webRoot_ ? webRoot_ : WorkoutWebView::bundledRoot();
+    const auto root = webRoot();
     if (!root || !QFileInfo(*root + u"/index.html").isFile()) {
         explainAndQuit(QStringLiteral("Workout UI is missing."),
                        QStringLiteral("Tovin couldn't find its bundled web app, so it didn't lock "
@@ -405,51 +375,33 @@ void AppController::raiseLockout(bool rehearsal) {
         return;
     }
     finished_ = false;
+    raised_ = true;
+    rehearsing_ = rehearsal;
     deferTimer_.reset();
     countdown_.dismiss();
+    screens_.hideSetup();
 
-    LockoutContent content;
-    content.webRoot = *root;
     if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Away) {
         const Block block = *pendingBlock_;
         markServed(block);
+        dropPrebuilt();
         const double held = Schedule::heldMinutes(block);
-        content.away = true;
-        content.label = block.label;
-        content.endsAt = clock_.now().addMSecs(qint64(held * 60'000));
-        if (hideSetupWindow)
-            hideSetupWindow();
-        QWidget* view = contentFactory_(content, *this);
+        LockoutPage page;
+        page.kind = LockoutPage::Kind::Away;
+        page.webRoot = *root;
+        page.awayLabel = block.label;
+        page.awayEndsAt = clock_.now().addMSecs(qint64(held * 60'000));
         awayTimer_ = clock_.singleShot(held * 60.0, [this, block] { awayBlockTovin(block); });
         // The valve outlasts the away time by two minutes, unless the setting is shorter.
-        shield_.raise(view, rehearsal, std::min(Settings::maxShieldMinutes(), held + 2));
+        screens_.raise(page, rehearsal, std::min(Settings::maxShieldMinutes(), held + 2));
         return;
     }
     if (pendingBlock_)
         markServed(*pendingBlock_);
-    if (hideSetupWindow)
-        hideSetupWindow();
-    content = *workoutContent();
-    // The camera coach, when chosen, runs from every path; otherwise the page built during the
-    // countdown is used when it is the one this lockout needs.
-    QWidget* view = nullptr;
-    if (content.mode == WorkoutWebView::Mode::Locked && choseCameraCoach()) {
-        dropPrebuilt();
-        view = coachLockout(*Settings::lockoutWorkoutID(), content);
-    } else if (prebuilt_ && prebuiltFor_.mode == content.mode && prebuiltFor_.blockLabel == content.blockLabel &&
-               prebuiltFor_.webRoot == content.webRoot) {
-        view = prebuilt_;
-        prebuilt_ = nullptr;
-        if (workoutWeb_)
-            workoutWeb_->setDelegate(this);
-    } else {
-        dropPrebuilt();
-        view = contentFactory_(content, *this);
-    }
-    shield_.raise(view, rehearsal, Settings::maxShieldMinutes());
-    // Only now may the page start its workout: its first step gets its whole time.
-    if (workoutWeb_)
-        workoutWeb_->markShown();
+    // The page prepared behind the countdown serves when it is the one this lockout needs;
+    // whatever draws judges that.
+    prepared_ = false;
+    screens_.raise(*workoutPage(), rehearsal, Settings::maxShieldMinutes());
 }
 
 bool AppController::wasPresent(double idleAtEnd, double heldMinutes, double margin) {
@@ -458,7 +410,7 @@ bool AppController::wasPresent(double idleAtEnd, double heldMinutes, double marg
 
 void AppController::record(PromiseRecord promise) {
     promise.date = clock_.now();
-    ledger().record(std::move(promise), shield_.isRehearsal());
+    ledger_.record(std::move(promise), rehearsing_);
 }
 
 void AppController::awayBlockTovin(const Block& block) {
@@ -475,7 +427,7 @@ void AppController::awayBlockTovin(const Block& block) {
         Journal::note(QStringLiteral("ledger"), block.label + u" not recorded — machine already idle " +
                                                     wholeMinutes(idle / 60.0) +
                                                     u" min when the block began");
-    shield_.lower();
+    screens_.lower();
     standDown();
 }
 
@@ -485,11 +437,11 @@ void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
     finished_ = true;
     journalEnding(QStringLiteral("workout completed"));
     record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, reps, std::nullopt, false});
-    if (!shield_.isRehearsal() && workoutWeb_)
-        workoutWeb_->showStanding(ledger().standingJSON());
+    if (!rehearsing_)
+        screens_.showStanding(ledger_.standingJSON());
     // Long enough to see the new standing on the page before the screen comes back.
     lowerTimer_ = clock_.singleShot(3.0, [this] {
-        shield_.lower();
+        screens_.lower();
         standDown();
     });
 }
@@ -500,137 +452,94 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
     QString exercise = pendingBlock_ ? pendingBlock_->label
                                      : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
     record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, reason, std::nullopt});
-    stopCoach();
     standDown();
 }
 
 void AppController::shieldPanicked() {
     finished_ = true;
     journalEnding(QStringLiteral("panic (Esc ×5), nothing recorded"));
-    stopCoach();
     clearLockoutMark();
-    terminate();
+    Q_EMIT quitRequested();
 }
 
 void AppController::shieldYielded() {
     finished_ = true;
     journalEnding(QStringLiteral("yielded to the system, nothing recorded"));
-    stopCoach();
     standDown();
 }
 
 void AppController::shieldTimedOut() {
     finished_ = true;
     journalEnding(QStringLiteral("the safety valve released the screen, nothing recorded"));
-    stopCoach();
     standDown();
 }
 
-void AppController::shieldKeyPressed(const QString& key) {
-    if (finished_ || !coach_)
-        return;
-    if (key == u"1")
-        coach_->switchCoach(std::make_unique<SquatCoach>());
-    else if (key == u"2")
-        coach_->switchCoach(std::make_unique<JumpingJackCoach>());
-    else if (key == u"3")
-        coach_->switchCoach(std::make_unique<PushupCoach>());
-    else if (key.compare(u"r", Qt::CaseInsensitive) == 0)
-        refreshPanel();
-}
-
-QWidget* AppController::coachLockout(const QString& workoutID, const LockoutContent& webContent) {
-    // The shield holds a container, so a coach that gives up can hand its place to the web
-    // workout without the screen ever coming back in between.
-    auto* container = new QWidget;
-    container->setStyleSheet(QStringLiteral("background: black;"));
-    auto* stack = new QStackedLayout(container);
-    coachContainer_ = container;
-    QString error;
-    std::unique_ptr<PoseModel> model = poseModelFactory ? poseModelFactory(&error) : nullptr;
-    if (!model) {
-        Journal::note(QStringLiteral("coach"), u"camera coach unavailable — " + error + u"; running the web workout");
-        stack->addWidget(contentFactory_(webContent, *this));
-        return container;
-    }
-    coach_ = new CoachSession(frameSourceFactory ? frameSourceFactory() : nullptr, std::move(model), clock_, voice(),
-                              Settings::requiredCleanReps(), this);
-    stack->addWidget(coach_->view());
-    connect(coach_, &CoachSession::cleanRepsReached, this, &AppController::finishTovin);
-    connect(coach_, &CoachSession::gaveUp, this,
-            [this, webContent](const QString& reason) { coachGaveUp(reason, webContent); });
-    auto coach = CoachSession::coachFor(workoutID);
-    Journal::note(QStringLiteral("coach"), u"camera coach started — " + coach->name());
-    // Last: a camera that fails at once gives up from inside start(), replacing the coach.
-    coach_->start(std::move(coach));
-    return container;
-}
-
-void AppController::coachGaveUp(const QString& reason, const LockoutContent& webContent) {
-    if (finished_ || !coachContainer_)
-        return;
-    Journal::note(QStringLiteral("coach"), u"camera coach gave up — " + reason + u"; running the web workout instead");
-    stopCoach();
-    auto* stack = static_cast<QStackedLayout*>(coachContainer_->layout());
-    QWidget* web = contentFactory_(webContent, *this);
-    stack->addWidget(web);
-    stack->setCurrentWidget(web);
-}
-
-void AppController::stopCoach() {
-    if (!coach_)
-        return;
-    coach_->stop(); // the camera is released now
-    coach_->deleteLater();
-    coach_ = nullptr;
-}
-
-void AppController::refreshPanel() {
-    if (!coach_)
-        return;
-    coach_->resetCoach(); // counts back to zero, "Get into position"
-}
-
-void AppController::finishTovin() {
-    if (finished_ || !coach_)
+void AppController::finishTovin(const QString& exercise, qint64 reps, qint64 cleanReps) {
+    if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
     journalEnding(QStringLiteral("camera coach finished"));
-    ExerciseCoach& coach = coach_->coach();
-    record({{}, PromiseRecord::Outcome::Tovin, coach.name(), coach.reps(), coach.cleanReps(), std::nullopt, false});
-    const int streak = ledger().streak();
-    if (CoachView* view = coach_->view()) {
-        view->setStatus(QStringLiteral("Done. Promise tovin."),
-                        u"Streak " + QString::number(streak) + u" · " + QString::number(coach.cleanReps()) +
-                            u" clean of " + QString::number(coach.reps()));
-        view->repaint();
-    }
-    voice().say(u"Done. That's " + QString::number(streak) + u" in a row.", true);
+    record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, cleanReps, std::nullopt, false});
+    screens_.coachDone(ledger_.streak());
     clearLockoutMark();
     lowerTimer_ = clock_.singleShot(2.6, [this] {
-        stopCoach();
-        shield_.lower();
-        terminate();
+        screens_.lower();
+        Q_EMIT quitRequested();
     });
 }
 
-void AppController::workoutWebFailed(const QString& detail) {
-    if (!shieldIsUp()) {
-        // The setup window's page (a lockout's page reports here only once the shield shows
-        // it): no screen is held, so nothing is released and the watch goes on.
+void AppController::pageMessage(PageRole role, const QJsonObject& message) {
+    // Only the page over the shield finishes a lockout; the others' messages are the same
+    // settings and week the person edits.
+    if (role != PageRole::Lockout && message.value(u"type").toString() == u"workoutComplete")
+        return;
+    bridge_.apply(message);
+}
+
+void AppController::pageFailed(PageRole role, const QString& detail) {
+    switch (role) {
+    case PageRole::Prepared:
+        preparedPageFailed(detail);
+        break;
+    case PageRole::Lockout:
+        workoutWebFailed(detail);
+        break;
+    case PageRole::Setup:
+        // No screen is held, so nothing is released and the watch goes on.
         Journal::note(QStringLiteral("shield"), u"the setup screen failed — " + detail.section(u'\n', 0, 0));
-        if (hideSetupWindow)
-            hideSetupWindow();
-        showAlert(QStringLiteral("The setup screen didn't load."),
-                  u"Tovin keeps watching your schedule; open the setup window again to retry.\n\n" + detail);
+        screens_.hideSetup();
+        Q_EMIT alertRequested(QStringLiteral("The setup screen didn't load."),
+                              u"Tovin keeps watching your schedule; open the setup window again to retry.\n\n" +
+                                  detail);
+        break;
+    }
+}
+
+void AppController::screensLost(const QString& why) {
+    prepared_ = false;
+    if (!raised_ || finished_) {
+        // Only a setup window or a prepared page went; the next need starts a fresh helper.
+        Journal::note(QStringLiteral("shield"), why + u" — nothing was held");
         return;
     }
-    if (finished_)
+    // As a page that failed over the shield: no record, and the screen is back (the windows
+    // went with the process). The watch goes on: the next lockout starts a fresh helper.
+    finished_ = true;
+    Journal::note(QStringLiteral("shield"), u"released — " + why);
+    journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
+    standDown();
+    Q_EMIT alertRequested(QStringLiteral("The workout screen stopped."),
+                          QStringLiteral("Tovin released your screen rather than hold it without a watcher. "
+                                         "It keeps watching your schedule."));
+}
+
+void AppController::workoutWebFailed(const QString& detail) {
+    if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
     clearLockoutMark();
     // Never hold a machine for a blank window: the screen comes back first.
-    shield_.lower();
+    screens_.lower();
     Journal::note(QStringLiteral("shield"),
                   u"released — the workout screen failed: " + detail.section(u'\n', 0, 0));
     explainAndQuit(QStringLiteral("The workout screen didn't load."),
@@ -639,14 +548,12 @@ void AppController::workoutWebFailed(const QString& detail) {
 }
 
 void AppController::standDown() {
-    stopCoach();
     clearLockoutMark();
-    workoutWeb_ = nullptr;
     awayTimer_.reset();
     lowerTimer_.reset();
     pendingBlock_.reset();
-    if (shield_.isRehearsal() && openSetupWindow)
-        openSetupWindow();
+    if (rehearsing_)
+        Q_EMIT setupWindowWanted();
     usage_.reset();
     if (!usage_.isRunning())
         usage_.start();
@@ -659,8 +566,8 @@ void AppController::explainAndQuit(const QString& title, const QString& detail) 
         std::fflush(stdout);
         return;
     }
-    showAlert(title, detail);
-    terminate();
+    Q_EMIT alertRequested(title, detail);
+    Q_EMIT quitRequested();
 }
 
 void AppController::pauseAnHour() {
@@ -727,7 +634,7 @@ QString AppController::statusLine(const StatusInputs& in) {
 }
 
 QString AppController::standingLine() const {
-    const PromiseLedger& l = ledger();
+    const PromiseLedger& l = ledger_;
     return standingLine(l.records().size(), l.streak(), l.tovin(), l.broken());
 }
 

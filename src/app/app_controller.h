@@ -1,19 +1,16 @@
 #pragma once
 
 #include "app/countdown_panel.h"
-#include "coach/coach_session.h"
 #include "core/calendar.h"
-#include "shield/shield_controller.h"
-#include "workoutweb/workout_web_view.h"
 #include "core/clock.h"
 #include "guards/idle_source.h"
 #include "guards/usage_watcher.h"
 #include "schedule/schedule.h"
 #include "schedule/schedule_file_watch.h"
+#include "screens/screens.h"
+#include "workoutweb/bridge_messages.h"
 
 #include <QObject>
-#include <QPointer>
-#include <QWidget>
 
 #include <functional>
 #include <memory>
@@ -21,14 +18,28 @@
 
 namespace tovin {
 
+class PromiseLedger;
+
+// What the controller works with, handed in once: the clock and idle seconds it decides by,
+// the screens it raises, the ledger it records to, and the week it reads.
+struct AppDependencies {
+    Clock& clock;
+    IdleSource& idle;
+    Screens& screens;
+    PromiseLedger& ledger;
+    QString scheduleURL;
+};
+
 // The one object that decides when the person is interrupted. Every 30 seconds it asks the
 // schedule for a decision; a due block is checked against the hold-off guard, then announced by
 // the countdown, whose end raises the lockout. A hold-off, a snooze or a cancelled countdown
 // becomes the single pending deferral, which comes back through the same guard.
 //
+// It only decides: what a lockout shows is asked of the Screens, and everything the screens
+// report (an ending, a page's message, a failure) comes back here to be judged and written.
 // Everything runs on the main thread. Time and timers come from the Clock, idle seconds from
 // the IdleSource, so the whole cycle runs under test with simulated hours.
-class AppController final : public QObject, public ShieldDelegate, public WorkoutWebDelegate {
+class AppController final : public QObject {
     Q_OBJECT
 public:
     // Every deferral after a hold-off or a cancelled countdown, in minutes.
@@ -37,44 +48,13 @@ public:
     // How far beyond its interval a tick may be late before the machine is taken to have slept.
     static constexpr double wakeJumpSeconds = 90.0;
 
-    // What a lockout shows: the workout page (or, for an away block, the away screen). Made by
-    // the default factory from the bundled web app; tests hand in lighter content.
-    struct LockoutContent {
-        bool away = false;
-        WorkoutWebView::Mode mode = WorkoutWebView::Mode::Locked;
-        std::optional<QString> blockLabel;
-        QString label;        // the away block's label
-        QDateTime endsAt;     // when the away block ends
-        QString webRoot;
-        // Built behind the countdown: the page starts nothing until the shield shows it.
-        bool prepared = false;
-    };
-    using ContentFactory = std::function<QWidget*(const LockoutContent&, AppController&)>;
-
-    AppController(Clock& clock, IdleSource& idle, QObject* parent = nullptr);
+    explicit AppController(const AppDependencies& deps, QObject* parent = nullptr);
     ~AppController() override;
 
-    void setContentFactory(ContentFactory factory) { contentFactory_ = std::move(factory); }
     // The web app's folder; by default the bundled one.
     void setWebRoot(std::optional<QString> root) { webRoot_ = std::move(root); }
-    // How an alert is shown and how the application ends (a modal box and quit, by default).
-    std::function<void(const QString& title, const QString& detail)> showAlert;
-    std::function<void()> terminate;
-    // Opens (or brings forward) the setup window; set by the shell.
-    std::function<void()> openSetupWindow;
-    // Where a camera coach gets its frames and its model (the default camera and the bundled
-    // model); tests hand in pictures, or nothing to see the fallback.
-    std::function<std::unique_ptr<FrameSource>()> frameSourceFactory;
-    std::function<std::unique_ptr<PoseModel>(QString* error)> poseModelFactory;
-    // The coach's voice: the desktop's speech service unless a test sets another speaker.
-    void setSpeaker(Speaker* speaker);
-    Coachbox& voice();
-    CoachSession* coachSession() const { return coach_; }
-    std::function<void()> hideSetupWindow;
     // Pins the calendar (tests); otherwise the system's, followed when its zone changes.
     void setCalendar(const Calendar& calendar) { pinnedCalendar_ = calendar; }
-    void setSetupWindow(QWidget* window) { setupWindow_ = window; }
-    void setScheduleURL(const QString& path) { scheduleURL_ = path; }
 
     // The loop.
     void startScheduleWatch();
@@ -98,17 +78,23 @@ public:
     void standDown();
     void explainAndQuit(const QString& title, const QString& detail);
 
-    void shieldWasBroken(std::optional<PromiseRecord::Reason> reason) override;
-    void shieldTimedOut() override;
-    void shieldPanicked() override;
-    void shieldYielded() override;
-    void shieldKeyPressed(const QString& key) override;
-    void workoutCompleted(const QString& exercise, qint64 reps) override;
-    void workoutWebFailed(const QString& detail) override;
+    void shieldWasBroken(std::optional<PromiseRecord::Reason> reason);
+    void shieldTimedOut();
+    void shieldPanicked();
+    void shieldYielded();
+    void workoutCompleted(const QString& exercise, qint64 reps);
+    void workoutWebFailed(const QString& detail);
+    void screensLost(const QString& why);
+    // The camera coach's ending.
+    void finishTovin(const QString& exercise, qint64 reps, qint64 cleanReps);
+    // A page's message through its bridge, applied here: the person's files are written here.
+    void pageMessage(PageRole role, const QJsonObject& message);
+    void pageFailed(PageRole role, const QString& detail);
 
-    // The camera coach's ending, its keys, and its panel after a reset.
-    void finishTovin();
-    void refreshPanel();
+    // The data a page boots with (TOVIN_NATIVE), from the settings, the week and the ledger.
+    QJsonObject nativeFor(PageMode mode, bool shown, const std::optional<QString>& blockLabel) const;
+    // A lockout or its countdown is under way: nothing else may interrupt.
+    bool lockoutUnderway() const { return screens_.isUp() || countdown_.isShowing(); }
 
     // Pause and resume (an hour at most); each announced by pausedChanged.
     void pauseAnHour();
@@ -146,11 +132,9 @@ public:
     void setRehearsalOnly(bool on) { rehearsalOnly_ = on; }
 
     CountdownPanel& countdown() { return countdown_; }
-    ShieldController& shield() { return shield_; }
-    WorkoutWebView* workoutWeb() const { return workoutWeb_; }
-    QWidget* prebuiltContent() const { return prebuilt_; }
-    PromiseLedger& ledger() const;
-    void setLedger(PromiseLedger* ledger) { ledger_ = ledger; }
+    Screens& screens() { return screens_; }
+    PromiseLedger& ledger() const { return ledger_; }
+    const QString& scheduleURL() const { return scheduleURL_; }
     UsageWatcher& usage() { return usage_; }
     Clock& clock() { return clock_; }
 
@@ -159,12 +143,18 @@ public:
 
 Q_SIGNALS:
     void pausedChanged(bool paused);
+    // Something the person must be told (a modal box, by default), and the program's end.
+    void alertRequested(const QString& title, const QString& detail);
+    void quitRequested();
+    // The setup window should open (or come forward).
+    void setupWindowWanted();
 
 private:
     void reloadSchedule();
     void onScheduleTimer();
-    bool shieldIsUp() const { return shield_.isUp(); }
-    std::optional<LockoutContent> workoutContent() const;
+    bool shieldIsUp() const { return screens_.isUp(); }
+    std::optional<QString> webRoot() const;
+    std::optional<LockoutPage> workoutPage() const;
     void prebuild();
     void dropPrebuilt();
     void preparedPageFailed(const QString& detail);
@@ -172,18 +162,16 @@ private:
     void journalEnding(const QString& how);
     bool choseCameraCoach() const;
     void record(PromiseRecord promise);
-    QWidget* coachLockout(const QString& workoutID, const LockoutContent& webContent);
-    void coachGaveUp(const QString& reason, const LockoutContent& webContent);
-    void stopCoach();
 
     Clock& clock_;
     IdleSource& idle_;
-    ContentFactory contentFactory_;
+    Screens& screens_;
+    PromiseLedger& ledger_;
+    QString scheduleURL_;
+    BridgeMessages bridge_;
     std::optional<QString> webRoot_;
-    PromiseLedger* ledger_ = nullptr;
     std::optional<Calendar> pinnedCalendar_;
     std::optional<Calendar> systemCalendar_;
-    QString scheduleURL_;
 
     Schedule schedule_;
     FiredSet firedToday_;
@@ -191,6 +179,9 @@ private:
     std::optional<Block> pendingBlock_;
     int snoozesUsed_ = 0;
     bool rehearsalOnly_ = false;
+    bool rehearsing_ = false;
+    bool raised_ = false;
+    bool prepared_ = false;
     std::optional<QDateTime> pausedUntil_;
     std::optional<QDateTime> sleptAt_;
     std::optional<QDateTime> lastTickAt_;
@@ -203,29 +194,10 @@ private:
     std::unique_ptr<Timer> awayTimer_;
     std::unique_ptr<Timer> pauseTimer_;
     std::unique_ptr<Timer> lowerTimer_;
-    QPointer<CoachSession> coach_;
-    QPointer<QWidget> coachContainer_;
-    std::unique_ptr<Speaker> ownSpeaker_;
-    Speaker* speaker_ = nullptr;
-    std::unique_ptr<Coachbox> voice_;
-    QPointer<WorkoutWebView> workoutWeb_;
-    // The lockout's page, built while the countdown runs so it is already rendered when the
-    // shield rises; dropped if the countdown is snoozed or cancelled.
-    QPointer<QWidget> prebuilt_;
-    LockoutContent prebuiltFor_;
-    // The prepared page reports here until the shield shows it: a failure then costs nothing
-    // but the page, which the raise builds again.
-    struct PreparedPageDelegate final : WorkoutWebDelegate {
-        AppController* owner = nullptr;
-        void workoutCompleted(const QString&, qint64) override {}
-        void workoutWebFailed(const QString& detail) override { owner->preparedPageFailed(detail); }
-    } preparedDelegate_;
     QMetaObject::Connection scheduleChanged_;
 
-    ShieldController shield_;
     CountdownPanel countdown_;
     UsageWatcher usage_;
-    QPointer<QWidget> setupWindow_;
 };
 
 } // namespace tovin

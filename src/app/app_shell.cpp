@@ -10,21 +10,14 @@
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 #include "shield/shield_style.h"
+#include "workoutweb/bundle_routes.h"
 
 #include <QApplication>
-#include <QCloseEvent>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QGuiApplication>
-#include <QHBoxLayout>
 #include <QLocalSocket>
-#include <QMessageBox>
-#include <QScreen>
-#include <QShortcut>
-#include <QVBoxLayout>
-#include <QWebEngineView>
 
 #include <cstdio>
 
@@ -32,67 +25,72 @@
 
 namespace tovin {
 
-namespace {
-
-// The setup window: closing it only hides it, and its frame is remembered between launches.
-class SetupWindow final : public QWidget {
-public:
-    std::function<void()> onHidden;
-
-    SetupWindow() {
-        setWindowTitle(QStringLiteral("Tovin"));
-        const QJsonValue saved = Settings::store().value(QStringLiteral("setupWindowGeometry"));
-        if (saved.isString() && restoreGeometry(QByteArray::fromBase64(saved.toString().toLatin1())))
-            return;
-        // 1100 × 860, or as much of it as the screen has, centred.
-        const QScreen* screen = QGuiApplication::primaryScreen();
-        const QRect area = screen ? screen->availableGeometry() : QRect(0, 0, 1100, 860);
-        resize(std::min(1100, area.width()), std::min(860, area.height()));
-        move(area.center() - rect().center());
-    }
-
-protected:
-    void closeEvent(QCloseEvent* event) override {
-        remember();
-        event->ignore();
-        hide();
-    }
-    void hideEvent(QHideEvent* event) override {
-        QWidget::hideEvent(event);
-        if (onHidden)
-            onHidden();
-    }
-
-public:
-    void remember() {
-        Settings::store().setValue(QStringLiteral("setupWindowGeometry"),
-                                   QString::fromLatin1(saveGeometry().toBase64()));
-    }
-};
-
-QLabel* startLabel(QVBoxLayout* column, const QString& text, qreal points, qreal alpha) {
-    auto* label = new QLabel(text);
-    QFont f = label->font();
-    f.setPointSizeF(points);
-    label->setFont(f);
-    label->setWordWrap(true);
-    label->setFixedWidth(480);
-    label->setStyleSheet(whiteAt(alpha));
-    column->addWidget(label);
-    return label;
-}
-
-} // namespace
-
-AppShell::AppShell(Clock& clock, IdleSource& idle, bool launchedForRehearsal, QObject* parent)
-    : QObject(parent), controller_(clock, idle), launchedForRehearsal_(launchedForRehearsal) {
-    controller_.openSetupWindow = [this] { openSetupWindow(); };
-    controller_.hideSetupWindow = [this] { hideSetupWindow(); };
+AppShell::AppShell(Clock& clock, IdleSource& idle, Screens& screens, bool launchedForRehearsal, QObject* parent)
+    : QObject(parent), screens_(screens), ledger_(PromiseLedger::shared()),
+      controller_({clock, idle, screens, ledger_, QString()}), launchedForRehearsal_(launchedForRehearsal) {
+    // Everything that happens to the shell is wired here, once.
+    connect(&controller_, &AppController::setupWindowWanted, this, &AppShell::openSetupWindow);
+    connect(&controller_, &AppController::alertRequested, this, &AppShell::alert);
+    connect(&controller_, &AppController::quitRequested, this, &AppShell::quit);
     connect(&controller_, &AppController::pausedChanged, this, [this] {
         refreshTrayIcon();
         refreshSetupStrip();
     });
-    connect(&controller_.shield(), &ShieldController::quitAsked, qApp, &QCoreApplication::quit);
+    connect(&updates_, &UpdateDialogs::alertRequested, this, &AppShell::alert);
+    connect(&screens_, &Screens::actionChosen, this, &AppShell::chosen);
+    connect(&screens_, &Screens::quitAsked, qApp, &QCoreApplication::quit);
+}
+
+void AppShell::chosen(const QString& action, const QString& value) {
+    if (action == u"lock")
+        lockNow(false);
+    else if (action == u"rehearse")
+        lockNow(true);
+    else if (action == u"pause") {
+        if (controller_.pausedUntil())
+            controller_.resumeWatching();
+        else
+            controller_.pauseAnHour();
+        refreshSetupStrip();
+    } else if (action == u"login")
+        toggleLaunchAtLogin();
+    else if (action == u"quit")
+        QCoreApplication::quit();
+    else if (action == u"begin")
+        // The rehearsal comes from the launch switch, not the start window's checkbox.
+        controller_.raiseLockout(launchedForRehearsal_);
+    else if (action == u"setupGeometry")
+        Settings::store().setValue(QStringLiteral("setupWindowGeometry"), value);
+}
+
+void AppShell::alert(const QString& title, const QString& detail) {
+    // Not modal: the schedule keeps ticking while the person reads it.
+    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
+    box->setInformativeText(detail);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::finished, this, [this] {
+        if (quitting_)
+            QMetaObject::invokeMethod(this, &AppShell::quit, Qt::QueuedConnection);
+    });
+    alerts_.append(box);
+    box->show();
+    box->raise();
+    box->activateWindow();
+}
+
+QList<QMessageBox*> AppShell::openAlerts() const {
+    QList<QMessageBox*> open;
+    for (const auto& box : alerts_)
+        if (box && box->isVisible())
+            open.append(box);
+    return open;
+}
+
+void AppShell::quit() {
+    // What made Tovin end is said first: the program ends once the person has read it.
+    quitting_ = true;
+    if (openAlerts().isEmpty())
+        QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
 QIcon AppShell::trayIconNow() const {
@@ -107,10 +105,8 @@ void AppShell::refreshTrayIcon() {
 
 AppShell::~AppShell() {
     SaveFailures::setNotifier(nullptr);
-    if (auto* w = static_cast<SetupWindow*>(setupWindow_.data()))
-        w->remember();
-    delete setupWindow_;
-    delete startWindow_;
+    for (const auto& box : alerts_)
+        delete box;
 }
 
 QString AppShell::instanceName() {
@@ -162,7 +158,7 @@ bool AppShell::claimSingleInstance(bool standInAsWatcher) {
                     s->flush();
                     // Launching Tovin again brings the setup window forward, but never over a
                     // lockout or a rehearsal: there it would take the keyboard from the shield.
-                    if (!controller_.shield().isUp())
+                    if (!controller_.screens().isUp())
                         openSetupWindow();
                     s->disconnectFromServer();
                 });
@@ -267,7 +263,7 @@ void AppShell::rebuildMenu(QMenu* menu) {
 void AppShell::toggleLaunchAtLogin() {
     const int status = LaunchAtLogin::set(!LaunchAtLogin::isOn());
     if (status == LaunchAtLogin::Blocked)
-        controller_.showAlert(LaunchAtLogin::blockedTitle(), LaunchAtLogin::blockedDetail());
+        alert(LaunchAtLogin::blockedTitle(), LaunchAtLogin::blockedDetail());
     refreshSetupStrip();
 }
 
@@ -275,119 +271,32 @@ void AppShell::checkForUpdates(bool quietly) {
     updates_.checkForUpdates(quietly);
 }
 
-QWidget* AppShell::buildSetupStrip(QWidget* parent) {
-    auto* strip = new QWidget(parent);
-    strip->setObjectName(QStringLiteral("menuStrip"));
-    // A band of the page's panel colour with a hairline under it, so the strip reads as the
-    // page's own header.
-    strip->setAttribute(Qt::WA_StyledBackground);
-    strip->setStyleSheet(QStringLiteral(
-        "#menuStrip { background: #121821; border-bottom: 1px solid #243041; }"
-        "#menuStrip QLabel { color: #e8ecf1; }"));
-    auto* row = new QHBoxLayout(strip);
-    row->setContentsMargins(14, 8, 14, 8);
-    auto* lines = new QVBoxLayout;
-    stripStatus_ = new QLabel(strip);
-    stripStanding_ = new QLabel(strip);
-    QFont bold = stripStatus_->font();
-    bold.setBold(true);
-    stripStatus_->setFont(bold);
-    lines->addWidget(stripStatus_);
-    lines->addWidget(stripStanding_);
-    row->addLayout(lines, 1);
-    auto button = [&](const QString& text, auto slot) {
-        auto* b = new QPushButton(text, strip);
-        connect(b, &QPushButton::clicked, this, slot);
-        row->addWidget(b);
-        return b;
-    };
-    button(QStringLiteral("Lock Me Out Now"), [this] { lockNow(false); });
-    button(QStringLiteral("Rehearse Lockout (safe)"), [this] { lockNow(true); });
-    stripPause_ = button(QStringLiteral("Pause for an hour"), [this] {
-        if (controller_.pausedUntil())
-            controller_.resumeWatching();
-        else
-            controller_.pauseAnHour();
-        refreshSetupStrip();
-    });
-    stripLogin_ = new QCheckBox(QStringLiteral("Open at Login"), strip);
-    connect(stripLogin_, &QCheckBox::clicked, this, [this] { toggleLaunchAtLogin(); });
-    row->addWidget(stripLogin_);
-    button(QStringLiteral("Quit Tovin"), [] { QCoreApplication::quit(); });
-    return strip;
+SetupStrip AppShell::strip() {
+    const int status = LaunchAtLogin::status();
+    return {controller_.statusLine(),         controller_.standingLine(),      controller_.pausedUntil().has_value(),
+            LaunchAtLogin::menuTitle(status), status == LaunchAtLogin::Enabled, status == LaunchAtLogin::Blocked};
 }
 
 void AppShell::refreshSetupStrip() {
-    if (!stripStatus_)
-        return;
-    stripStatus_->setText(controller_.statusLine());
-    stripStanding_->setText(controller_.standingLine());
-    stripPause_->setText(controller_.pausedUntil() ? QStringLiteral("Resume watching")
-                                                   : QStringLiteral("Pause for an hour"));
-    const int status = LaunchAtLogin::status();
-    stripLogin_->setText(LaunchAtLogin::menuTitle(status));
-    stripLogin_->setChecked(status == LaunchAtLogin::Enabled);
-    stripLogin_->setEnabled(status != LaunchAtLogin::Blocked);
+    if (screens_.setupIsVisible())
+        screens_.updateStrip(strip());
 }
 
 void AppShell::openSetupWindow() {
-    const auto root = WorkoutWebView::bundledRoot();
+    const auto root = BundleRoutes::bundledRoot();
     if (!root) {
         controller_.explainAndQuit(QStringLiteral("Workout UI is missing."),
                                    QStringLiteral("Rebuild with ./scripts/run.sh, which stages the "
                                                   "web app beside the app."));
         return;
     }
-    // The page is made whenever the window opens and dropped when it closes: a browser engine
-    // holds hundreds of megabytes and must not stay resident while nothing shows it.
-    auto ensurePage = [this, &root] {
-        if (setupWeb_)
-            return;
-        setupWeb_ = new WorkoutWebView(*root, WorkoutWebView::Mode::Setup, std::nullopt,
-                                       controller_.clock(), setupWindow_);
-        setupWeb_->setDelegate(&controller_);
-        static_cast<QVBoxLayout*>(setupWindow_->layout())->addWidget(setupWeb_, 1);
-    };
-    if (setupWindow_) {
-        ensurePage();
-        refreshSetupStrip();
-        setupWindow_->show();
-        setupWindow_->raise();
-        setupWindow_->activateWindow();
-        setupWeb_->webView()->setFocus(Qt::OtherFocusReason);
-        return;
+    const QJsonValue frame = Settings::store().value(QStringLiteral("setupWindowGeometry"));
+    screens_.openSetup(*root, controller_.nativeFor(PageMode::Setup, true, std::nullopt), strip(),
+                       frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1()) : QByteArray());
+    if (!stripTimer_) {
+        stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
+        stripTimer_->start(15, true);
     }
-    auto* window = new SetupWindow;
-    window->onHidden = [this] {
-        if (setupWeb_)
-            setupWeb_->deleteLater();
-        setupWeb_ = nullptr;
-    };
-    auto* column = new QVBoxLayout(window);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(0);
-    column->addWidget(buildSetupStrip(window));
-    setupWindow_ = window;
-    ensurePage();
-    // The menu's keys, for desktops where there is no tray to hold them.
-    auto shortcut = [&](const char* keys, auto slot) {
-        connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), window), &QShortcut::activated, this, slot);
-    };
-    shortcut("Ctrl+L", [this] { lockNow(false); });
-    shortcut("Ctrl+Shift+L", [this] { lockNow(true); });
-    shortcut("Ctrl+Q", [] { QCoreApplication::quit(); });
-    shortcut("Ctrl+W", [this] { setupWindow_->close(); });
-    controller_.setSetupWindow(window);
-    stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
-    stripTimer_->start(15, true);
-    refreshSetupStrip();
-    window->show();
-    window->raise();
-    window->activateWindow();
-    // The page has the keyboard, not the strip: Space scrolls the page and never presses
-    // "Lock Me Out Now".
-    if (setupWeb_)
-        setupWeb_->webView()->setFocus(Qt::OtherFocusReason);
 }
 
 void AppShell::lockNow(bool rehearsal) {
@@ -397,62 +306,10 @@ void AppShell::lockNow(bool rehearsal) {
     controller_.raiseLockout(rehearsal);
 }
 
-void AppShell::hideSetupWindow() {
-    if (setupWindow_)
-        setupWindow_->hide();
-}
-
-void AppShell::buildStartWindow() {
-    auto* window = new QWidget;
-    window->setWindowTitle(QStringLiteral("Tovin"));
-    auto* column = new QVBoxLayout(window);
-    column->setContentsMargins(40, 28, 40, 28);
-    column->setSpacing(14);
+void AppShell::showStartWindow() {
     const PromiseLedger& ledger = controller_.ledger();
-    startLabel(column, QStringLiteral("This takes over every screen."), 22, 1.0);
-    startLabel(column,
-               u"It lifts when you finish the workout. To get out early: type “" +
-                   Settings::escapePhrase() +
-                   u"”, or press Esc ×3 — either counts as a broken promise.",
-               13, 0.6);
-    startLabel(column,
-               u"If anything goes wrong, press Esc ×5 — the shield drops at once and nothing is "
-               u"logged. It also releases itself after " +
-                   QString::number(qint64(Settings::maxShieldMinutes())) + u" minutes regardless.",
-               12, 0.45);
-    startLabel(column,
-               QStringLiteral("Pick your workout on the next screen — all 70 exercises, presets "
-                              "and custom circuits."),
-               12, 0.4);
-    startLabel(column, controller_.standingLine(), 15, 0.9);
-    if (ledger.streak() < ledger.longestStreak())
-        startLabel(column, u"Best run: " + QString::number(ledger.longestStreak()), 12, 0.45);
-    startLabel(column, QStringLiteral("Nothing is recorded. No camera, no account needed."), 12, 0.4);
-    auto* rehearse = new QCheckBox(QStringLiteral("Rehearsal — run in a window, don't touch my screen"));
-    rehearse->setStyleSheet(whiteAt(0.9));
-    rehearse->setChecked(launchedForRehearsal_);
-    column->addWidget(rehearse);
-    // A word joiner after the hyphen keeps "Ctrl-Q" on one line; it draws nothing.
-    startLabel(column,
-               QStringLiteral("Same escape code, same hold button — in a window, with Ctrl-\u2060Q "
-                              "always working."),
-               11, 0.35);
-    auto* begin = new QPushButton(launchedForRehearsal_ ? QStringLiteral("Begin rehearsal")
-                                                        : QStringLiteral("Begin"));
-    begin->setDefault(true);
-    begin->setAutoDefault(true);
-    column->addWidget(begin, 0, Qt::AlignLeft);
-    connect(rehearse, &QCheckBox::toggled, begin, [begin](bool on) {
-        begin->setText(on ? QStringLiteral("Begin rehearsal") : QStringLiteral("Begin"));
-    });
-    // The rehearsal comes from the launch switch, not the checkbox: deliberately so.
-    connect(begin, &QPushButton::clicked, this, [this] { controller_.raiseLockout(launchedForRehearsal_); });
-    window->adjustSize();
-    if (const QScreen* screen = QGuiApplication::primaryScreen())
-        window->move(screen->availableGeometry().center() - window->rect().center());
-    window->show();
-    window->raise();
-    startWindow_ = window;
+    screens_.showStart({Settings::escapePhrase(), int(Settings::maxShieldMinutes()), controller_.standingLine(),
+                        ledger.streak(), ledger.longestStreak(), launchedForRehearsal_});
 }
 
 } // namespace tovin

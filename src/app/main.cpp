@@ -1,5 +1,6 @@
 #include "app/app_shell.h"
 #include "app/launch_switches.h"
+#include "app/screen_helper.h"
 #include "app/self_test.h"
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
@@ -8,7 +9,6 @@
 #include "journal/diagnostics.h"
 #include "updater/dry_run.h"
 #include "updater/updater.h"
-#include "workoutweb/bundle_scheme_handler.h"
 
 #include <QApplication>
 #include <QTextStream>
@@ -87,8 +87,6 @@ int main(int argc, char* argv[]) {
         break;
     }
 
-    BundleSchemeHandler::registerScheme();
-    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tovin"));
     QApplication::setApplicationVersion(QStringLiteral(TOVIN_VERSION));
@@ -102,7 +100,9 @@ int main(int argc, char* argv[]) {
 
     CallDetector::setProbe(createPlatformCallProbe());
     const auto idle = createPlatformIdleSource();
-    AppShell shell(Clock::system(), *idle, mode == LaunchMode::Rehearse);
+    // Everything that draws more than a notice lives in the screen helper, started when needed.
+    ScreenHelper screens(Clock::system());
+    AppShell shell(Clock::system(), *idle, screens, mode == LaunchMode::Rehearse);
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 
@@ -110,7 +110,7 @@ int main(int argc, char* argv[]) {
     std::unique_ptr<SleepWatcher> sleep;
     switch (mode) {
     case LaunchMode::LayoutCheck:
-        shell.buildStartWindow();
+        shell.showStartWindow();
         break;
     case LaunchMode::ProbeCall:
         probeCall(app, probeTimer);

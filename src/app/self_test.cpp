@@ -1,6 +1,7 @@
 #include "app/self_test.h"
 
 #include "app/app_controller.h"
+#include "app/screen_helper.h"
 #include "core/atomic_file.h"
 #include "core/manual_clock.h"
 #include "guards/call_detector.h"
@@ -11,13 +12,13 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QKeyEvent>
 #include <QTemporaryDir>
 #include <QTimeZone>
-#include <QWebEnginePage>
 
 #include <cstdio>
 #include <functional>
+
+#include <csignal>
 
 namespace tovin {
 
@@ -29,15 +30,6 @@ public:
     double secondsSinceLastInput() override { return 0; }
     QString name() const override { return QStringLiteral("self-check"); }
 };
-
-// True once the lockout's page has finished loading (connected right after the raise: a
-// page takes tens of milliseconds to load, in another process).
-std::shared_ptr<bool> watchLoad(AppController& c) {
-    auto loaded = std::make_shared<bool>(false);
-    if (WorkoutWebView* web = c.workoutWeb())
-        QObject::connect(web->page(), &QWebEnginePage::loadFinished, web, [loaded] { *loaded = true; });
-    return loaded;
-}
 
 // Lets the real event loop run (web pages load in another process) until `done` or a timeout.
 bool waitFor(const std::function<bool()>& done, int ms = 20000) {
@@ -92,73 +84,72 @@ int runSelfTest() {
     int setupOpened = 0;
     int terminated = 0;
     {
-        AppController c(clock, idle);
+        // The real screen helper, drawing offscreen; this side keeps a hand-moved clock.
+        ScreenHelper screens(clock);
+        AppController c({clock, idle, screens, ledger, schedule});
         c.setCalendar(Calendar::utc());
-        c.setScheduleURL(schedule);
-        c.setLedger(&ledger);
         c.setRehearsalOnly(true);
-        c.openSetupWindow = [&] { ++setupOpened; };
-        c.terminate = [&] { ++terminated; };
-        c.showAlert = [](const QString& title, const QString& detail) {
+        QObject::connect(&c, &AppController::setupWindowWanted, [&] { ++setupOpened; });
+        QObject::connect(&c, &AppController::quitRequested, [&] { ++terminated; });
+        QObject::connect(&c, &AppController::alertRequested, [](const QString& title, const QString& detail) {
             std::printf("alert (suppressed under --self-test): %s — %s\n", qPrintable(title), qPrintable(detail));
-        };
+        });
+        bool preparedLoaded = false;
+        bool covered = false;
+        QObject::connect(&screens, &Screens::pageLoaded, [&](PageRole role) {
+            preparedLoaded = preparedLoaded || role == PageRole::Prepared;
+        });
+        QObject::connect(&screens, &ScreenHelper::covered, [&](bool up) { covered = up; });
         CountdownPanel::offscreenForTests = true;
 
         c.startScheduleWatch();
         suite.check("a due block starts the countdown, not the shield",
-                    c.countdown().isShowing() && !c.shield().isUp());
+                    c.countdown().isShowing() && !screens.isUp());
+        suite.check("the screen helper prepares the workout page behind the countdown",
+                    waitFor([&] { return preparedLoaded; }));
         clock.advance(10);
         suite.check("the countdown's end raises the lockout (a rehearsal) and serves the block",
-                    c.shield().isUp() && c.shield().isRehearsal() &&
-                        c.firedToday().contains(QStringLiteral("09:00|Self-check|workout")));
-        c.shield().moveOffscreenForTests();
-        const auto workoutLoaded = watchLoad(c);
-        suite.check("the workout page loads in the lockout", waitFor([&] { return *workoutLoaded; }));
+                    screens.isUp() && screens.isRehearsal() &&
+                        c.firedToday().contains(QStringLiteral("09:00|Self-check|workout")) &&
+                        waitFor([&] { return covered; }));
         c.workoutCompleted(QStringLiteral("Two-Minute Spark"), 22);
         clock.advance(3.1);
         suite.check("a completed rehearsal records nothing, says so, lowers and stands down",
-                    ledger.records().isEmpty() && !c.shield().isUp() && c.lockoutIsOver() &&
-                        setupOpened == 1 &&
+                    ledger.records().isEmpty() && !screens.isUp() && c.lockoutIsOver() && setupOpened == 1 &&
                         Journal::tail(5).join(u'\n').contains(u"rehearsal — Two-Minute Spark not recorded"));
+        suite.check("with nothing to show, the screen helper ends",
+                    waitFor([&] { return !screens.isRunning(); }, 8000));
 
         c.setRehearsalOnly(false);
         c.raiseLockout(false);
-        c.shield().moveOffscreenForTests();
         c.workoutCompleted(QStringLiteral("Two-Minute Spark"), 22);
         clock.advance(3.1);
         suite.check("a completed real lockout records one promise kept",
                     ledger.records().size() == 1 &&
                         ledger.records()[0].outcome == PromiseRecord::Outcome::Tovin &&
-                        ledger.records()[0].reps == 22 && !c.shield().isUp());
+                        ledger.records()[0].reps == 22 && !screens.isUp());
 
         c.setRehearsalOnly(true);
+        covered = false;
         c.raiseLockout(true);
-        clock.advance(Settings::maxShieldMinutes() * 60);
-        suite.check("the safety valve lowers the shield after its limit", !c.shield().isUp() &&
-                                                                              c.lockoutIsOver());
+        waitFor([&] { return covered; });
+        clock.advance(Settings::maxShieldMinutes() * 60 + ScreenHelper::valveGrace);
+        suite.check("a shield still up past the safety valve is ended from here", !screens.isUp() &&
+                                                                                     c.lockoutIsOver() &&
+                                                                                     !screens.isRunning());
 
+        covered = false;
         c.raiseLockout(true);
-        for (int i = 0; i < 5; ++i) {
-            QKeyEvent esc(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
-            c.shield().handle(&esc);
-            clock.advance(0.2);
-        }
-        suite.check("Esc five times drops the shield at once and ends the app",
-                    !c.shield().isUp() && terminated == 1 && ledger.records().size() == 1);
-
-        const QString blank = dir.filePath(QStringLiteral("blank-web"));
-        writeFileAtomically(blank + u"/index.html", "<!doctype html><body> </body>");
-        c.setWebRoot(blank);
-        c.raiseLockout(true);
-        c.shield().moveOffscreenForTests();
-        const auto blankLoaded = watchLoad(c);
-        waitFor([&] { return *blankLoaded; });
-        clock.advance(15);
-        suite.check("a page that renders nothing releases the screen",
-                    waitFor([&] { return !c.shield().isUp(); }) && ledger.records().size() == 1);
+        const bool up = waitFor([&] { return covered; });
+        if (const qint64 pid = screens.helperPid(); pid > 0)
+            ::kill(pid_t(pid), SIGKILL);
+        suite.check("a screen helper killed mid-lockout releases it, says so, records nothing",
+                    up && waitFor([&] { return !screens.isUp(); }) && c.lockoutIsOver() &&
+                        ledger.records().size() == 1 &&
+                        Journal::tail(5).join(u'\n').contains(u"released — the screen helper"));
+        suite.check("nothing ended Tovin", terminated == 0);
     }
 
-    // Pages go before the browser profile they belong to.
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     Journal::setClock(nullptr);
     Journal::setOverrideURL(std::nullopt);

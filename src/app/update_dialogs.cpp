@@ -21,7 +21,7 @@ const QString notInstalled = QStringLiteral("The update wasn't installed.");
 
 UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
     : QObject(parent), controller_(controller) {
-    quitting = [this] { controller_.terminate(); };
+    quitting = [this] { Q_EMIT controller_.quitRequested(); };
 }
 
 void UpdateDialogs::checkForUpdates(bool quietly) {
@@ -29,7 +29,7 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
     // skipped, and the menu's check says where updates come from instead.
     if (!Updater::hasReleaseFeed()) {
         if (!quietly)
-            controller_.showAlert(
+            Q_EMIT alertRequested(
                 QStringLiteral("This copy of Tovin gets its updates elsewhere."),
                 QStringLiteral("It was built without a release feed, so it never checks for "
                                "updates itself. Update it the same way you installed it."));
@@ -42,19 +42,19 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
             break;
         case Updater::Status::UpToDate:
             if (!quietly)
-                controller_.showAlert(QStringLiteral("Tovin is up to date."),
+                Q_EMIT alertRequested(QStringLiteral("Tovin is up to date."),
                                       u"You're running version " + Updater::currentVersion() + u'.');
             break;
         case Updater::Status::Failed:
             if (!quietly)
-                controller_.showAlert(QStringLiteral("Couldn't check for updates."), status.message);
+                Q_EMIT alertRequested(QStringLiteral("Couldn't check for updates."), status.message);
             break;
         }
     });
 }
 
 void UpdateDialogs::offer(const Updater::Release& release) {
-    if (controller_.shield().isUp() || controller_.countdown().isShowing()) {
+    if (controller_.lockoutUnderway()) {
         Journal::note(QStringLiteral("update"), release.version + u" offered later — a lockout is in progress");
         return;
     }
@@ -135,14 +135,14 @@ void UpdateDialogs::download(const Updater::Release& release) {
 
 void UpdateDialogs::fetched(const Updater::Release&, const Updater::Fetched& result) {
     if (result.failure) {
-        controller_.showAlert(notInstalled, result.failure->message);
+        Q_EMIT alertRequested(notInstalled, result.failure->message);
         Q_EMIT fetchEnded();
         return;
     }
     const auto failure = Updater::install(result.newApp, result.workingFolder, quitting,
                                           installTarget.value_or(Updater::runningCopy()));
     if (failure)
-        controller_.showAlert(notInstalled, failure->message);
+        Q_EMIT alertRequested(notInstalled, failure->message);
     Q_EMIT fetchEnded();
 }
 

@@ -36,6 +36,8 @@ public:
     QProgressBar* progressBar() const { return bar_; }
 
 Q_SIGNALS:
+    // Something the person must be told (the result of a check, a refusal).
+    void alertRequested(const QString& title, const QString& detail);
     // A fetch ended one way or the other (installed, refused, or cancelled).
     void fetchEnded();
 

@@ -243,16 +243,6 @@ CoachSession::~CoachSession() {
     stop();
 }
 
-std::unique_ptr<ExerciseCoach> CoachSession::coachFor(const QString& workoutID) {
-    if (workoutID == u"coach:squats")
-        return std::make_unique<SquatCoach>();
-    if (workoutID == u"coach:jacks")
-        return std::make_unique<JumpingJackCoach>();
-    if (workoutID == u"coach:pushups")
-        return std::make_unique<PushupCoach>();
-    return nullptr;
-}
-
 void CoachSession::start(std::unique_ptr<ExerciseCoach> coach) {
     coach_ = std::move(coach);
     view_->setCoach(coach_->name());

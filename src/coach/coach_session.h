@@ -131,10 +131,6 @@ public:
                  Coachbox& voice, int requiredCleanReps, QObject* parent = nullptr);
     ~CoachSession() override;
 
-    // "coach:squats", "coach:jacks", "coach:pushups" → the coach; none for anything else.
-    static std::unique_ptr<ExerciseCoach> coachFor(const QString& workoutID);
-    static bool isCoachWorkout(const QString& workoutID) { return coachFor(workoutID) != nullptr; }
-
     void start(std::unique_ptr<ExerciseCoach> coach);
     void stop();
     void switchCoach(std::unique_ptr<ExerciseCoach> coach);

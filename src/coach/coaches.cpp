@@ -326,4 +326,14 @@ CoachOutput PushupCoach::depthCueFor(double elbow) const {
     return out(QStringLiteral("Good depth — press"));
 }
 
+std::unique_ptr<ExerciseCoach> coachForWorkout(const QString& workoutID) {
+    if (workoutID == u"coach:squats")
+        return std::make_unique<SquatCoach>();
+    if (workoutID == u"coach:jacks")
+        return std::make_unique<JumpingJackCoach>();
+    if (workoutID == u"coach:pushups")
+        return std::make_unique<PushupCoach>();
+    return nullptr;
+}
+
 } // namespace tovin

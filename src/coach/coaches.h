@@ -2,6 +2,8 @@
 
 #include "coach/pose_frame.h"
 
+#include <memory>
+
 namespace tovin {
 
 // Squats, facing the camera: depth from the knee angle, forward lean of the torso, knees
@@ -87,5 +89,10 @@ private:
     double minElbow_ = 180, worstBodyLine_ = 180;
     bool sagged_ = false;
 };
+
+// The coach a lockout workout names ("coach:squats", "coach:jacks", "coach:pushups"); none for a
+// workout of the web app.
+std::unique_ptr<ExerciseCoach> coachForWorkout(const QString& workoutID);
+inline bool isCoachWorkout(const QString& workoutID) { return coachForWorkout(workoutID) != nullptr; }
 
 } // namespace tovin

@@ -148,7 +148,22 @@ void writeLocked(JournalState& s, const QString& tag, const QString& message, bo
 
 } // namespace
 
+namespace {
+std::function<void(const QString&, const QString&)>& forwarded() {
+    static std::function<void(const QString&, const QString&)> forward;
+    return forward;
+}
+} // namespace
+
+void setForward(std::function<void(const QString& tag, const QString& message)> forward) {
+    forwarded() = std::move(forward);
+}
+
 void note(const QString& tag, const QString& message) {
+    if (const auto& forward = forwarded()) {
+        forward(tag, message);
+        return;
+    }
     const QString text = bounded(message);
     toSystemLog(tag, text);
     JournalState& s = journal();

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 namespace tovin {
@@ -40,6 +41,10 @@ QString url();
 std::optional<QString> overrideURL();
 // Points the journal somewhere else (the self-check uses a throw-away file); none restores it.
 void setOverrideURL(const std::optional<QString>& path);
+
+// In a process that only draws, notes go to the process that keeps the journal instead of the
+// file: one writer, so rotation never races another process. None restores the file.
+void setForward(std::function<void(const QString& tag, const QString& message)> forward);
 
 // Forgets what state() last wrote for every tag.
 void resetForTesting();

@@ -174,8 +174,7 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
     hintTimer_ = clock_.singleShot(Settings::hintDelay(), [this] { revealHint(); });
     safetyTimer_ = clock_.singleShot(valveMinutes_ * 60.0, [this] {
         lower();
-        if (delegate_)
-            delegate_->shieldTimedOut();
+        Q_EMIT timedOut();
     });
 }
 
@@ -309,8 +308,7 @@ bool ShieldController::enforceValve(const QDateTime& now) {
                       QString::number(qint64(upSeconds / 60.0)) + u" min, limit " +
                       QString::number(qint64(valveMinutes_)) + u" min");
     lower();
-    if (delegate_)
-        delegate_->shieldTimedOut();
+    Q_EMIT timedOut();
     return true;
 }
 
@@ -318,15 +316,13 @@ void ShieldController::yieldNow() {
     if (!up_)
         return;
     lower();
-    if (delegate_)
-        delegate_->shieldYielded();
+    Q_EMIT yielded();
 }
 
 void ShieldController::panic() {
     escapeTaps_.clear();
     lower();
-    if (delegate_)
-        delegate_->shieldPanicked();
+    Q_EMIT panicked();
 }
 
 void ShieldController::lower() {
@@ -388,8 +384,7 @@ void ShieldController::showEscape() {
     };
     view->onBreak = [this](std::optional<PromiseRecord::Reason> reason) {
         lower();
-        if (delegate_)
-            delegate_->shieldWasBroken(reason);
+        Q_EMIT wasBroken(reason);
     };
     mainWindow_->setOverlay(view);
     view->begin();
@@ -439,8 +434,7 @@ bool ShieldController::handle(QKeyEvent* event) {
         showEscape();
         return true;
     }
-    if (delegate_)
-        delegate_->shieldKeyPressed(characters);
+    Q_EMIT keyPressed(characters);
     return true;
 }
 

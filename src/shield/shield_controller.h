@@ -23,18 +23,6 @@ namespace tovin {
 
 class ShieldWindow;
 
-// How a shield ends, told to whoever runs the lockout. The shield never decides what an ending
-// means for the ledger.
-class ShieldDelegate {
-public:
-    virtual ~ShieldDelegate() = default;
-    virtual void shieldWasBroken(std::optional<PromiseRecord::Reason> reason) = 0;
-    virtual void shieldTimedOut() = 0;
-    virtual void shieldPanicked() = 0;
-    virtual void shieldYielded() = 0;
-    virtual void shieldKeyPressed(const QString& key) = 0;
-};
-
 // The lockout itself: one opaque window over every display, above everything, owning the
 // keyboard until the promise is kept or the person leaves by a designed way out: the escape
 // phrase or three Esc taps (the break warning), five Esc taps (panic), the safety valve, or the
@@ -51,8 +39,6 @@ public:
     explicit ShieldController(Clock& clock, QObject* parent = nullptr);
     ~ShieldController() override;
 
-    // The delegate must outlive the shield (the controller that owns the shield is it).
-    void setDelegate(ShieldDelegate* delegate) { delegate_ = delegate; }
     // Where the break warning's standing sentence comes from (the shared ledger by default).
     void setStandingSource(std::function<QString()> source) { standing_ = std::move(source); }
 
@@ -81,6 +67,14 @@ public:
     bool ownsKeyboard() const { return keyboardGrabbed_; }
 
 Q_SIGNALS:
+    // How the shield ended, told to whoever runs the lockout: the shield never decides what an
+    // ending means for the ledger. Each comes after the screens are back.
+    void wasBroken(std::optional<tovin::PromiseRecord::Reason> reason);
+    void timedOut();
+    void panicked();
+    void yielded();
+    // A key typed over the shield that no escape route took (the camera coach's keys).
+    void keyPressed(const QString& key);
     // The shield went up (true) or came down (false).
     void upChanged(bool up);
     // Ctrl-Q in a rehearsal: the rehearsal window promises it always quits.
@@ -101,7 +95,6 @@ private:
     void panic();
 
     Clock& clock_;
-    ShieldDelegate* delegate_ = nullptr;
     std::function<QString()> standing_;
 
     QList<QPointer<ShieldWindow>> windows_;

@@ -1,5 +1,6 @@
 #include "workoutweb/bundle_routes.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -71,9 +72,6 @@ QByteArray mimeType(const QString& fileName) {
     return "application/octet-stream";
 }
 
-} // namespace tovin::BundleRoutes
-
-namespace tovin::BundleRoutes {
 
 Answer answer(const QString& root, const QString& host, const QString& urlPath) {
     auto make = [](int status, QByteArray type, QByteArray body) {
@@ -94,6 +92,18 @@ Answer answer(const QString& root, const QString& host, const QString& urlPath) 
     if (f.error() != QFileDevice::NoError)
         return make(404, QByteArrayLiteral("text/plain"), QByteArrayLiteral("unreadable"));
     return make(200, mimeType(*file), std::move(body));
+}
+
+std::optional<QString> bundledRoot() {
+    QStringList candidates{QCoreApplication::applicationDirPath() + u"/../share/tovin/web"};
+#ifdef TOVIN_STAGED_WEB_DIR
+    candidates.append(QStringLiteral(TOVIN_STAGED_WEB_DIR));
+#endif
+    for (const QString& dir : candidates) {
+        if (QFileInfo(dir + u"/index.html").isFile())
+            return QDir::cleanPath(dir);
+    }
+    return std::nullopt;
 }
 
 } // namespace tovin::BundleRoutes

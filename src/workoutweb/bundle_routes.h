@@ -37,5 +37,9 @@ struct Answer {
 };
 Answer answer(const QString& root, const QString& host, const QString& urlPath);
 
+// The installed web app (share/tovin/web beside bin/), else the build tree's staged copy; none
+// when neither holds an index.html.
+std::optional<QString> bundledRoot();
+
 } // namespace BundleRoutes
 } // namespace tovin

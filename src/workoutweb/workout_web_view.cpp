@@ -1,10 +1,6 @@
 #include "workoutweb/workout_web_view.h"
 
-#include "core/json_values.h"
 #include "core/paths.h"
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings.h"
 #include "workoutweb/bundle_routes.h"
 #include "workoutweb/bundle_scheme_handler.h"
 
@@ -25,8 +21,6 @@
 #include <QWebEngineUrlRequestInterceptor>
 #include <QWebEngineView>
 
-#include <algorithm>
-#include <cstdio>
 
 #include <csignal>
 #include <unistd.h>
@@ -39,7 +33,7 @@ class WorkoutBridge final : public QObject {
 public:
     explicit WorkoutBridge(WorkoutWebView* view) : QObject(view), view_(view) {}
     Q_INVOKABLE void post(const QVariantMap& message) {
-        view_->handle(QJsonObject::fromVariantMap(message));
+        Q_EMIT view_->message(QJsonObject::fromVariantMap(message));
     }
 
 private:
@@ -74,28 +68,6 @@ protected:
 BundleSchemeHandler* schemeHandler() {
     static BundleSchemeHandler* handler = new BundleSchemeHandler(QString(), qApp);
     return handler;
-}
-
-// A JavaScript string literal: JSON's, which escapes quotes, backslashes and control
-// characters; U+2028 and U+2029 are escaped too for engines that predate their allowance.
-QString jsString(const QString& text) {
-    QString literal = QString::fromUtf8(
-        QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact));
-    literal = literal.mid(1, literal.size() - 2);
-    literal.replace(QChar(0x2028), QStringLiteral("\\u2028"));
-    literal.replace(QChar(0x2029), QStringLiteral("\\u2029"));
-    return literal;
-}
-
-// Single-quoted, with backslashes, quotes and line breaks escaped.
-QString jsSingleQuoted(QString text) {
-    text.replace(u'\\', QStringLiteral("\\\\"));
-    text.replace(u'\'', QStringLiteral("\\'"));
-    text.replace(u'\n', QStringLiteral("\\n"));
-    text.replace(u'\r', QStringLiteral("\\r"));
-    text.replace(QChar(0x2028), QStringLiteral("\\u2028"));
-    text.replace(QChar(0x2029), QStringLiteral("\\u2029"));
-    return u'\'' + text + u'\'';
 }
 
 QString webChannelSource() {
@@ -160,30 +132,6 @@ const char* const bridgeFunctions = R"JS(
 
 } // namespace
 
-QString WorkoutWebView::toString(Mode mode) {
-    switch (mode) {
-    case Mode::Setup:
-        return QStringLiteral("setup");
-    case Mode::Locked:
-        return QStringLiteral("locked");
-    case Mode::Retest:
-        return QStringLiteral("retest");
-    }
-    return {};
-}
-
-std::optional<QString> WorkoutWebView::bundledRoot() {
-    QStringList candidates{QCoreApplication::applicationDirPath() + u"/../share/tovin/web"};
-#ifdef TOVIN_STAGED_WEB_DIR
-    candidates.append(QStringLiteral(TOVIN_STAGED_WEB_DIR));
-#endif
-    for (const QString& dir : candidates) {
-        if (QFileInfo(dir + u"/index.html").isFile())
-            return QDir::cleanPath(dir);
-    }
-    return std::nullopt;
-}
-
 QWebEngineProfile* WorkoutWebView::profile() {
     static QWebEngineProfile* shared = [] {
         auto* p = new QWebEngineProfile(QStringLiteral("Tovin"), qApp);
@@ -199,14 +147,18 @@ QWebEngineProfile* WorkoutWebView::profile() {
     return shared;
 }
 
-WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> blockLabel,
-                               Clock& clock, QWidget* parent, std::optional<Sources> sources,
-                               double renderGrace, bool shown)
-    : QWidget(parent), root_(std::move(root)), mode_(mode), blockLabel_(std::move(blockLabel)),
-      clock_(clock), renderGrace_(renderGrace), shown_(shown) {
-    sources_ = sources.value_or(Sources{ScheduleStore::url(), nullptr});
-    if (!sources_.ledger)
-        sources_.ledger = &PromiseLedger::shared();
+namespace {
+PageMode modeFromNative(const QJsonObject& native) {
+    const QString mode = native.value(u"mode").toString();
+    return mode == u"setup" ? PageMode::Setup : mode == u"retest" ? PageMode::Retest : PageMode::Locked;
+}
+} // namespace
+
+WorkoutWebView::WorkoutWebView(QString root, QJsonObject native, Clock& clock, QWidget* parent,
+                               double renderGrace)
+    : QWidget(parent), root_(std::move(root)), native_(std::move(native)), mode_(modeFromNative(native_)),
+      clock_(clock), renderGrace_(renderGrace), shown_(native_.value(u"shown").toBool(true)) {
+    native_.insert(u"shown", shown_);
 
     schemeHandler()->setRoot(root_);
     auto* page = new ContainedPage(profile(), this);
@@ -239,6 +191,7 @@ WorkoutWebView::WorkoutWebView(QString root, Mode mode, std::optional<QString> b
             loadFailed(info.errorString().isEmpty() ? QStringLiteral("The page failed to load.")
                                                     : info.errorString());
         else if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus) {
+            Q_EMIT loaded();
             startRenderWatchdog();
             startAnswerWatch();
             // A page shown before its document existed (or loaded again since) learns it here.
@@ -329,34 +282,13 @@ QWebEnginePage* WorkoutWebView::page() const {
 }
 
 QString WorkoutWebView::bridgeScript() const {
-    const auto workout = Settings::lockoutWorkoutID();
-    QList<int> weekdays(Settings::activeWeekdays().cbegin(), Settings::activeWeekdays().cend());
-    std::sort(weekdays.begin(), weekdays.end());
-    QStringList days;
-    for (int d : weekdays)
-        days.append(QString::number(d));
-
-    QString native;
-    native += u"window.TOVIN_NATIVE = {\n";
-    native += u"  mode: '" + toString(mode_) + u"',\n";
-    native += u"  shown: " + QString::fromLatin1(shown_ ? "true" : "false") + u",\n";
-    native += u"  lockoutWorkoutId: " +
-              (workout ? jsSingleQuoted(*workout) : QStringLiteral("undefined")) + u",\n";
-    native += u"  blockLabel: " + (blockLabel_ ? jsString(*blockLabel_) : QStringLiteral("null")) +
-              u",\n";
-    native += u"  blocks: " +
-              QString::fromUtf8(ScheduleStore::encodeBlockList(ScheduleStore::load(sources_.schedulePath))) +
-              u",\n";
-    native += u"  schedule: { weekdays: [" + days.join(u", ") +
-              u"], fromMinute: " + QString::number(Settings::activeFromMinute()) +
-              u", toMinute: " + QString::number(Settings::activeToMinute()) +
-              u", triggerAfterMinutes: " + QString::number(Settings::triggerAfterMinutes()) +
-              u" },\n";
-    native += u"  onboarded: " + QString::fromLatin1(Settings::hasOnboarded() ? "true" : "false") +
-              u",\n";
-    native += u"  promises: " + sources_.ledger->asBridgeJSON() + u",\n";
-    native += QString::fromUtf8(bridgeFunctions);
-    native += u"};\n";
+    // The data as JSON, which JavaScript reads as it stands; U+2028 and U+2029 are escaped for
+    // engines that predate their allowance in string literals.
+    QString data = QString::fromUtf8(QJsonDocument(native_).toJson(QJsonDocument::Compact));
+    data.replace(QChar(0x2028), QStringLiteral("\\u2028"));
+    data.replace(QChar(0x2029), QStringLiteral("\\u2029"));
+    const QString native = u"window.TOVIN_NATIVE = Object.assign(" + data + u", {" +
+                           QString::fromUtf8(bridgeFunctions) + u"});\n";
     return QString::fromUtf8(errorCapture) + webChannelSource() + QString::fromUtf8(channelSetup) +
            native;
 }
@@ -380,96 +312,12 @@ void WorkoutWebView::announceShown() {
             "window.dispatchEvent(new CustomEvent('tovin-shown')); } })()"));
 }
 
-void WorkoutWebView::handle(const QJsonObject& message) {
-    const QJsonValue type = message.value(u"type");
-    if (!type.isString())
-        return;
-    const QString kind = type.toString();
-
-    if (kind == u"workoutComplete") {
-        if (!delegate_)
-            return;
-        const QJsonValue exercise = message.value(u"exercise");
-        const qint64 reps = jsonInteger(message.value(u"reps")).value_or(0);
-        delegate_->workoutCompleted(exercise.isString() ? exercise.toString()
-                                                        : QStringLiteral("Workout"),
-                                    reps);
-    } else if (kind == u"promisesSynced") {
-        const QJsonValue text = message.value(u"promises");
-        if (!text.isString())
-            return;
-        const auto merged = PromiseJson::decode(text.toString().toUtf8());
-        if (!merged)
-            return;
-        const bool adopted = sources_.ledger->adopt(*merged);
-        std::printf("[promises] merged %lld record(s) from the account — %s\n",
-                    static_cast<long long>(merged->size()),
-                    adopted ? "adopted" : "ignored, would have shrunk the ledger");
-        std::fflush(stdout);
-    } else if (kind == u"busy") {
-        const QJsonValue reason = message.value(u"reason");
-        const QString why = reason.isString() ? reason.toString() : QString();
-        if (why.isEmpty()) {
-            Settings::setBusyUntil(std::nullopt);
-            Settings::setBusyReason(std::nullopt);
-        } else {
-            Settings::setBusyUntil(clock_.now().addMSecs(qint64(Settings::busyGrace * 1000)));
-            Settings::setBusyReason(why);
-        }
-    } else if (kind == u"setWorkoutPlan") {
-        const QJsonValue text = message.value(u"blocks");
-        if (!text.isString())
-            return;
-        const auto plan = ScheduleStore::decodeBlockList(text.toString().toUtf8());
-        if (!plan)
-            return;
-        const bool saved = ScheduleStore::saveWorkoutPlan(*plan, sources_.schedulePath);
-        std::printf("[schedule] accepted a plan of %lld workout block(s)%s\n",
-                    static_cast<long long>(plan->size()), saved ? "" : " — not saved yet");
-        std::fflush(stdout);
-    } else if (kind == u"saveSettings") {
-        if (const QJsonValue id = message.value(u"lockoutWorkoutId"); id.isString())
-            Settings::setLockoutWorkoutID(id.toString().isEmpty()
-                                              ? std::nullopt
-                                              : std::optional<QString>(id.toString()));
-        if (const QJsonValue days = message.value(u"weekdays"); days.isArray()) {
-            QSet<int> kept;
-            bool allIntegers = true;
-            for (const QJsonValue d : days.toArray()) {
-                const auto day = jsonInteger(d);
-                if (!day) {
-                    allIntegers = false;
-                    break;
-                }
-                if (*day >= 1 && *day <= 7)
-                    kept.insert(int(*day));
-            }
-            if (allIntegers)
-                Settings::setActiveWeekdays(kept);
-        }
-        if (const auto from = jsonInteger(message.value(u"fromMinute"), INT_MIN, INT_MAX))
-            Settings::setActiveFromMinute(int(*from));
-        if (const auto to = jsonInteger(message.value(u"toMinute"), INT_MIN, INT_MAX))
-            Settings::setActiveToMinute(int(*to));
-        if (const auto trigger = jsonReal(message.value(u"triggerAfterMinutes")))
-            Settings::setTriggerAfterMinutes(std::max(5.0, *trigger));
-        if (const QJsonValue onboarded = message.value(u"onboarded"); onboarded.isBool())
-            Settings::setHasOnboarded(onboarded.toBool());
-        if (const auto days = jsonInteger(message.value(u"retestDueInDays"))) {
-            Settings::setRetestDueInDays(*days);
-            Settings::setRetestReportedAt(clock_.now());
-        }
-    }
-    // "saveSchedule" and anything else: ignored. Plans reach the week only as a workout plan.
-}
-
 void WorkoutWebView::loadFailed(const QString& detail) {
     if (failed_)
         return;
     failed_ = true;
     renderWatchdog_.reset();
-    if (delegate_)
-        delegate_->workoutWebFailed(detail);
+    Q_EMIT failed(detail);
 }
 
 void WorkoutWebView::startRenderWatchdog() {

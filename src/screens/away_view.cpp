@@ -1,4 +1,4 @@
-#include "app/away_view.h"
+#include "screens/away_view.h"
 
 #include "shield/shield_style.h"
 

@@ -1,0 +1,354 @@
+#include "app/screen_helper.h"
+
+#include "core/iso_date.h"
+#include "core/paths.h"
+#include "journal/journal.h"
+#include "screens/screen_protocol.h"
+
+#include <QCoreApplication>
+#include <QLocalSocket>
+
+#include <unistd.h>
+
+namespace tovin {
+
+namespace {
+QJsonObject command(const char* name) {
+    return {{QStringLiteral("do"), QString::fromLatin1(name)}};
+}
+} // namespace
+
+ScreenHelper::ScreenHelper(Clock& clock, QString program, QObject* parent)
+    : Screens(parent), clock_(clock), program_(std::move(program)) {
+    server_.setSocketOptions(QLocalServer::UserAccessOption);
+    connect(&server_, &QLocalServer::newConnection, this, &ScreenHelper::accept);
+    // The helper runs in real time whatever clock drives the schedule, so its silence is
+    // measured on a real one.
+    watch_.setInterval(1000);
+    connect(&watch_, &QTimer::timeout, this, &ScreenHelper::checkAlive);
+}
+
+ScreenHelper::~ScreenHelper() {
+    // Closing the socket is the helper's signal to lower everything and end; it gets a moment
+    // for that before QProcess ends it outright.
+    if (socket_)
+        socket_->disconnectFromServer();
+    if (process_) {
+        process_->disconnect(this);
+        process_->waitForFinished(1000);
+    }
+}
+
+QString ScreenHelper::defaultProgram() {
+    return QCoreApplication::applicationDirPath() + u"/tovin-screens";
+}
+
+qint64 ScreenHelper::helperPid() const {
+    return process_ ? process_->processId() : 0;
+}
+
+void ScreenHelper::ensureRunning() {
+    if (process_)
+        return;
+    if (!server_.isListening()) {
+        // In the session's own runtime folder, named for this resident: never shared.
+        const QString name = paths::runtimeDir() + u"/screens-" + QString::number(::getpid()) + u".socket";
+        QLocalServer::removeServer(name);
+        if (!server_.listen(name)) {
+            Journal::note(QStringLiteral("shield"), u"the screen helper has no socket — " + server_.errorString());
+            return;
+        }
+    }
+    auto* p = new QProcess(this);
+    p->setProgram(program_);
+    p->setArguments({QStringLiteral("--connect"), server_.fullServerName()});
+    p->setProcessChannelMode(QProcess::ForwardedChannels);
+    connect(p, &QProcess::finished, this, [this, p](int code, QProcess::ExitStatus status) {
+        if (p == process_)
+            processEnded(status == QProcess::CrashExit ? QStringLiteral("the screen helper crashed")
+                                                       : u"the screen helper ended (code " + QString::number(code) + u')');
+        p->deleteLater();
+    });
+    connect(p, &QProcess::errorOccurred, this, [this, p](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart && p == process_) {
+            processEnded(u"the screen helper could not start — " + p->errorString());
+            p->deleteLater();
+        }
+    });
+    process_ = p;
+    greeted_ = false;
+    lastHeard_.start();
+    watch_.start();
+    p->start();
+}
+
+void ScreenHelper::send(const QJsonObject& command, bool startIfNeeded) {
+    if (startIfNeeded)
+        ensureRunning();
+    if (!process_)
+        return;
+    const QByteArray line = ScreenProtocol::line(command);
+    if (socket_ && greeted_) {
+        socket_->write(line);
+        socket_->flush();
+    } else {
+        pending_.append(line);
+    }
+}
+
+void ScreenHelper::accept() {
+    while (QLocalSocket* s = server_.nextPendingConnection()) {
+        // One helper at a time; whoever else calls is turned away.
+        if (socket_ || !process_) {
+            s->abort();
+            s->deleteLater();
+            continue;
+        }
+        socket_ = s;
+        connect(s, &QLocalSocket::readyRead, this, &ScreenHelper::readEvents);
+        connect(s, &QLocalSocket::disconnected, this, [this, s] {
+            if (s == socket_)
+                processEnded(QStringLiteral("the screen helper's connection closed"));
+        });
+    }
+}
+
+void ScreenHelper::readEvents() {
+    while (socket_ && socket_->canReadLine()) {
+        lastHeard_.start();
+        if (const auto event = ScreenProtocol::parse(socket_->readLine()))
+            handle(*event);
+    }
+}
+
+void ScreenHelper::handle(const QJsonObject& e) {
+    using namespace ScreenProtocol;
+    const QString name = e.value(u"ev").toString();
+    if (name == u"hello") {
+        // Only the process started here may speak for the screens.
+        if (!process_ || e.value(u"pid").toInteger() != process_->processId()) {
+            processEnded(QStringLiteral("an unknown process answered on the screen helper's socket"));
+            return;
+        }
+        greeted_ = true;
+        for (const QByteArray& line : std::exchange(pending_, {}))
+            socket_->write(line);
+        socket_->flush();
+    } else if (!greeted_) {
+        return;
+    } else if (name == u"up") {
+        Q_EMIT covered(e.value(u"up").toBool());
+    } else if (name == u"broken") {
+        up_ = false;
+        Q_EMIT shieldWasBroken(reasonFromString(e.value(u"reason").toString()));
+        stopWhenIdle();
+    } else if (name == u"timedOut" || name == u"panicked" || name == u"yielded") {
+        up_ = false;
+        valveTimer_.reset();
+        if (name == u"timedOut")
+            Q_EMIT shieldTimedOut();
+        else if (name == u"panicked")
+            Q_EMIT shieldPanicked();
+        else
+            Q_EMIT shieldYielded();
+        stopWhenIdle();
+    } else if (name == u"quitAsked") {
+        Q_EMIT quitAsked();
+    } else if (name == u"page") {
+        Q_EMIT pageMessage(roleFromName(e.value(u"role").toString()), e.value(u"message").toObject());
+    } else if (name == u"failed") {
+        Q_EMIT pageFailed(roleFromName(e.value(u"role").toString()), e.value(u"detail").toString());
+    } else if (name == u"loaded") {
+        Q_EMIT pageLoaded(roleFromName(e.value(u"role").toString()));
+    } else if (name == u"coachFinished") {
+        Q_EMIT coachFinished(e.value(u"exercise").toString(), e.value(u"reps").toInteger(),
+                             e.value(u"clean").toInteger());
+    } else if (name == u"action") {
+        Q_EMIT actionChosen(e.value(u"name").toString(), e.value(u"value").toString());
+    } else if (name == u"setup") {
+        setupActive_ = e.value(u"active").toBool();
+        setupVisible_ = e.value(u"visible").toBool();
+        stopWhenIdle();
+    } else if (name == u"note") {
+        Journal::note(e.value(u"tag").toString(), e.value(u"text").toString());
+    }
+}
+
+void ScreenHelper::checkAlive() {
+    if (!process_) {
+        watch_.stop();
+        return;
+    }
+    const double limit = greeted_ ? silence : startupSilence;
+    if (lastHeard_.elapsed() >= qint64(limit * 1000))
+        processEnded(u"the screen helper stopped answering for " + QString::number(qint64(limit)) + u" seconds");
+}
+
+void ScreenHelper::processEnded(const QString& why) {
+    if (!process_)
+        return;
+    const bool wasShowing = showsAnything();
+    QProcess* p = process_;
+    process_ = nullptr;
+    // A hung helper is ended here; its windows and keyboard grab go with it.
+    if (p->state() != QProcess::NotRunning)
+        p->kill();
+    if (socket_) {
+        socket_->disconnect(this);
+        socket_->abort();
+        socket_->deleteLater();
+        socket_ = nullptr;
+    }
+    pending_.clear();
+    watch_.stop();
+    release();
+    if (wasShowing)
+        Q_EMIT screensLost(why);
+}
+
+void ScreenHelper::release() {
+    up_ = false;
+    rehearsal_ = false;
+    prepared_ = false;
+    setupVisible_ = false;
+    setupActive_ = false;
+    startShown_ = false;
+    valveTimer_.reset();
+}
+
+bool ScreenHelper::showsAnything() const {
+    return up_ || prepared_ || setupVisible_ || startShown_;
+}
+
+void ScreenHelper::stopWhenIdle() {
+    // Later in this turn of the loop: an ending is often followed at once by something new to
+    // show (the setup window after a rehearsal), which must not pay for a fresh start.
+    if (stopQueued_)
+        return;
+    stopQueued_ = true;
+    QTimer::singleShot(0, this, [this] {
+        stopQueued_ = false;
+        if (!process_ || showsAnything())
+            return;
+        // A helper that has not said hello cannot hear "quit" yet; it is simply ended.
+        if (greeted_)
+            send(command("quit"));
+        else
+            process_->kill();
+        // Let it go: its last lines are read no more, and a helper that does not end on its
+        // own is ended in a few seconds.
+        QProcess* p = process_;
+        QLocalSocket* s = socket_;
+        process_ = nullptr;
+        socket_ = nullptr;
+        pending_.clear();
+        watch_.stop();
+        if (s) {
+            s->disconnect(this);
+            connect(p, &QProcess::finished, s, &QObject::deleteLater);
+        }
+        QTimer::singleShot(5000, p, [p] { p->kill(); });
+    });
+}
+
+void ScreenHelper::prepare(const LockoutPage& page) {
+    prepared_ = true;
+    send({{QStringLiteral("do"), QStringLiteral("prepare")}, {QStringLiteral("page"), ScreenProtocol::encode(page)}}, true);
+}
+
+void ScreenHelper::dropPrepared() {
+    if (!prepared_)
+        return;
+    prepared_ = false;
+    send(command("drop"));
+    stopWhenIdle();
+}
+
+void ScreenHelper::raise(const LockoutPage& page, bool rehearsal, double valveMinutes) {
+    if (up_)
+        return;
+    up_ = true;
+    rehearsal_ = rehearsal;
+    prepared_ = false;
+    raisedAt_ = clock_.now();
+    valveMinutes_ = valveMinutes;
+    valveTimer_ = clock_.singleShot(valveMinutes * 60 + valveGrace, [this] { enforceValve(clock_.now()); });
+    send({{QStringLiteral("do"), QStringLiteral("raise")},
+          {QStringLiteral("page"), ScreenProtocol::encode(page)},
+          {QStringLiteral("rehearsal"), rehearsal},
+          {QStringLiteral("valve"), valveMinutes}},
+         true);
+}
+
+void ScreenHelper::lower() {
+    if (!up_)
+        return;
+    up_ = false;
+    valveTimer_.reset();
+    send(command("lower"));
+    stopWhenIdle();
+}
+
+void ScreenHelper::enforceValve(const QDateTime& now) {
+    if (!up_)
+        return;
+    send({{QStringLiteral("do"), QStringLiteral("valve")}, {QStringLiteral("now"), formatIsoMillis(now)}});
+    if (raisedAt_.msecsTo(now) < qint64((valveMinutes_ * 60 + valveGrace) * 1000))
+        return;
+    // The helper should have lowered by itself; whatever kept it from that, the valve holds.
+    Journal::note(QStringLiteral("shield"), QStringLiteral("the screen helper held the screen past the safety "
+                                                           "valve — ended it"));
+    if (process_) {
+        process_->disconnect(this);
+        process_->kill();
+        process_->deleteLater();
+        process_ = nullptr;
+    }
+    if (socket_) {
+        socket_->disconnect(this);
+        socket_->abort();
+        socket_->deleteLater();
+        socket_ = nullptr;
+    }
+    pending_.clear();
+    watch_.stop();
+    release();
+    Q_EMIT shieldTimedOut();
+}
+
+void ScreenHelper::showStanding(const QString& json) {
+    send({{QStringLiteral("do"), QStringLiteral("standing")}, {QStringLiteral("json"), json}});
+}
+
+void ScreenHelper::coachDone(int streak) {
+    send({{QStringLiteral("do"), QStringLiteral("coachDone")}, {QStringLiteral("streak"), streak}});
+}
+
+void ScreenHelper::openSetup(const QString& webRoot, const QJsonObject& native, const SetupStrip& strip,
+                             const QByteArray& geometry) {
+    setupVisible_ = true;
+    send({{QStringLiteral("do"), QStringLiteral("setup")},
+          {QStringLiteral("root"), webRoot},
+          {QStringLiteral("native"), native},
+          {QStringLiteral("strip"), ScreenProtocol::encode(strip)},
+          {QStringLiteral("geometry"), QString::fromLatin1(geometry.toBase64())}},
+         true);
+}
+
+void ScreenHelper::updateStrip(const SetupStrip& strip) {
+    if (setupVisible_)
+        send({{QStringLiteral("do"), QStringLiteral("strip")}, {QStringLiteral("strip"), ScreenProtocol::encode(strip)}});
+}
+
+void ScreenHelper::hideSetup() {
+    if (!setupVisible_)
+        return;
+    send(command("hideSetup"));
+}
+
+void ScreenHelper::showStart(const StartCard& card) {
+    startShown_ = true;
+    send({{QStringLiteral("do"), QStringLiteral("start")}, {QStringLiteral("card"), ScreenProtocol::encode(card)}}, true);
+}
+
+} // namespace tovin

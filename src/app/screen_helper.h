@@ -1,0 +1,102 @@
+#pragma once
+
+#include "core/clock.h"
+#include "screens/screens.h"
+
+#include <QElapsedTimer>
+#include <QLocalServer>
+#include <QPointer>
+#include <QProcess>
+#include <QTimer>
+
+#include <memory>
+
+class QLocalSocket;
+
+namespace tovin {
+
+// The screens, drawn by the screen helper: a second process that holds the web engine, the
+// camera and the pose model only while something shows. Started by the first thing that must
+// show, told to quit when nothing does; every command and event crosses a local socket
+// (see ScreenProtocol).
+//
+// Nothing is ever held without a watcher: a helper that ends unasked or falls silent for a
+// few seconds is treated as lost (a silent one is killed first, taking its windows and its
+// keyboard grab with it), and a shield still up after its safety valve is ended from here, by
+// the wall clock.
+class ScreenHelper final : public Screens {
+    Q_OBJECT
+public:
+    // Seconds of silence before the helper counts as hung: at start-up (a web engine to load),
+    // and once it has said hello.
+    static constexpr double startupSilence = 30;
+    static constexpr double silence = 5;
+    // How far past the valve a shield may stay before the helper is ended.
+    static constexpr double valveGrace = 30;
+
+    explicit ScreenHelper(Clock& clock, QString program = defaultProgram(), QObject* parent = nullptr);
+    ~ScreenHelper() override;
+
+    // tovin-screens beside this executable.
+    static QString defaultProgram();
+
+    void prepare(const LockoutPage& page) override;
+    void dropPrepared() override;
+    void raise(const LockoutPage& page, bool rehearsal, double valveMinutes) override;
+    void lower() override;
+    bool isUp() const override { return up_; }
+    bool isRehearsal() const override { return rehearsal_; }
+    void enforceValve(const QDateTime& now) override;
+    void showStanding(const QString& json) override;
+    void coachDone(int streak) override;
+
+    void openSetup(const QString& webRoot, const QJsonObject& native, const SetupStrip& strip,
+                   const QByteArray& geometry) override;
+    void updateStrip(const SetupStrip& strip) override;
+    void hideSetup() override;
+    bool setupIsActive() const override { return setupActive_; }
+    bool setupIsVisible() const override { return setupVisible_; }
+
+    void showStart(const StartCard& card) override;
+
+    bool isRunning() const { return process_ != nullptr; }
+    qint64 helperPid() const;
+
+Q_SIGNALS:
+    // The shield covers every display (true), or is gone: as the helper reports it.
+    void covered(bool up);
+
+private:
+    void ensureRunning();
+    void send(const QJsonObject& command, bool startIfNeeded = false);
+    void accept();
+    void readEvents();
+    void handle(const QJsonObject& event);
+    void checkAlive();
+    void processEnded(const QString& why);
+    void release();
+    void stopWhenIdle();
+    bool showsAnything() const;
+
+    Clock& clock_;
+    QString program_;
+    QLocalServer server_;
+    QPointer<QProcess> process_;
+    QPointer<QLocalSocket> socket_;
+    QList<QByteArray> pending_;
+    QTimer watch_;
+    QElapsedTimer lastHeard_;
+    bool greeted_ = false;
+    std::unique_ptr<Timer> valveTimer_;
+    QDateTime raisedAt_;
+    double valveMinutes_ = 0;
+    bool up_ = false;
+    bool rehearsal_ = false;
+    bool prepared_ = false;
+    bool setupVisible_ = false;
+    bool setupActive_ = false;
+    bool startShown_ = false;
+    bool stopQueued_ = false;
+};
+
+} // namespace tovin

@@ -1,0 +1,137 @@
+#include "screens/screen_host.h"
+
+#include "core/iso_date.h"
+#include "journal/journal.h"
+#include "screens/screen_protocol.h"
+
+#include <QCoreApplication>
+
+#include <unistd.h>
+
+namespace tovin {
+
+namespace {
+QJsonObject eventNamed(const char* name) {
+    return {{QStringLiteral("ev"), QString::fromLatin1(name)}};
+}
+} // namespace
+
+ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent), screens_(screens) {
+    using namespace ScreenProtocol;
+    connect(&socket_, &QLocalSocket::readyRead, this, &ScreenHost::readCommands);
+    connect(&socket_, &QLocalSocket::disconnected, this, &ScreenHost::residentGone);
+    heartbeat_.setInterval(heartbeatMs);
+    connect(&heartbeat_, &QTimer::timeout, this, [this] { send(eventNamed("alive")); });
+
+    connect(&screens_.shield(), &ShieldController::upChanged, this,
+            [this](bool up) { send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), up}}); });
+    connect(&screens_, &Screens::shieldWasBroken, this, [this](std::optional<PromiseRecord::Reason> reason) {
+        QJsonObject e = eventNamed("broken");
+        if (reason)
+            e.insert(u"reason", toString(*reason));
+        send(e);
+    });
+    connect(&screens_, &Screens::shieldTimedOut, this, [this] { send(eventNamed("timedOut")); });
+    connect(&screens_, &Screens::shieldPanicked, this, [this] { send(eventNamed("panicked")); });
+    connect(&screens_, &Screens::shieldYielded, this, [this] { send(eventNamed("yielded")); });
+    connect(&screens_, &Screens::quitAsked, this, [this] { send(eventNamed("quitAsked")); });
+    connect(&screens_, &Screens::pageMessage, this, [this](PageRole role, const QJsonObject& message) {
+        send({{QStringLiteral("ev"), QStringLiteral("page")}, {QStringLiteral("role"), roleName(role)}, {QStringLiteral("message"), message}});
+    });
+    connect(&screens_, &Screens::pageFailed, this, [this](PageRole role, const QString& detail) {
+        send({{QStringLiteral("ev"), QStringLiteral("failed")}, {QStringLiteral("role"), roleName(role)}, {QStringLiteral("detail"), detail}});
+    });
+    connect(&screens_, &Screens::pageLoaded, this,
+            [this](PageRole role) { send({{QStringLiteral("ev"), QStringLiteral("loaded")}, {QStringLiteral("role"), roleName(role)}}); });
+    connect(&screens_, &Screens::coachFinished, this, [this](const QString& exercise, qint64 reps, qint64 clean) {
+        send({{QStringLiteral("ev"), QStringLiteral("coachFinished")}, {QStringLiteral("exercise"), exercise}, {QStringLiteral("reps"), reps}, {QStringLiteral("clean"), clean}});
+    });
+    connect(&screens_, &Screens::actionChosen, this, [this](const QString& name, const QString& value) {
+        send({{QStringLiteral("ev"), QStringLiteral("action")}, {QStringLiteral("name"), name}, {QStringLiteral("value"), value}});
+    });
+    // Only a change is told: focus moves often, and the resident asks about it every tick.
+    connect(&screens_, &LocalScreens::setupChanged, this, [this] {
+        const bool active = screens_.setupIsActive();
+        const bool visible = screens_.setupIsVisible();
+        if (active == lastActive_ && visible == lastVisible_)
+            return;
+        lastActive_ = active;
+        lastVisible_ = visible;
+        send({{QStringLiteral("ev"), QStringLiteral("setup")}, {QStringLiteral("active"), active}, {QStringLiteral("visible"), visible}});
+    });
+    // One journal, written by the resident alone.
+    Journal::setForward([this](const QString& tag, const QString& text) {
+        send({{QStringLiteral("ev"), QStringLiteral("note")}, {QStringLiteral("tag"), tag}, {QStringLiteral("text"), text}});
+    });
+}
+
+ScreenHost::~ScreenHost() {
+    Journal::setForward(nullptr);
+}
+
+bool ScreenHost::connectTo(const QString& serverName) {
+    socket_.connectToServer(serverName);
+    if (!socket_.waitForConnected(3000))
+        return false;
+    send({{QStringLiteral("ev"), QStringLiteral("hello")}, {QStringLiteral("pid"), qint64(::getpid())}});
+    heartbeat_.start();
+    return true;
+}
+
+void ScreenHost::send(const QJsonObject& event) {
+    if (socket_.state() != QLocalSocket::ConnectedState)
+        return;
+    socket_.write(ScreenProtocol::line(event));
+    socket_.flush();
+}
+
+void ScreenHost::readCommands() {
+    while (socket_.canReadLine()) {
+        const QByteArray line = socket_.readLine();
+        if (const auto command = ScreenProtocol::parse(line))
+            run(*command);
+    }
+}
+
+void ScreenHost::run(const QJsonObject& c) {
+    using namespace ScreenProtocol;
+    const QString name = c.value(u"do").toString();
+    if (name == u"prepare")
+        screens_.prepare(decodePage(c.value(u"page").toObject()));
+    else if (name == u"drop")
+        screens_.dropPrepared();
+    else if (name == u"raise")
+        screens_.raise(decodePage(c.value(u"page").toObject()), c.value(u"rehearsal").toBool(),
+                       c.value(u"valve").toDouble(15));
+    else if (name == u"lower")
+        screens_.lower();
+    else if (name == u"valve") {
+        if (const auto now = parseIsoInstant(c.value(u"now").toString()))
+            screens_.enforceValve(*now);
+    } else if (name == u"standing")
+        screens_.showStanding(c.value(u"json").toString());
+    else if (name == u"coachDone")
+        screens_.coachDone(c.value(u"streak").toInt());
+    else if (name == u"setup")
+        screens_.openSetup(c.value(u"root").toString(), c.value(u"native").toObject(),
+                           decodeStrip(c.value(u"strip").toObject()),
+                           QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
+    else if (name == u"strip")
+        screens_.updateStrip(decodeStrip(c.value(u"strip").toObject()));
+    else if (name == u"hideSetup")
+        screens_.hideSetup();
+    else if (name == u"start")
+        screens_.showStart(decodeCard(c.value(u"card").toObject()));
+    else if (name == u"quit")
+        QCoreApplication::quit();
+}
+
+void ScreenHost::residentGone() {
+    // Nobody is left to watch this shield or to record how it ends: it comes down now.
+    heartbeat_.stop();
+    Journal::setForward(nullptr);
+    screens_.lower();
+    QCoreApplication::quit();
+}
+
+} // namespace tovin

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "screens/local_screens.h"
+
+#include <QLocalSocket>
+#include <QObject>
+#include <QTimer>
+
+namespace tovin {
+
+// The screen helper's end of the wire: runs each command the resident sends on the screens
+// drawn here, and sends back every event, a heartbeat each second and the journal's notes. The
+// helper exists for the resident: when the resident's end closes (it quit, crashed or was
+// killed), the shield comes down and the helper ends at once.
+class ScreenHost final : public QObject {
+    Q_OBJECT
+public:
+    ScreenHost(LocalScreens& screens, QObject* parent = nullptr);
+    ~ScreenHost() override;
+
+    // Connects to the resident's socket; false when nobody answers.
+    bool connectTo(const QString& serverName);
+
+    static constexpr int heartbeatMs = 1000;
+
+private:
+    void send(const QJsonObject& event);
+    void readCommands();
+    void run(const QJsonObject& command);
+    void residentGone();
+
+    LocalScreens& screens_;
+    QLocalSocket socket_;
+    QTimer heartbeat_;
+    bool lastActive_ = false;
+    bool lastVisible_ = false;
+};
+
+} // namespace tovin

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "screens/screens.h"
+
+#include <QPointer>
+#include <QWidget>
+
+class QCheckBox;
+class QLabel;
+class QPushButton;
+class QVBoxLayout;
+
+namespace tovin {
+
+// The setup window: a strip with the menu's lines and items (for desktops without a tray) over
+// the setup page. Closing it only hides it; what it was asked to do leaves as `chosen`.
+class SetupWindow final : public QWidget {
+    Q_OBJECT
+public:
+    explicit SetupWindow(const QByteArray& geometry);
+
+    void setStrip(const SetupStrip& strip);
+    // Where the page goes, under the strip.
+    void setPage(QWidget* page);
+    QWidget* page() const { return page_; }
+    QByteArray frame() const { return saveGeometry(); }
+
+Q_SIGNALS:
+    // One of the menu's items: "lock", "rehearse", "pause", "login", "quit".
+    void chosen(const QString& action);
+    // Closed or hidden: the page goes, and the frame is worth remembering.
+    void hidden();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    QWidget* buildStrip();
+
+    QVBoxLayout* column_ = nullptr;
+    QPointer<QWidget> page_;
+    QPointer<QLabel> status_;
+    QPointer<QLabel> standing_;
+    QPointer<QPushButton> pause_;
+    QPointer<QCheckBox> login_;
+};
+
+// The start window of --layout-check: what the shield is and how to get out of it, before the
+// first lockout. "Begin" leaves as `begin`.
+class StartWindow final : public QWidget {
+    Q_OBJECT
+public:
+    explicit StartWindow(const StartCard& card);
+
+Q_SIGNALS:
+    void begin();
+};
+
+} // namespace tovin

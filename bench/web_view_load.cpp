@@ -6,6 +6,7 @@
 
 #include "promises/promise_ledger.h"
 #include "schedule/settings.h"
+#include "workoutweb/bundle_routes.h"
 #include "workoutweb/bundle_scheme_handler.h"
 #include "workoutweb/workout_web_view.h"
 
@@ -71,7 +72,7 @@ int main(int argc, char* argv[]) {
     QTemporaryDir dir;
 
     QString root = argc > 1 ? QString::fromLocal8Bit(argv[1])
-                            : WorkoutWebView::bundledRoot().value_or(
+                            : BundleRoutes::bundledRoot().value_or(
                                   QStringLiteral(TOVIN_WEB_FIXTURES) + u"/bridge");
     const int runs = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
     PromiseLedger* ledger = nullptr;
@@ -81,9 +82,10 @@ int main(int argc, char* argv[]) {
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
         timer.start();
-        WorkoutWebView view(root, WorkoutWebView::Mode::Locked, QStringLiteral("Bench"),
-                            Clock::system(), nullptr,
-                            WorkoutWebView::Sources{dir.filePath(QStringLiteral("s.json")), ledger});
+        WorkoutWebView view(root,
+                            BridgeMessages::nativeState(PageMode::Locked, true, QStringLiteral("Bench"),
+                                                        dir.filePath(QStringLiteral("s.json")), *ledger),
+                            Clock::system());
         view.resize(1200, 800);
         view.show();
         QSignalSpy loaded(view.page(), &QWebEnginePage::loadFinished);

@@ -25,9 +25,8 @@
 
 namespace tovin {
 
-AppShell::AppShell(Clock& clock, IdleSource& idle, Screens& screens, bool launchedForRehearsal, QObject* parent)
-    : QObject(parent), screens_(screens), ledger_(PromiseLedger::shared()),
-      controller_({clock, idle, screens, ledger_, QString()}), launchedForRehearsal_(launchedForRehearsal) {
+AppShell::AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObject* parent)
+    : QObject(parent), screens_(deps.screens), controller_(deps), launchedForRehearsal_(launchedForRehearsal) {
     // Everything that happens to the shell is wired here, once.
     connect(&controller_, &AppController::setupWindowWanted, this, &AppShell::openSetupWindow);
     connect(&controller_, &AppController::alertRequested, this, &AppShell::alert);

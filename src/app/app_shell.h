@@ -19,8 +19,7 @@ namespace tovin {
 class AppShell final : public QObject {
     Q_OBJECT
 public:
-    AppShell(Clock& clock, IdleSource& idle, Screens& screens, bool launchedForRehearsal,
-             QObject* parent = nullptr);
+    AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObject* parent = nullptr);
     ~AppShell() override;
 
     AppController& controller() { return controller_; }
@@ -61,7 +60,6 @@ private:
     void refreshTrayIcon();
 
     Screens& screens_;
-    PromiseLedger& ledger_;
     AppController controller_;
     UpdateDialogs updates_{controller_};
     bool launchedForRehearsal_;

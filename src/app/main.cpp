@@ -7,6 +7,8 @@
 #include "guards/sleep_watcher.h"
 #include "shield/shield_style.h"
 #include "journal/diagnostics.h"
+#include "promises/promise_ledger.h"
+#include "schedule/schedule_store.h"
 #include "updater/dry_run.h"
 #include "updater/updater.h"
 
@@ -102,7 +104,8 @@ int main(int argc, char* argv[]) {
     const auto idle = createPlatformIdleSource();
     // Everything that draws more than a notice lives in the screen helper, started when needed.
     ScreenHelper screens(Clock::system());
-    AppShell shell(Clock::system(), *idle, screens, mode == LaunchMode::Rehearse);
+    AppShell shell({Clock::system(), *idle, screens, PromiseLedger::shared(), ScheduleStore::url()},
+                   mode == LaunchMode::Rehearse);
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 

@@ -163,9 +163,11 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
     coach_ = new CoachSession(frameSourceFactory ? frameSourceFactory() : nullptr, std::move(model), clock_, voice(),
                               page.requiredCleanReps, this);
     stack->addWidget(coach_->view());
+    coachEnded_ = false;
     connect(coach_, &CoachSession::cleanRepsReached, this, [this] {
-        if (!coach_)
+        if (!coach_ || coachEnded_)
             return;
+        coachEnded_ = true; // its keys do nothing now
         ExerciseCoach& coach = coach_->coach();
         Q_EMIT coachFinished(coach.name(), coach.reps(), coach.cleanReps());
     });
@@ -191,7 +193,7 @@ void LocalScreens::coachGaveUp(const QString& reason, const LockoutPage& page) {
 }
 
 void LocalScreens::coachKey(const QString& key) {
-    if (!coach_)
+    if (!coach_ || coachEnded_)
         return;
     if (key == u"1")
         coach_->switchCoach(std::make_unique<SquatCoach>());

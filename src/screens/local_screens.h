@@ -91,6 +91,7 @@ private:
     LockoutPage prebuiltFor_;
     QPointer<CoachSession> coach_;
     QPointer<QWidget> coachContainer_;
+    bool coachEnded_ = false;
     std::unique_ptr<Speaker> ownSpeaker_;
     Speaker* speaker_ = nullptr;
     std::unique_ptr<Coachbox> voice_;

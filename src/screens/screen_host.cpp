@@ -3,6 +3,11 @@
 #include "core/iso_date.h"
 #include "journal/journal.h"
 #include "screens/screen_protocol.h"
+#include "shield/shield_window.h"
+
+#include <QWindow>
+
+#include <algorithm>
 
 #include <QCoreApplication>
 
@@ -23,8 +28,28 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
     heartbeat_.setInterval(heartbeatMs);
     connect(&heartbeat_, &QTimer::timeout, this, [this] { send(eventNamed("alive")); });
 
-    connect(&screens_.shield(), &ShieldController::upChanged, this,
-            [this](bool up) { send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), up}}); });
+    // "up" is told once every shield window is really on its display (or after two seconds,
+    // whatever the display says), so the resident and the benchmarks see what a person sees.
+    coverWatch_.setInterval(2);
+    connect(&coverWatch_, &QTimer::timeout, this, [this] {
+        const auto windows = screens_.shield().windows();
+        const bool exposed = std::all_of(windows.begin(), windows.end(), [](ShieldWindow* w) {
+            return w && w->windowHandle() && w->windowHandle()->isExposed();
+        });
+        if (!screens_.isUp() || (!exposed && coverSince_.elapsed() < 2000))
+            return;
+        coverWatch_.stop();
+        send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), true}});
+    });
+    connect(&screens_.shield(), &ShieldController::upChanged, this, [this](bool up) {
+        if (up) {
+            coverSince_.start();
+            coverWatch_.start();
+            return;
+        }
+        coverWatch_.stop();
+        send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), false}});
+    });
     connect(&screens_, &Screens::shieldWasBroken, this, [this](std::optional<PromiseRecord::Reason> reason) {
         QJsonObject e = eventNamed("broken");
         if (reason)

@@ -4,6 +4,7 @@
 
 #include <QLocalSocket>
 #include <QObject>
+#include <QElapsedTimer>
 #include <QTimer>
 
 namespace tovin {
@@ -32,6 +33,8 @@ private:
     LocalScreens& screens_;
     QLocalSocket socket_;
     QTimer heartbeat_;
+    QTimer coverWatch_;
+    QElapsedTimer coverSince_;
     bool lastActive_ = false;
     bool lastVisible_ = false;
 };

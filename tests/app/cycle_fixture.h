@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/app_controller.h"
+#include "screens/local_screens.h"
 #include "core/atomic_file.h"
 #include "journal/journal.h"
 #include "promises/promise_ledger.h"
@@ -38,35 +39,38 @@ protected:
     }
     void TearDown() override {
         controller.reset();
+        screens.reset();
         CallDetector::setProbe(nullptr);
         Journal::setClock(nullptr);
         Journal::setOverrideURL(std::nullopt);
         Settings::setStore(nullptr);
     }
 
-    // A fresh controller, as after a launch.
+    // A fresh controller, as after a launch, over the screens drawn in this process.
     AppController& launch() {
-        controller = std::make_unique<AppController>(clock, idle);
-        controller->setCalendar(Calendar::utc());
-        controller->setScheduleURL(schedulePath);
-        controller->setWebRoot(webRoot());
-        controller->setLedger(&ledger);
+        controller.reset();
+        screens = std::make_unique<LocalScreens>(clock);
         // The lockout's content is a plain label here; the web app has tests of its own.
-        controller->setContentFactory([this](const AppController::LockoutContent& content,
-                                             AppController&) -> QWidget* {
-            contents.append(content);
+        screens->setContentFactory([this](const LockoutPage& page, bool prepared) -> QWidget* {
+            contents.append({page, prepared});
             return new QLabel(QStringLiteral("workout"));
         });
-        QObject::connect(&controller->shield(), &ShieldController::upChanged, [this](bool up) {
+        controller = std::make_unique<AppController>(AppDependencies{clock, idle, *screens, ledger, schedulePath});
+        controller->setCalendar(Calendar::utc());
+        controller->setWebRoot(webRoot());
+        QObject::connect(&screens->shield(), &ShieldController::upChanged, [this](bool up) {
             if (up)
-                raises.append({clock.now(), controller->shield().isRehearsal(), controller->pendingBlock()});
+                raises.append({clock.now(), screens->isRehearsal(), controller->pendingBlock()});
         });
-        controller->showAlert = [this](const QString& title, const QString& detail) {
-            alerts.append(title + u" | " + detail);
-        };
-        controller->terminate = [this] { ++terminations; };
+        QObject::connect(controller.get(), &AppController::alertRequested,
+                         [this](const QString& title, const QString& detail) { alerts.append(title + u" | " + detail); });
+        QObject::connect(controller.get(), &AppController::quitRequested, [this] { ++terminations; });
+        QObject::connect(controller.get(), &AppController::setupWindowWanted, [this] { ++setupWanted; });
         return *controller;
     }
+
+    static LocalScreens& screensOf(AppController& c) { return static_cast<LocalScreens&>(c.screens()); }
+    static ShieldController& shieldOf(AppController& c) { return screensOf(c).shield(); }
 
     QString webRoot() {
         const QString root = dir.filePath(QStringLiteral("web"));
@@ -101,11 +105,17 @@ protected:
     FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc())};
     FakeIdle idle;
     std::shared_ptr<FakeCallProbe> calls = std::make_shared<FakeCallProbe>();
+    struct Built {
+        LockoutPage page;
+        bool prepared;
+    };
+    std::unique_ptr<LocalScreens> screens;
     std::unique_ptr<AppController> controller;
     QList<Raise> raises;
-    QList<AppController::LockoutContent> contents;
+    QList<Built> contents;
     QStringList alerts;
     int terminations = 0;
+    int setupWanted = 0;
 };
 
 } // namespace tovin::fakes

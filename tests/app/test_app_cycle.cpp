@@ -91,20 +91,6 @@ TEST_F(CycleTest, TheSetupWindowHoldsOffOnlyWhileInUse) {
     EXPECT_FALSE(AppController::usingSetupWindow(true, true, false, 0));
     EXPECT_FALSE(AppController::nobodyHome(1199.9));
     EXPECT_TRUE(AppController::nobodyHome(1200));
-
-    // A real window: shown and active, it holds a lockout off; left idle for 120 s, it does not.
-    QWidget setup;
-    setup.show();
-    setup.activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&setup));
-    AppController& c = launch();
-    c.setSetupWindow(&setup);
-    EXPECT_EQ(c.holdOffReason(), u"you're using the setup window");
-    idle.seconds = 120;
-    EXPECT_EQ(c.holdOffReason(), std::nullopt);
-    idle.seconds = 0;
-    setup.hide();
-    EXPECT_EQ(c.holdOffReason(), std::nullopt);
 }
 
 TEST_F(CycleTest, ASnoozeHoldsTheBlockForSnoozeMinutesThenTheBudgetIsSpent) {
@@ -234,7 +220,7 @@ TEST_F(CycleTest, AnEndedLockoutGatesTheUsagePathAndTheTick) {
     c.startScheduleWatch();
     clock.advance(60);
     ASSERT_EQ(raises.size(), 1);
-    c.shield().lower();
+    shieldOf(c).lower();
     c.shieldTimedOut();
     EXPECT_TRUE(c.lockoutIsOver());
     EXPECT_EQ(c.pendingBlock(), std::nullopt);

@@ -77,13 +77,12 @@ protected:
         CycleTest::TearDown();
     }
     AppShell& makeShell() {
-        shell = std::make_unique<AppShell>(clock, idle, false);
-        shell->controller().setLedger(&ledger);
+        screens = std::make_unique<LocalScreens>(clock);
+        screens->setContentFactory([](const LockoutPage&, bool) -> QWidget* { return new QLabel; });
+        shell = std::make_unique<AppShell>(AppDependencies{clock, idle, *screens, ledger, schedulePath}, false);
         shell->controller().setCalendar(Calendar::utc());
-        shell->controller().setScheduleURL(schedulePath);
-        shell->controller().showAlert = [this](const QString& t, const QString& d) { alerts.append(t + u" | " + d); };
-        shell->controller().setContentFactory(
-            [](const AppController::LockoutContent&, AppController&) -> QWidget* { return new QLabel; });
+        QObject::connect(&shell->controller(), &AppController::alertRequested,
+                         [this](const QString& t, const QString& d) { alerts.append(t + u" | " + d); });
         return *shell;
     }
     QStringList menu(bool enabledOnly = false) {
@@ -155,7 +154,7 @@ TEST_F(ShellTest, OneTovinPerSessionAndASecondLaunchOverALockoutShowsNothing) {
 
     // A later launch asks over the socket; the running copy answers with its process id.
     first.controller().raiseLockout(true); // a rehearsal: a window, nothing recorded
-    ASSERT_TRUE(first.controller().shield().isUp());
+    ASSERT_TRUE(screens->isUp());
     QByteArray reply;
     std::thread later([&reply] {
         QLocalSocket socket;
@@ -167,13 +166,13 @@ TEST_F(ShellTest, OneTovinPerSessionAndASecondLaunchOverALockoutShowsNothing) {
     later.join();
     EXPECT_EQ(reply, "pid " + QByteArray::number(qint64(::getpid())));
     QTest::qWait(50);
-    EXPECT_TRUE(!first.setupWindow() || !first.setupWindow()->isVisible())
+    EXPECT_FALSE(screens->setupIsVisible())
         << "the setup window was put over the lockout";
 
     // A copy that finds it running leaves, and never names pid 0 (here the record is gone and
     // this thread cannot answer itself, so there is no pid to give).
     QFile::remove(InstanceRecord::defaultPath());
-    AppShell second(clock, idle, false);
+    AppShell second(AppDependencies{clock, idle, *screens, ledger, schedulePath}, false);
     testing::internal::CaptureStdout();
     EXPECT_FALSE(second.claimSingleInstance());
     const std::string said = testing::internal::GetCapturedStdout();
@@ -183,7 +182,7 @@ TEST_F(ShellTest, OneTovinPerSessionAndASecondLaunchOverALockoutShowsNothing) {
 TEST_F(ShellTest, ARehearsalNeverStandsInForTheWatcher) {
     AppShell& rehearsal = makeShell();
     ASSERT_TRUE(rehearsal.claimSingleInstance(false));
-    AppShell watcher(clock, idle, false);
+    AppShell watcher(AppDependencies{clock, idle, *screens, ledger, schedulePath}, false);
     EXPECT_TRUE(watcher.claimSingleInstance()) << "a normal launch beside a rehearsal must run";
     EXPECT_EQ(InstanceRecord::readLive()->pid, qint64(::getpid()));
 }
@@ -191,11 +190,13 @@ TEST_F(ShellTest, ARehearsalNeverStandsInForTheWatcher) {
 TEST_F(ShellTest, ABuildWithoutAReleaseFeedNeverPretendsToCheck) {
     AppShell& s = makeShell();
     s.checkForUpdates(true);
-    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_TRUE(s.openAlerts().isEmpty());
     s.checkForUpdates(false);
-    EXPECT_EQ(alerts, QStringList{QStringLiteral(
-                          "This copy of Tovin gets its updates elsewhere. | It was built without a release "
-                          "feed, so it never checks for updates itself. Update it the same way you installed it.")});
+    ASSERT_EQ(s.openAlerts().size(), 1);
+    const QMessageBox* box = s.openAlerts().first();
+    EXPECT_EQ(box->text() + u" | " + box->informativeText(),
+              u"This copy of Tovin gets its updates elsewhere. | It was built without a release feed, so it never "
+              u"checks for updates itself. Update it the same way you installed it.");
     QTest::qWait(50);
     EXPECT_TRUE(journal(QStringLiteral("update")).isEmpty()) << journal(QStringLiteral("update")).join(u'\n').toStdString();
 }

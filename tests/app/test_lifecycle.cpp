@@ -20,7 +20,7 @@ protected:
         AppController& c = launch();
         c.startScheduleWatch();
         clock.advance(60); // the countdown runs out
-        EXPECT_TRUE(c.shield().isUp());
+        EXPECT_TRUE(shieldOf(c).isUp());
         return c;
     }
 };
@@ -36,12 +36,12 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecord) {
         {"completed", [](AppController& c) { c.workoutCompleted(QStringLiteral("Squat"), 12); },
          PromiseRecord{{}, Outcome::Tovin, QStringLiteral("Squat"), 12, 12, std::nullopt, false},
          u"lockout ended — workout completed"},
-        {"broken", [](AppController& c) { c.shield().lower(); c.shieldWasBroken(PromiseRecord::Reason::Urgent); },
+        {"broken", [](AppController& c) { shieldOf(c).lower(); c.shieldWasBroken(PromiseRecord::Reason::Urgent); },
          PromiseRecord{{}, Outcome::Broken, QStringLiteral("Nine"), 0, 0, PromiseRecord::Reason::Urgent, std::nullopt},
          u"lockout ended — promise broken (Genuinely urgent)"},
-        {"panic", [](AppController& c) { c.shield().lower(); c.shieldPanicked(); }, std::nullopt,
+        {"panic", [](AppController& c) { shieldOf(c).lower(); c.shieldPanicked(); }, std::nullopt,
          u"lockout ended — panic (Esc ×5), nothing recorded"},
-        {"yield", [](AppController& c) { c.shield().yieldNow(); }, std::nullopt,
+        {"yield", [](AppController& c) { shieldOf(c).yieldNow(); }, std::nullopt,
          u"lockout ended — yielded to the system, nothing recorded"},
         {"valve", [this](AppController&) { clock.advance(15 * 60); }, std::nullopt,
          u"lockout ended — the safety valve released the screen, nothing recorded"},
@@ -60,7 +60,7 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecord) {
         clock.advance(3.1); // completion lowers after 3 s
         EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
         EXPECT_EQ(journal(QStringLiteral("shield")).last(), QString::fromUtf16(c.journalled)) << c.ending;
-        EXPECT_FALSE(app.shield().isUp()) << c.ending;
+        EXPECT_FALSE(shieldOf(app).isUp()) << c.ending;
         EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
         if (c.expected) {
             ASSERT_EQ(ledger.records().size(), 1) << c.ending;
@@ -85,17 +85,17 @@ TEST_F(LifecycleTest, RacingEndingsActOnce) {
     EXPECT_EQ(ledger.records().size(), 1);
     EXPECT_TRUE(alerts.isEmpty());
     // The completion raised nothing twice and lowered once.
-    EXPECT_FALSE(c.shield().isUp());
+    EXPECT_FALSE(shieldOf(c).isUp());
 }
 
 TEST_F(LifecycleTest, TheAwayBlockCountsWhenPresentAndItsValveIsCapped) {
     AppController& c = raised(Block::Kind::Away, 15);
-    EXPECT_TRUE(contents.last().away);
-    EXPECT_EQ(contents.last().label, u"Walk");
-    EXPECT_EQ(c.shield().valveMinutes(), 15.0); // min(15, 15 + 2)
+    EXPECT_EQ(contents.last().page.kind, LockoutPage::Kind::Away);
+    EXPECT_EQ(contents.last().page.awayLabel, u"Walk");
+    EXPECT_EQ(shieldOf(c).valveMinutes(), 15.0); // min(15, 15 + 2)
     idle.seconds = 15 * 60 + 300; // walked away for the whole block: still present
     clock.advance(15 * 60);
-    EXPECT_FALSE(c.shield().isUp());
+    EXPECT_FALSE(shieldOf(c).isUp());
     ASSERT_EQ(ledger.records().size(), 1);
     EXPECT_EQ(ledger.records()[0].exercise, u"Walk");
     EXPECT_EQ(ledger.records()[0].attested, true);
@@ -104,7 +104,7 @@ TEST_F(LifecycleTest, TheAwayBlockCountsWhenPresentAndItsValveIsCapped) {
 TEST_F(LifecycleTest, AnAwayBlockOnAMachineIdleThroughoutRecordsNothing) {
     Settings::setMaxShieldMinutes(45);
     AppController& c = raised(Block::Kind::Away, 10);
-    EXPECT_EQ(c.shield().valveMinutes(), 12.0); // the held time plus two minutes
+    EXPECT_EQ(shieldOf(c).valveMinutes(), 12.0); // the held time plus two minutes
     idle.seconds = 10 * 60 + 301;
     clock.advance(10 * 60);
     EXPECT_TRUE(ledger.records().isEmpty());
@@ -112,11 +112,9 @@ TEST_F(LifecycleTest, AnAwayBlockOnAMachineIdleThroughoutRecordsNothing) {
 }
 
 TEST_F(LifecycleTest, ARehearsalRecordsNothingAndReopensTheSetupWindow) {
-    int opened = 0;
     AppController& c = launch();
-    c.openSetupWindow = [&] { ++opened; };
     c.raiseLockout(true);
-    EXPECT_TRUE(c.shield().isRehearsal());
+    EXPECT_TRUE(shieldOf(c).isRehearsal());
     c.raiseLockout(false); // a second raise while up does nothing
     EXPECT_EQ(raises.size(), 1);
     Settings::setBusyUntil(clock.now().addSecs(180));
@@ -125,14 +123,14 @@ TEST_F(LifecycleTest, ARehearsalRecordsNothingAndReopensTheSetupWindow) {
     EXPECT_FALSE(Settings::isBusy(clock.now()));
     EXPECT_TRUE(ledger.records().isEmpty());
     EXPECT_EQ(journal(QStringLiteral("ledger")).last(), u"rehearsal — Squat not recorded");
-    EXPECT_EQ(opened, 1);
+    EXPECT_EQ(setupWanted, 1);
 }
 
 TEST_F(LifecycleTest, ABreakWithNoBlockAndNoWorkoutIsRecordedAsWorkout) {
     AppController& c = launch();
     c.raiseLockout(false); // "Lock Me Out Now": no pending block
     Settings::setLockoutWorkoutID(std::nullopt);
-    c.shield().lower();
+    shieldOf(c).lower();
     c.shieldWasBroken(std::nullopt);
     ASSERT_EQ(ledger.records().size(), 1);
     EXPECT_EQ(ledger.records()[0].exercise, u"Workout");
@@ -141,18 +139,16 @@ TEST_F(LifecycleTest, ABreakWithNoBlockAndNoWorkoutIsRecordedAsWorkout) {
 
 TEST_F(LifecycleTest, RefusalsBeforeALockIsTaken) {
     Settings::setLockoutWorkoutID(std::nullopt);
-    int opened = 0;
     AppController& c = launch();
-    c.openSetupWindow = [&] { ++opened; };
     c.raiseLockout(false);
-    EXPECT_FALSE(c.shield().isUp());
-    EXPECT_EQ(opened, 1);
+    EXPECT_FALSE(shieldOf(c).isUp());
+    EXPECT_EQ(setupWanted, 1);
     EXPECT_TRUE(alerts.last().startsWith(u"Choose a workout first. | Tovin won't lock your screen"));
 
     Settings::setLockoutWorkoutID(QStringLiteral("classic-7"));
     c.setWebRoot(dir.filePath(QStringLiteral("nowhere")));
     c.raiseLockout(true);
-    EXPECT_FALSE(c.shield().isUp());
+    EXPECT_FALSE(shieldOf(c).isUp());
     EXPECT_TRUE(alerts.last().startsWith(u"Workout UI is missing."));
     EXPECT_EQ(terminations, 1);
     c.setRehearsalOnly(true); // the self-check's mode: printed, not shown, no quit
@@ -178,31 +174,31 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeDropsIt) {
     AppController& c = launch();
     c.startScheduleWatch();
     ASSERT_TRUE(c.countdown().isShowing());
-    ASSERT_TRUE(c.prebuiltContent()); // built while the countdown runs
+    ASSERT_TRUE(screensOf(c).prebuiltContent()); // built while the countdown runs
     EXPECT_EQ(contents.size(), 1);
-    EXPECT_EQ(contents[0].blockLabel, u"Nine");
+    EXPECT_EQ(contents[0].page.native.value(u"blockLabel").toString(), u"Nine");
     EXPECT_TRUE(contents[0].prepared) << "a page behind the countdown must not start its workout";
-    QPointer<QWidget> early = c.prebuiltContent();
+    QPointer<QWidget> early = screensOf(c).prebuiltContent();
     clock.advance(60);
-    ASSERT_TRUE(c.shield().isUp());
+    ASSERT_TRUE(shieldOf(c).isUp());
     EXPECT_EQ(contents.size(), 1) << "the lockout used the page built ahead";
-    EXPECT_EQ(c.shield().windows().first()->content(), early.data());
+    EXPECT_EQ(shieldOf(c).windows().first()->content(), early.data());
 
-    c.shield().lower();
+    shieldOf(c).lower();
     c.shieldTimedOut();
     c.raiseLockout(false);
-    c.shield().lower();
+    shieldOf(c).lower();
     c.shieldTimedOut();
     // A snoozed countdown leaves no page behind.
     c.warnThenLock();
-    ASSERT_TRUE(c.prebuiltContent());
-    QPointer<QWidget> dropped = c.prebuiltContent();
+    ASSERT_TRUE(screensOf(c).prebuiltContent());
+    QPointer<QWidget> dropped = screensOf(c).prebuiltContent();
     c.countdown().snooze();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(dropped.isNull());
     // Nor does a pause during a countdown.
     c.warnThenLock();
-    dropped = c.prebuiltContent();
+    dropped = screensOf(c).prebuiltContent();
     ASSERT_TRUE(dropped);
     c.pauseAnHour();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

@@ -38,8 +38,8 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesTwiceNorFiresOutOfWindow) {
             }
             if (controller->countdown().isShowing() && random.bounded(100) < 20)
                 controller->countdown().snooze();
-            if (controller->shield().isUp() && random.bounded(100) < 10) {
-                controller->shield().lower();
+            if (shieldOf(*controller).isUp() && random.bounded(100) < 10) {
+                shieldOf(*controller).lower();
                 controller->shieldTimedOut();
             }
             clock.advance(30);

@@ -177,11 +177,11 @@ protected:
         Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
         Settings::setRequiredCleanReps(2);
         AppController& c = launch();
-        c.setSpeaker(&voice);
-        c.frameSourceFactory = std::move(source);
+        screens->setSpeaker(&voice);
+        screens->frameSourceFactory = std::move(source);
         c.raiseLockout(false);
-        EXPECT_TRUE(c.shield().isUp());
-        c.shield().moveOffscreenForTests();
+        EXPECT_TRUE(shieldOf(c).isUp());
+        shieldOf(c).moveOffscreenForTests();
         return c;
     }
     Recorder voice;
@@ -195,20 +195,20 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
         camera = s.get();
         return s;
     });
-    ASSERT_TRUE(c.coachSession());
+    ASSERT_TRUE(screens->coachSession());
     EXPECT_TRUE(contents.isEmpty()) << "the coach, not the web page";
-    CoachSession& session = *c.coachSession();
+    CoachSession& session = *screens->coachSession();
     EXPECT_EQ(session.view()->name(), u"Squats");
 
-    c.shieldKeyPressed(QStringLiteral("2"));
+    Q_EMIT shieldOf(c).keyPressed(QStringLiteral("2"));
     EXPECT_EQ(session.view()->name(), u"Jumping Jacks");
-    c.shieldKeyPressed(QStringLiteral("1"));
+    Q_EMIT shieldOf(c).keyPressed(QStringLiteral("1"));
     EXPECT_EQ(session.view()->name(), u"Squats");
     session.consume({}, squat(175));
     session.consume({}, squat(95));
     session.consume({}, squat(175)); // one clean rep
     EXPECT_EQ(session.coach().cleanReps(), 1);
-    c.shieldKeyPressed(QStringLiteral("r"));
+    Q_EMIT shieldOf(c).keyPressed(QStringLiteral("r"));
     EXPECT_EQ(session.coach().reps(), 0);
     EXPECT_EQ(session.view()->status(), u"Get into position");
 
@@ -225,13 +225,13 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
     EXPECT_EQ(session.view()->status(), u"Done. Promise tovin.");
     EXPECT_EQ(session.view()->detail(), u"Streak 1 · 2 clean of 2");
     EXPECT_EQ(voice.said.last(), u"Done. That's 1 in a row.");
-    c.shieldKeyPressed(QStringLiteral("2")); // finished: keys do nothing
+    Q_EMIT shieldOf(c).keyPressed(QStringLiteral("2")); // finished: keys do nothing
     EXPECT_EQ(session.view()->name(), u"Squats");
 
     clock.advance(2.5);
-    EXPECT_TRUE(c.shield().isUp());
+    EXPECT_TRUE(shieldOf(c).isUp());
     clock.advance(0.2);
-    EXPECT_FALSE(c.shield().isUp());
+    EXPECT_FALSE(shieldOf(c).isUp());
     EXPECT_EQ(terminations, 1);
     EXPECT_TRUE(camera->stopped) << "the camera is released when the coach ends";
 }
@@ -258,16 +258,16 @@ TEST_F(CoachLockout, TheChosenCoachRunsFromEveryPathNotThePagePreparedBehindTheC
         week({block("09:00", "Nine")});
         contents.clear();
         AppController& c = launch();
-        c.setSpeaker(&voice);
-        c.frameSourceFactory = [this] {
+        screens->setSpeaker(&voice);
+        screens->frameSourceFactory = [this] {
             return std::make_unique<ImageListSource>(QList<QImage>{picture("messi5.jpg")}, clock, 0.5);
         };
         p.raise(c);
-        ASSERT_TRUE(c.shield().isUp()) << p.path;
-        c.shield().moveOffscreenForTests();
-        ASSERT_TRUE(c.coachSession()) << p.path << ": the camera coach, not the web stand-in";
+        ASSERT_TRUE(shieldOf(c).isUp()) << p.path;
+        shieldOf(c).moveOffscreenForTests();
+        ASSERT_TRUE(screens->coachSession()) << p.path << ": the camera coach, not the web stand-in";
         EXPECT_TRUE(contents.isEmpty()) << p.path;
-        CoachSession& session = *c.coachSession();
+        CoachSession& session = *screens->coachSession();
         clock.advance(0.5); // the camera's first picture
         EXPECT_TRUE(waitFor([&] { return session.framesSeen() > 0; })) << p.path << ": pictures reach the coach";
         session.consume({}, squat(175));
@@ -277,7 +277,7 @@ TEST_F(CoachLockout, TheChosenCoachRunsFromEveryPathNotThePagePreparedBehindTheC
         ASSERT_EQ(ledger.records().size(), 1) << p.path;
         EXPECT_EQ(ledger.records()[0].exercise, u"Squats");
         clock.advance(2.7); // finishTovin lowers and ends after 2.6 s
-        EXPECT_FALSE(c.shield().isUp()) << p.path;
+        EXPECT_FALSE(shieldOf(c).isUp()) << p.path;
         QFile::remove(ledger.url());
         ledger = PromiseLedger(ledger.url());
         controller.reset();
@@ -288,9 +288,9 @@ TEST_F(CoachLockout, TheChosenCoachRunsFromEveryPathNotThePagePreparedBehindTheC
 TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
     AppController& c = raisedWithCoach([] { return std::make_unique<BrokenCamera>(); });
     QCoreApplication::processEvents();
-    EXPECT_TRUE(c.shield().isUp());
+    EXPECT_TRUE(shieldOf(c).isUp());
     ASSERT_EQ(contents.size(), 1) << "the web workout took the coach's place";
-    EXPECT_FALSE(c.coachSession());
+    EXPECT_FALSE(screens->coachSession());
     EXPECT_TRUE(journal(QStringLiteral("coach")).contains(
         u"camera coach gave up — the camera couldn't be opened: busy; running the web workout instead"_qs));
 }
@@ -298,13 +298,13 @@ TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
 TEST_F(CoachLockout, NoModelMeansTheWebWorkoutFromTheStart) {
     Settings::setLockoutWorkoutID(QStringLiteral("coach:pushups"));
     AppController& c = launch();
-    c.poseModelFactory = [](QString* error) {
+    screens->poseModelFactory = [](QString* error) {
         *error = QStringLiteral("the pose model can't be read");
         return std::unique_ptr<PoseModel>();
     };
     c.raiseLockout(false);
-    EXPECT_TRUE(c.shield().isUp());
-    c.shield().moveOffscreenForTests();
+    EXPECT_TRUE(shieldOf(c).isUp());
+    shieldOf(c).moveOffscreenForTests();
     EXPECT_EQ(contents.size(), 1);
     EXPECT_TRUE(journal(QStringLiteral("coach")).contains(
         u"camera coach unavailable — the pose model can't be read; running the web workout"_qs));

@@ -210,7 +210,7 @@ retest)
 broken)
     # An installed copy whose bundle lost its script: the page boots to its note and no further.
     mkdir -p "$work/Tovin/bin" "$work/Tovin/share/tovin"
-    cp "$tovin" "$work/Tovin/bin/tovin"
+    cp "$tovin" "$(dirname "$tovin")/tovin-screens" "$work/Tovin/bin/"
     cp -r "${TOVIN_STAGED_WEB:?}" "$work/Tovin/share/tovin/web"
     find "$work/Tovin/share/tovin/web" -name '*.js' -delete
     week "$(block workout "E2E block")"

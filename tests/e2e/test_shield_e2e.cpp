@@ -2,7 +2,7 @@
 // another client's window exists, Esc ×3 opens the warning, Esc ×5 lets go, and a monitor
 // plugged in mid-lockout is covered. Screenshots go to the build tree's screenshots/ folder.
 
-#include "app/away_view.h"
+#include "screens/away_view.h"
 #include "journal/journal.h"
 #include "schedule/settings.h"
 #include "shield/escape_view.h"
@@ -33,15 +33,18 @@ namespace {
 
 fakes::XvfbSession* xvfb = nullptr;
 
-class Recorder final : public ShieldDelegate {
-public:
+// Every ending and stray key the shield reports, in order.
+struct Recorder {
     QStringList endings;
     QString keys;
-    void shieldWasBroken(std::optional<PromiseRecord::Reason>) override { endings.append(QStringLiteral("broken")); }
-    void shieldTimedOut() override { endings.append(QStringLiteral("timed out")); }
-    void shieldPanicked() override { endings.append(QStringLiteral("panicked")); }
-    void shieldYielded() override { endings.append(QStringLiteral("yielded")); }
-    void shieldKeyPressed(const QString& key) override { keys += key; }
+    void listen(ShieldController& shield) {
+        QObject::connect(&shield, &ShieldController::wasBroken,
+                         [this](std::optional<PromiseRecord::Reason>) { endings.append(QStringLiteral("broken")); });
+        QObject::connect(&shield, &ShieldController::timedOut, [this] { endings.append(QStringLiteral("timed out")); });
+        QObject::connect(&shield, &ShieldController::panicked, [this] { endings.append(QStringLiteral("panicked")); });
+        QObject::connect(&shield, &ShieldController::yielded, [this] { endings.append(QStringLiteral("yielded")); });
+        QObject::connect(&shield, &ShieldController::keyPressed, [this](const QString& key) { keys += key; });
+    }
 };
 
 QString screenshotDir() {
@@ -82,7 +85,7 @@ protected:
     void SetUp() override {
         Settings::setStore(std::make_shared<MemorySettingsStore>());
         Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-e2e.log")));
-        shield.setDelegate(&recorder);
+        recorder.listen(shield);
         shield.setStandingSource([] { return QStringLiteral("3 tovin · 1 broken. This breaks a streak of 2."); });
     }
     void TearDown() override {

@@ -1,4 +1,4 @@
-#include "app/away_view.h"
+#include "screens/away_view.h"
 #include "journal/journal.h"
 #include "schedule/settings.h"
 #include "shield/escape_view.h"
@@ -22,17 +22,19 @@ using Reason = PromiseRecord::Reason;
 
 namespace {
 
-class Recorder final : public ShieldDelegate {
-public:
+// Every ending and stray key the shield reports, in order.
+struct Recorder {
     QStringList endings;
     QStringList keys;
-    void shieldWasBroken(std::optional<Reason> reason) override {
-        endings.append(u"broken: " + (reason ? toString(*reason) : QStringLiteral("none")));
+    void listen(ShieldController& shield) {
+        QObject::connect(&shield, &ShieldController::wasBroken, [this](std::optional<Reason> reason) {
+            endings.append(u"broken: " + (reason ? toString(*reason) : QStringLiteral("none")));
+        });
+        QObject::connect(&shield, &ShieldController::timedOut, [this] { endings.append(QStringLiteral("timed out")); });
+        QObject::connect(&shield, &ShieldController::panicked, [this] { endings.append(QStringLiteral("panicked")); });
+        QObject::connect(&shield, &ShieldController::yielded, [this] { endings.append(QStringLiteral("yielded")); });
+        QObject::connect(&shield, &ShieldController::keyPressed, [this](const QString& key) { keys.append(key); });
     }
-    void shieldTimedOut() override { endings.append(QStringLiteral("timed out")); }
-    void shieldPanicked() override { endings.append(QStringLiteral("panicked")); }
-    void shieldYielded() override { endings.append(QStringLiteral("yielded")); }
-    void shieldKeyPressed(const QString& key) override { keys.append(key); }
 };
 
 class ShieldTest : public ::testing::Test {
@@ -41,7 +43,7 @@ protected:
         Settings::setStore(std::make_shared<MemorySettingsStore>());
         Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-shield.log")));
         Journal::setClock(&clock);
-        shield.setDelegate(&recorder);
+        recorder.listen(shield);
         shield.setStandingSource([] { return QStringLiteral("2 tovin · 0 broken. This breaks a streak of 2."); });
     }
     void TearDown() override {

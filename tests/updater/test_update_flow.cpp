@@ -4,6 +4,8 @@
 // test build of the program itself for the dry run and for a full update of the real install tree.
 
 #include "app/app_controller.h"
+#include "screens/local_screens.h"
+#include "promises/promise_ledger.h"
 #include "app/countdown_panel.h"
 #include "app/update_dialogs.h"
 #include "journal/instance_record.h"
@@ -532,10 +534,13 @@ TEST_F(UpdateFlow, TheOfferDialogsDownloadWithProgressCancelAndSayWhyNothingWasI
     fakes::FakeClock clock;
     fakes::FakeIdle idle;
     CountdownPanel::offscreenForTests = true;
-    AppController controller(clock, idle);
+    LocalScreens screens(clock);
+    PromiseLedger ledger(path(QStringLiteral("dialog-ledger.json")));
+    AppController controller({clock, idle, screens, ledger, path(QStringLiteral("dialog-week.json"))});
     QStringList alerts;
-    controller.showAlert = [&](const QString& title, const QString& detail) { alerts.append(title + u" | " + detail); };
     UpdateDialogs dialogs(controller);
+    QObject::connect(&dialogs, &UpdateDialogs::alertRequested,
+                     [&](const QString& title, const QString& detail) { alerts.append(title + u" | " + detail); });
     bool quit = false;
     dialogs.quitting = [&] { quit = true; };
     const QString parent = path(QStringLiteral("dialog-home"));

@@ -2,6 +2,7 @@
 // the page's messages change exactly what they should, a blank page is caught, and the page
 // can reach nothing outside its own bundle.
 
+#include "workoutweb/bundle_routes.h"
 #include "workoutweb/bundle_scheme_handler.h"
 #include "workoutweb/workout_web_view.h"
 
@@ -30,14 +31,10 @@ namespace {
 
 const QString fixtures = QStringLiteral(TOVIN_WEB_FIXTURES);
 
-class Recorder final : public WorkoutWebDelegate {
-public:
+// What the page finished and how it failed, as the process that owns the files hears it.
+struct Recorder {
     QList<std::pair<QString, qint64>> completed;
     QStringList failures;
-    void workoutCompleted(const QString& exercise, qint64 reps) override {
-        completed.append({exercise, reps});
-    }
-    void workoutWebFailed(const QString& detail) override { failures.append(detail); }
 };
 
 class WebViewTest : public ::testing::Test {
@@ -59,15 +56,21 @@ protected:
 
     WorkoutWebView& open(const QString& fixture, WorkoutWebView::Mode mode = WorkoutWebView::Mode::Locked,
                          std::optional<QString> label = QStringLiteral("The Classic 7")) {
-        view = std::make_unique<WorkoutWebView>(fixtures + u'/' + fixture, mode, label, clock,
-                                                nullptr,
-                                                WorkoutWebView::Sources{schedulePath, &ledger});
-        view->setDelegate(&recorder);
+        make(fixtures + u'/' + fixture, mode, label);
         view->resize(800, 600);
         view->show();
         QSignalSpy loaded(view->page(), &QWebEnginePage::loadFinished);
         EXPECT_TRUE(loaded.wait(30000)) << "the page did not load";
         return *view;
+    }
+
+    // A page wired as the app wires it: its messages applied to throw-away files.
+    void make(const QString& root, WorkoutWebView::Mode mode, const std::optional<QString>& label) {
+        view = std::make_unique<WorkoutWebView>(root, BridgeMessages::nativeState(mode, true, label, schedulePath, ledger),
+                                                clock);
+        QObject::connect(view.get(), &WorkoutWebView::message, [this](const QJsonObject& m) { bridge.apply(m); });
+        QObject::connect(view.get(), &WorkoutWebView::failed,
+                         [this](const QString& detail) { recorder.failures.append(detail); });
     }
 
     // Runs script in the page and waits for its value.
@@ -92,6 +95,11 @@ protected:
     PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
     fakes::FakeClock clock;
     Recorder recorder;
+    BridgeMessages bridge = [this] {
+        BridgeMessages b(schedulePath, ledger, clock);
+        b.onWorkoutComplete = [this](const QString& exercise, qint64 reps) { recorder.completed.append({exercise, reps}); };
+        return b;
+    }();
     std::unique_ptr<WorkoutWebView> view;
 };
 
@@ -149,7 +157,7 @@ TEST_F(WebViewTest, SaveSettingsRules) {
     EXPECT_EQ(Settings::retestReportedAt(), clock.now());
 
     // Absent keys leave their settings alone; wrong types are skipped.
-    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSettings")},
+    bridge.apply(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSettings")},
                              {QStringLiteral("fromMinute"), QStringLiteral("nine")},
                              {QStringLiteral("lockoutWorkoutId"), QStringLiteral("classic-7")}});
     EXPECT_EQ(Settings::activeFromMinute(), 480);
@@ -169,9 +177,9 @@ TEST_F(WebViewTest, APlanRewritesTheWeekAndAnnouncesIt) {
     EXPECT_EQ(keys, (QStringList{QStringLiteral("09:00|Plan A|workout"), QStringLiteral("15:00|Plan B|workout"),
                                  QStringLiteral("16:30|Walk|away")}));
     // A malformed plan changes nothing; saveSchedule is deliberately not heard.
-    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")},
+    bridge.apply(QJsonObject{{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")},
                              {QStringLiteral("blocks"), QStringLiteral("[{\"at\": 9}]")}});
-    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSchedule")},
+    bridge.apply(QJsonObject{{QStringLiteral("type"), QStringLiteral("saveSchedule")},
                              {QStringLiteral("blocks"), QStringLiteral("[]")}});
     EXPECT_EQ(changed.count(), 1);
     EXPECT_EQ(ScheduleStore::load(schedulePath).size(), 3);
@@ -186,10 +194,10 @@ TEST_F(WebViewTest, PromisesSyncedOnlyEverGrowsTheLedger) {
                         " outcome: 'broken', exercise: 'pushup', reps: 2, cleanReps: 1, reason: 'Genuinely urgent'}])); 1"));
     ASSERT_TRUE(QTest::qWaitFor([&] { return ledger.records().size() == 2; }, 10000));
     EXPECT_EQ(ledger.records()[0].exercise, u"pushup"); // oldest first
-    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
+    bridge.apply(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
                              {QStringLiteral("promises"), QStringLiteral("[]")}});
     EXPECT_EQ(ledger.records().size(), 2);
-    view->handle(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
+    bridge.apply(QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
                              {QStringLiteral("promises"), QStringLiteral("not json")}});
     EXPECT_EQ(ledger.records().size(), 2);
 }
@@ -270,17 +278,14 @@ TEST_F(WebViewTest, ARightClickOpensNoBrowserMenu) {
 }
 
 TEST_F(WebViewTest, AMissingBundleFailsTheLoad) {
-    view = std::make_unique<WorkoutWebView>(dir.filePath(QStringLiteral("no-such-web")),
-                                            WorkoutWebView::Mode::Locked, std::nullopt, clock,
-                                            nullptr, WorkoutWebView::Sources{schedulePath, &ledger});
-    view->setDelegate(&recorder);
+    make(dir.filePath(QStringLiteral("no-such-web")), WorkoutWebView::Mode::Locked, std::nullopt);
     EXPECT_TRUE(QTest::qWaitFor([&] { return !recorder.failures.isEmpty(); }, 30000));
 }
 
 // The real web build, staged by the build: every mode boots to its screen, a lockout renders
 // well past the watchdog's threshold, and setup reports through the bridge.
 TEST_F(WebViewTest, TheRealWebAppBootsEveryMode) {
-    const auto root = WorkoutWebView::bundledRoot();
+    const auto root = BundleRoutes::bundledRoot();
     ASSERT_TRUE(root) << "the web app was not staged: the web_app target builds it";
     Settings::setLockoutWorkoutID(QStringLiteral("two-minute-spark"));
     const struct {
@@ -290,9 +295,7 @@ TEST_F(WebViewTest, TheRealWebAppBootsEveryMode) {
                  {WorkoutWebView::Mode::Setup, u"Set up your breaks"},
                  {WorkoutWebView::Mode::Retest, u"Push-ups in 60 seconds"}};
     for (const auto& c : cases) {
-        view = std::make_unique<WorkoutWebView>(*root, c.mode, QStringLiteral("Lunch"), clock, nullptr,
-                                                WorkoutWebView::Sources{schedulePath, &ledger});
-        view->setDelegate(&recorder);
+        make(*root, c.mode, QStringLiteral("Lunch"));
         view->resize(1200, 800);
         view->show();
         QSignalSpy loaded(view->page(), &QWebEnginePage::loadFinished);

@@ -20,6 +20,10 @@
 #            renderer ended; again from Ctrl-L, Esc ×5 over a frozen page leaves no renderer
 #   rehearse --rehearse: the warning leaves "Simulate the system taking the screen" clickable;
 #            a normal launch beside it watches the schedule; Ctrl-Q quits a rehearsal
+#   helper   the screen helper lives only while something shows: gone once the setup window
+#            closes; killed mid-lockout, the screen comes back, journalled, nothing recorded, and
+#            the resident still locks from Ctrl-L; the resident killed mid-lockout takes the
+#            shield with it within a second
 # The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
 # test-only remote-debugging port (drive_page.mjs). Prints one line per check and
 # "N passed, N failed". Screenshots go to the folder given, named after the scenario.
@@ -122,6 +126,8 @@ gone() { # a process that no longer runs (a zombie awaiting its parent counts as
     case "$state" in Z*) return 0 ;; *) return 1 ;; esac
 }
 countdown_up() { small_window >/dev/null; }
+helper_pid() { pgrep -P "$app" -x tovin-screens; } # the screen helper, a child of the resident
+no_helper() { ! helper_pid >/dev/null; }
 alive() { kill -0 "$app" 2>/dev/null; }
 
 # A sound server with a null source, so the call detector asks a real one.
@@ -352,6 +358,37 @@ rehearse)
     check "Ctrl-Q quits a rehearsal, as its title promises" waitfor 5 sh -c "! kill -0 $rehearsal 2>/dev/null"
     check "nothing is recorded" test "$(records)" = 0
     app=$rehearsal
+    ;;
+helper)
+    week ""
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    launch "$tovin"
+    check "the setup window opens" waitfor 20 setup_visible
+    check "... drawn by the screen helper, the resident's child" helper_pid
+    check "the setup window closes with Ctrl-W" waitfor 15 close_setup
+    check "with nothing to show, the screen helper ends" waitfor 10 no_helper
+    check "a second launch brings the setup window back" open_setup_again
+    check "Ctrl-L in it locks at once" lock_from_setup
+    check "... over both screens" waitfor 20 covered
+    sleep 2
+    h=$(helper_pid)
+    check "a helper draws the shield" test -n "$h"
+    kill -KILL "$h"
+    check "the helper killed mid-lockout gives the screen back" waitfor 10 sh -c "! '$xshot' '$shots/helper-after.png' --covered >/dev/null"
+    check "the journal says why" waitfor 5 journal_has '\[shield\] released — the screen helper'
+    check "nothing is recorded" test "$(records)" = 0
+    check "the resident keeps running" alive
+    check "the person is told" waitfor 5 small_window
+    shot alert
+    check "a second launch brings the setup window back" open_setup_again
+    check "Ctrl-L in it locks at once, with a fresh helper" lock_from_setup
+    check "... over both screens" waitfor 20 covered
+    sleep 2
+    kill -KILL "$app"
+    sleep 1
+    check "the resident killed mid-lockout takes the shield with it within a second" sh -c "! '$xshot' '$shots/helper-gone.png' --covered >/dev/null"
+    check "... and the helper" waitfor 3 sh -c "! pgrep -x tovin-screens >/dev/null"
+    check "nothing is recorded" test "$(records)" = 0
     ;;
 *)
     echo "unknown scenario $scenario"; exit 2 ;;

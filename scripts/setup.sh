@@ -24,6 +24,8 @@ packages=(
     # real parts for the platform tests: a sound server, an X server and input, a private bus
     pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon openbox
     fonts-dejavu-core
+    # a tray for the resident's benchmark to click, as a person's desktop has
+    trayer
     # the workout web app's end-to-end checks drive Debian's Chromium
     chromium
 )

@@ -12,6 +12,7 @@
 
 #include <QGuiApplication>
 #include <QStackedLayout>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWebEngineView>
 
@@ -125,6 +126,23 @@ void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMi
         workoutWeb_ = prebuiltWeb_;
         prebuilt_ = nullptr;
         prebuiltWeb_ = nullptr;
+    } else if (web && !contentFactory_) {
+        // Nothing prepared ("Lock Me Out Now"): the screens are covered first, and the page,
+        // whose engine takes a moment to start, is built inside the cover right after.
+        dropPrepared();
+        view = new QWidget;
+        view->setStyleSheet(QStringLiteral("background: black;"));
+        auto* layout = new QVBoxLayout(view);
+        layout->setContentsMargins(0, 0, 0, 0);
+        QPointer<QWidget> cover(view);
+        QTimer::singleShot(0, this, [this, cover, page] {
+            if (!cover || !shield_.isUp())
+                return;
+            WorkoutWebView* web = webPage(page.webRoot, page.native);
+            workoutWeb_ = web;
+            cover->layout()->addWidget(web);
+            web->markShown();
+        });
     } else {
         dropPrepared();
         view = page.kind == LockoutPage::Kind::Coach ? coachLockout(page) : build(page, false);

@@ -11,6 +11,8 @@
 //       prints the workout's timer and fails unless it still shows at least MIN_SECONDS
 //   node --experimental-websocket drive_page.mjs PORT TIMEOUT has-text TEXT
 //       waits until the page shows TEXT
+//   node --experimental-websocket drive_page.mjs PORT TIMEOUT rendered
+//       waits until the page shows more than 19 characters, as the app's render check asks
 
 const [port, timeoutArg, mode = 'workout', minArg] = process.argv.slice(2);
 const deadline = Date.now() + Number(timeoutArg ?? 150) * 1000;
@@ -25,7 +27,7 @@ async function pageSocket() {
     } catch {
       // the engine is not up yet
     }
-    await sleep(300);
+    await sleep(50);
   }
   throw new Error('no workout page to drive');
 }
@@ -78,12 +80,21 @@ if (mode === 'first-timer') {
   const [m, s] = String(text ?? '').split(':').map(Number);
   const seconds = m * 60 + s;
   finish(seconds >= min, `first step's timer when the shield rose: ${text} (wanted at least ${min} s)`);
+} else if (mode === 'rendered') {
+  // As the app's own render check judges it: more than 19 characters of text.
+  let length = 0;
+  while (Date.now() < deadline) {
+    length = (await evaluate('document.body ? document.body.innerText.trim().length : 0')) ?? 0;
+    if (length > 19) break;
+    await sleep(50);
+  }
+  finish(length > 19, `page shows ${length} characters`);
 } else if (mode === 'has-text') {
   let text = '';
   while (Date.now() < deadline) {
     text = (await evaluate('document.body.innerText')) ?? '';
     if (text.includes(minArg)) break;
-    await sleep(300);
+    await sleep(50);
   }
   finish(text.includes(minArg), `page ${text.includes(minArg) ? 'shows' : 'never showed'} "${minArg}"`);
 } else if (mode === 'retest') {

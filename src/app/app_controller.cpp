@@ -153,24 +153,27 @@ void AppController::checkSchedule() {
     state.countdownShowing = countdown_.isShowing();
     state.finished = finished_;
     state.pausedUntil = pausedUntil_;
-    state.holdOff = holdOffReason();
-    // A block snoozed or cancelled at its countdown waits for its deferral, however long the
-    // schedule still calls it due: the deferral, not the next tick, brings it back.
-    if (!state.holdOff && pendingBlock_ && hasPendingDeferral())
-        state.holdOff = u"deferred — " + deferReason_;
     state.retest = overdueRetestBlock();
 
-    const Tick tick = schedule_.tick(now, firedToday_, state, cal);
+    Tick tick = schedule_.tick(now, firedToday_, state, cal);
+    // The guards are asked only when a block is due: asking costs a round trip to the sound
+    // server and a look at every process's open files, which a resident that waits all day
+    // must not pay twice a minute.
+    if (tick.isFire()) {
+        state.holdOff = holdOffReason();
+        // A block snoozed or cancelled at its countdown waits for its deferral, however long
+        // the schedule still calls it due: the deferral, not the next tick, brings it back.
+        if (!state.holdOff && pendingBlock_ && hasPendingDeferral())
+            state.holdOff = u"deferred — " + deferReason_;
+        if (state.holdOff)
+            tick = schedule_.tick(now, firedToday_, state, cal);
+    }
     Journal::state(QStringLiteral("schedule"), tick.summary());
 
     switch (tick.kind()) {
     case Tick::Case::Fire: {
         const Block& block = *tick.block();
         Journal::note(QStringLiteral("schedule"), u"firing " + block.label);
-        if (const auto reason = holdOffReason()) {
-            deferLockout(tovinPause, *reason);
-            return;
-        }
         pendingBlock_ = block;
         warnThenLock();
         break;

@@ -292,10 +292,18 @@ void AppShell::openSetupWindow() {
     const QJsonValue frame = Settings::store().value(QStringLiteral("setupWindowGeometry"));
     screens_.openSetup(*root, controller_.nativeFor(PageMode::Setup, true, std::nullopt), strip(),
                        frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1()) : QByteArray());
+    // The strip's lines follow the clock only while the window shows: a resident that waits
+    // must not wake for a window nobody sees.
     if (!stripTimer_) {
-        stripTimer_ = controller_.clock().createTimer([this] { refreshSetupStrip(); });
-        stripTimer_->start(15, true);
+        stripTimer_ = controller_.clock().createTimer([this] {
+            if (screens_.setupIsVisible())
+                refreshSetupStrip();
+            else
+                stripTimer_->stop();
+        });
     }
+    if (!stripTimer_->isActive())
+        stripTimer_->start(15, true);
 }
 
 void AppShell::lockNow(bool rehearsal) {

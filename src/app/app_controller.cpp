@@ -34,11 +34,25 @@ AppController::AppController(const AppDependencies& deps, QObject* parent)
       bridge_(scheduleURL_, ledger_, clock_), countdown_(clock_), usage_(clock_, idle_) {
     // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
     // deferral; the usage path neither doubles it nor cuts it short.
-    usage_.onDue = [this] {
+    connect(&usage_, &UsageWatcher::due, this, [this] {
         if (!hasPendingDeferral())
             lockoutBecameDue();
-    };
-    bridge_.onWorkoutComplete = [this](const QString& exercise, qint64 reps) { workoutCompleted(exercise, reps); };
+    });
+    connect(&countdown_, &CountdownPanel::fired, this, [this] {
+        snoozesUsed_ = 0;
+        raiseLockout(rehearsalOnly_);
+    });
+    connect(&countdown_, &CountdownPanel::snoozed, this, [this] {
+        dropPrebuilt();
+        ++snoozesUsed_;
+        deferLockout(Settings::snoozeMinutes(), QStringLiteral("you asked for a few more minutes"));
+    });
+    connect(&countdown_, &CountdownPanel::cancelled, this, [this](const QString& reason) {
+        dropPrebuilt();
+        deferLockout(tovinPause, reason);
+    });
+    connect(&bridge_, &BridgeMessages::workoutCompleted, this, &AppController::workoutCompleted);
+    connect(&bridge_, &BridgeMessages::settingsSaved, this, &AppController::settingsChanged);
     connect(&screens_, &Screens::shieldWasBroken, this, &AppController::shieldWasBroken);
     connect(&screens_, &Screens::shieldTimedOut, this, &AppController::shieldTimedOut);
     connect(&screens_, &Screens::shieldPanicked, this, &AppController::shieldPanicked);
@@ -82,6 +96,7 @@ void AppController::startScheduleWatch() {
     scheduleChanged_ = connect(ScheduleChangeNotifier::instance(),
                                &ScheduleChangeNotifier::tovinScheduleChanged, this, [this] {
                                    reloadSchedule();
+                                   Q_EMIT settingsChanged();
                                    firedToday_.clear(); // in memory only; the stored set stays
                                    Journal::note(QStringLiteral("schedule"),
                                                  u"reloaded — " +
@@ -243,19 +258,6 @@ void AppController::warnThenLock() {
     if (countdown_.isShowing())
         return;
     const int snoozesLeft = std::max(0, Settings::snoozesPerLockout() - snoozesUsed_);
-    countdown_.onFire = [this] {
-        snoozesUsed_ = 0;
-        raiseLockout(rehearsalOnly_);
-    };
-    countdown_.onSnooze = [this] {
-        dropPrebuilt();
-        ++snoozesUsed_;
-        deferLockout(Settings::snoozeMinutes(), QStringLiteral("you asked for a few more minutes"));
-    };
-    countdown_.onCancel = [this](const QString& reason) {
-        dropPrebuilt();
-        deferLockout(tovinPause, reason);
-    };
     countdown_.show(Settings::warningSeconds(), snoozesLeft);
     prebuild();
 }

@@ -148,6 +148,8 @@ Q_SIGNALS:
     void quitRequested();
     // The setup window should open (or come forward).
     void setupWindowWanted();
+    // The person's settings or week changed: whatever shows them is drawn again.
+    void settingsChanged();
 
 private:
     void reloadSchedule();

@@ -35,6 +35,7 @@ AppShell::AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObje
         refreshTrayIcon();
         refreshSetupStrip();
     });
+    connect(&controller_, &AppController::settingsChanged, this, &AppShell::refreshSetupStrip);
     connect(&updates_, &UpdateDialogs::alertRequested, this, &AppShell::alert);
     connect(&screens_, &Screens::actionChosen, this, &AppShell::chosen);
     connect(&screens_, &Screens::quitAsked, qApp, &QCoreApplication::quit);

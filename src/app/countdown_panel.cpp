@@ -139,14 +139,12 @@ void CountdownPanel::dismiss() {
 
 void CountdownPanel::startNow() {
     dismiss();
-    if (onFire)
-        onFire();
+    Q_EMIT fired();
 }
 
 void CountdownPanel::snooze() {
     dismiss();
-    if (onSnooze)
-        onSnooze();
+    Q_EMIT snoozed();
 }
 
 void CountdownPanel::tick() {
@@ -155,15 +153,13 @@ void CountdownPanel::tick() {
     if (CallDetector::isBusy(call.mic, call.camera)) {
         const QString why = CallDetector::explanation(call.mic, call.camera);
         dismiss();
-        if (onCancel)
-            onCancel(why);
+        Q_EMIT cancelled(why);
         return;
     }
     remaining_ -= 1.0;
     if (remaining_ <= 0) {
         dismiss();
-        if (onFire)
-            onFire();
+        Q_EMIT fired();
         return;
     }
     render();

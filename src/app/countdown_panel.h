@@ -29,10 +29,6 @@ public:
     explicit CountdownPanel(Clock& clock, QObject* parent = nullptr);
     ~CountdownPanel() override;
 
-    std::function<void()> onFire;
-    std::function<void()> onSnooze;
-    std::function<void(const QString&)> onCancel;
-
     // Starts a countdown; does nothing while one is showing, so a second due event never
     // restarts a running countdown.
     void show(double seconds, int snoozesLeft);
@@ -48,6 +44,12 @@ public:
     QString displayedText() const { return text_; }
     // The panel while it is showing (for placement checks and screenshots).
     QWidget* panel() const { return panel_; }
+
+Q_SIGNALS:
+    // How the countdown ended; each comes after the notice is gone.
+    void fired();                          // its time ran out, or "Start now"
+    void snoozed();                        // "Not now"
+    void cancelled(const QString& reason); // a call went live
 
 private:
     void tick();

@@ -4,8 +4,8 @@
 
 namespace tovin {
 
-UsageWatcher::UsageWatcher(Clock& clock, IdleSource& idle)
-    : clock_(clock), idle_(idle), lastTick_(clock.now()) {}
+UsageWatcher::UsageWatcher(Clock& clock, IdleSource& idle, QObject* parent)
+    : QObject(parent), clock_(clock), idle_(idle), lastTick_(clock.now()) {}
 
 void UsageWatcher::start() {
     if (running_)
@@ -43,8 +43,7 @@ void UsageWatcher::sample() {
         activeSeconds_ += elapsed;
         if (activeSeconds_ >= Settings::triggerAfterMinutes() * 60.0) {
             activeSeconds_ = 0;
-            if (onDue)
-                onDue();
+            Q_EMIT due();
         }
     }
 }

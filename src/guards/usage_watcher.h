@@ -4,23 +4,22 @@
 #include "guards/idle_source.h"
 
 #include <QDateTime>
+#include <QObject>
 
-#include <functional>
 #include <memory>
 
 namespace tovin {
 
-// Counts unbroken use of the machine. After triggerAfterMinutes of it, onDue runs (and the
+// Counts unbroken use of the machine. After triggerAfterMinutes of it, `due` is told (and the
 // count starts again); stepping away for idleResetsAfterMinutes wipes the count. A pause of
 // between 30 seconds and that threshold neither counts nor resets, so stopping to read does
 // not restart the stretch.
-class UsageWatcher {
+class UsageWatcher final : public QObject {
+    Q_OBJECT
 public:
     static constexpr double sampleSeconds = 15;
 
-    UsageWatcher(Clock& clock, IdleSource& idle);
-
-    std::function<void()> onDue;
+    UsageWatcher(Clock& clock, IdleSource& idle, QObject* parent = nullptr);
 
     void start();
     void stop();
@@ -28,6 +27,9 @@ public:
     bool isRunning() const { return running_; }
     double continuousUseSeconds() const { return activeSeconds_; }
     void sample();
+
+Q_SIGNALS:
+    void due();
 
 private:
     Clock& clock_;

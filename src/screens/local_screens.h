@@ -5,6 +5,7 @@
 #include "screens/screens.h"
 #include "shield/shield_controller.h"
 #include "screens/setup_window.h"
+#include "screens/start_window.h"
 #include "workoutweb/workout_web_view.h"
 
 #include <QPointer>

@@ -46,15 +46,4 @@ private:
     QPointer<QCheckBox> login_;
 };
 
-// The start window of --layout-check: what the shield is and how to get out of it, before the
-// first lockout. "Begin" leaves as `begin`.
-class StartWindow final : public QWidget {
-    Q_OBJECT
-public:
-    explicit StartWindow(const StartCard& card);
-
-Q_SIGNALS:
-    void begin();
-};
-
 } // namespace tovin

@@ -243,7 +243,8 @@ void Download::downloaded() {
         note(QStringLiteral("unpacked"));
 
         const QString app = unpacked + u"/Tovin";
-        if (!QFileInfo(app + u"/bin/tovin").isFile())
+        // Both halves of Tovin or nothing: a resident without its screen helper shows nothing.
+        if (!QFileInfo(app + u"/bin/tovin").isFile() || !QFileInfo(app + u"/bin/tovin-screens").isFile())
             return refuse(QStringLiteral("that download doesn't contain Tovin"));
         if (!isSignedRelease(app, keys)) {
             note(u"refused " + app + u" — not notarised Developer ID");

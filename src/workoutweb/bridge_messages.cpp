@@ -65,6 +65,32 @@ QList<BridgeMessages::Type> BridgeMessages::schema() {
     };
 }
 
+QString BridgeMessages::bridgeFunctions() {
+    return QStringLiteral(R"JS(
+  complete: function (exercise, reps) {
+    window.__tovinPost({ type: 'workoutComplete', exercise: String(exercise || ''), reps: Number(reps || 0) });
+  },
+  promisesSynced: function (merged) {
+    window.__tovinPost({ type: 'promisesSynced', promises: JSON.stringify(merged || []) });
+  },
+  setBusy: function (reason) {
+    window.__tovinPost({ type: 'busy', reason: String(reason || '') });
+  },
+  clearBusy: function () {
+    window.__tovinPost({ type: 'busy', reason: '' });
+  },
+  saveSchedule: function (blocks) {
+    window.__tovinPost({ type: 'saveSchedule', blocks: JSON.stringify(blocks) });
+  },
+  setWorkoutPlan: function (blocks) {
+    window.__tovinPost({ type: 'setWorkoutPlan', blocks: JSON.stringify(blocks || []) });
+  },
+  saveSettings: function (s) {
+    window.__tovinPost(Object.assign({ type: 'saveSettings' }, s));
+  }
+)JS");
+}
+
 void BridgeMessages::apply(const QJsonObject& message) {
     const QJsonValue type = message.value(u"type");
     if (!type.isString())
@@ -84,11 +110,9 @@ void BridgeMessages::apply(const QJsonObject& message) {
 }
 
 void BridgeMessages::workoutComplete(const QJsonObject& m) {
-    if (!onWorkoutComplete)
-        return;
     const QJsonValue exercise = m.value(u"exercise");
-    onWorkoutComplete(exercise.isString() ? exercise.toString() : QStringLiteral("Workout"),
-                      jsonInteger(m.value(u"reps")).value_or(0));
+    Q_EMIT workoutCompleted(exercise.isString() ? exercise.toString() : QStringLiteral("Workout"),
+                            jsonInteger(m.value(u"reps")).value_or(0));
 }
 
 void BridgeMessages::promisesSynced(const QJsonObject& m) {
@@ -160,6 +184,7 @@ void BridgeMessages::saveSettings(const QJsonObject& m) {
         Settings::setRetestDueInDays(*days);
         Settings::setRetestReportedAt(clock_.now());
     }
+    Q_EMIT settingsSaved();
 }
 
 } // namespace tovin

@@ -3,6 +3,7 @@
 #include "core/clock.h"
 
 #include <QJsonObject>
+#include <QObject>
 #include <QString>
 
 #include <functional>
@@ -19,11 +20,12 @@ QString toString(PageMode mode);
 // The two halves of the page's contract that are data, not drawing: what the page is told at
 // boot (window.TOVIN_NATIVE's values), and what its messages change. The page and whatever
 // shows it only carry these; the process that owns the person's files applies them.
-class BridgeMessages {
+class BridgeMessages final : public QObject {
+    Q_OBJECT
 public:
     // Where the messages land: the person's week, their ledger, the clock for the busy mark.
-    BridgeMessages(QString schedulePath, PromiseLedger& ledger, Clock& clock)
-        : schedulePath_(std::move(schedulePath)), ledger_(ledger), clock_(clock) {}
+    BridgeMessages(QString schedulePath, PromiseLedger& ledger, Clock& clock, QObject* parent = nullptr)
+        : QObject(parent), schedulePath_(std::move(schedulePath)), ledger_(ledger), clock_(clock) {}
 
     // The data half of TOVIN_NATIVE, from the settings, the week and the ledger now.
     static QJsonObject nativeState(PageMode mode, bool shown, const std::optional<QString>& blockLabel,
@@ -36,11 +38,19 @@ public:
     };
     static QList<Type> schema();
 
-    // A finished workout: told here, recorded by whoever runs the lockout.
-    std::function<void(const QString& exercise, qint64 reps)> onWorkoutComplete;
+    // The functions of TOVIN_NATIVE, as JavaScript object members: each posts one message of
+    // the schema through window.__tovinPost.
+    static QString bridgeFunctions();
 
     // One page message: {"type": …, …}. Malformed messages and unknown types are dropped.
     void apply(const QJsonObject& message);
+
+Q_SIGNALS:
+    // A finished workout: told here, recorded by whoever runs the lockout.
+    void workoutCompleted(const QString& exercise, qint64 reps);
+    // The page saved the person's settings (the week announces itself through the schedule's
+    // own notifier).
+    void settingsSaved();
 
 private:
     void workoutComplete(const QJsonObject& m);

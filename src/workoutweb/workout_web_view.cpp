@@ -106,29 +106,7 @@ const char* const channelSetup = R"JS(
 })();
 )JS";
 
-const char* const bridgeFunctions = R"JS(
-  complete: function (exercise, reps) {
-    window.__tovinPost({ type: 'workoutComplete', exercise: String(exercise || ''), reps: Number(reps || 0) });
-  },
-  promisesSynced: function (merged) {
-    window.__tovinPost({ type: 'promisesSynced', promises: JSON.stringify(merged || []) });
-  },
-  setBusy: function (reason) {
-    window.__tovinPost({ type: 'busy', reason: String(reason || '') });
-  },
-  clearBusy: function () {
-    window.__tovinPost({ type: 'busy', reason: '' });
-  },
-  saveSchedule: function (blocks) {
-    window.__tovinPost({ type: 'saveSchedule', blocks: JSON.stringify(blocks) });
-  },
-  setWorkoutPlan: function (blocks) {
-    window.__tovinPost({ type: 'setWorkoutPlan', blocks: JSON.stringify(blocks || []) });
-  },
-  saveSettings: function (s) {
-    window.__tovinPost(Object.assign({ type: 'saveSettings' }, s));
-  }
-)JS";
+
 
 } // namespace
 
@@ -288,7 +266,7 @@ QString WorkoutWebView::bridgeScript() const {
     data.replace(QChar(0x2028), QStringLiteral("\\u2028"));
     data.replace(QChar(0x2029), QStringLiteral("\\u2029"));
     const QString native = u"window.TOVIN_NATIVE = Object.assign(" + data + u", {" +
-                           QString::fromUtf8(bridgeFunctions) + u"});\n";
+                           BridgeMessages::bridgeFunctions() + u"});\n";
     return QString::fromUtf8(errorCapture) + webChannelSource() + QString::fromUtf8(channelSetup) +
            native;
 }

@@ -17,9 +17,10 @@ class CountdownTest : public ::testing::Test {
 protected:
     void SetUp() override {
         CallDetector::setProbe(probe);
-        panel.onFire = [this] { outcomes.append(QStringLiteral("fire")); };
-        panel.onSnooze = [this] { outcomes.append(QStringLiteral("snooze")); };
-        panel.onCancel = [this](const QString& why) { outcomes.append(u"cancel: " + why); };
+        QObject::connect(&panel, &CountdownPanel::fired, [this] { outcomes.append(QStringLiteral("fire")); });
+        QObject::connect(&panel, &CountdownPanel::snoozed, [this] { outcomes.append(QStringLiteral("snooze")); });
+        QObject::connect(&panel, &CountdownPanel::cancelled,
+                         [this](const QString& why) { outcomes.append(u"cancel: " + why); });
     }
     void TearDown() override { CallDetector::setProbe(nullptr); }
 
@@ -91,11 +92,12 @@ TEST_F(CountdownTest, ACallOnTheLastSecondCancelsInsteadOfFiring) {
 }
 
 TEST_F(CountdownTest, ButtonsDismissFirstThenRunTheirOutcome) {
-    panel.onFire = [this] {
+    QObject::disconnect(&panel, &CountdownPanel::fired, nullptr, nullptr);
+    QObject::connect(&panel, &CountdownPanel::fired, [this] {
         outcomes.append(panel.isShowing() ? QStringLiteral("fire while showing")
                                           : QStringLiteral("fire"));
         panel.show(5, 0); // an outcome may start the next countdown
-    };
+    });
     panel.show(60, 1);
     panel.startNow();
     EXPECT_EQ(outcomes, QStringList{QStringLiteral("fire")});

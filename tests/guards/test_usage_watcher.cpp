@@ -16,7 +16,7 @@ protected:
         Settings::setStore(std::make_shared<MemorySettingsStore>());
         Settings::setTriggerAfterMinutes(50);
         Settings::setIdleResetsAfterMinutes(5);
-        watcher.onDue = [this] { ++fired; };
+        QObject::connect(&watcher, &UsageWatcher::due, [this] { ++fired; });
     }
     void TearDown() override { Settings::setStore(nullptr); }
 

@@ -210,6 +210,7 @@ protected:
             "#!/bin/sh\nhere=$(cd \"$(dirname \"$0\")/..\" && pwd)\n"
             "cat \"$here/share/tovin/VERSION\" > \"$here/../started\"\n",
             true);
+        put(tree + u"/bin/tovin-screens", "#!/bin/sh\n", true);
         put(tree + u"/share/tovin/VERSION", version.toUtf8() + '\n');
         put(tree + u"/share/tovin/web/index.html", "<!doctype html><title>Tovin</title>");
         return tree;

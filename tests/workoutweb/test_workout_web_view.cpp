@@ -69,6 +69,8 @@ protected:
         view = std::make_unique<WorkoutWebView>(root, BridgeMessages::nativeState(mode, true, label, schedulePath, ledger),
                                                 clock);
         QObject::connect(view.get(), &WorkoutWebView::message, [this](const QJsonObject& m) { bridge.apply(m); });
+        QObject::connect(&bridge, &BridgeMessages::workoutCompleted, view.get(),
+                         [this](const QString& exercise, qint64 reps) { recorder.completed.append({exercise, reps}); });
         QObject::connect(view.get(), &WorkoutWebView::failed,
                          [this](const QString& detail) { recorder.failures.append(detail); });
     }
@@ -95,11 +97,7 @@ protected:
     PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
     fakes::FakeClock clock;
     Recorder recorder;
-    BridgeMessages bridge = [this] {
-        BridgeMessages b(schedulePath, ledger, clock);
-        b.onWorkoutComplete = [this](const QString& exercise, qint64 reps) { recorder.completed.append({exercise, reps}); };
-        return b;
-    }();
+    BridgeMessages bridge{schedulePath, ledger, clock};
     std::unique_ptr<WorkoutWebView> view;
 };
 

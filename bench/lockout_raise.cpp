@@ -65,7 +65,6 @@ int main(int argc, char* argv[]) {
         ScreenHelper screens(clock, QStringLiteral(TOVIN_SCREENS_PROGRAM));
         AppController c({clock, idle, screens, ledger, dir.filePath(QStringLiteral("schedule.json"))});
         c.setCalendar(Calendar::utc());
-        c.setRehearsalOnly(true);
         bool prepared = false;
         bool up = false;
         QObject::connect(&screens, &Screens::pageLoaded, [&](PageRole role) { prepared |= role == PageRole::Prepared; });
@@ -89,6 +88,7 @@ int main(int argc, char* argv[]) {
         std::fflush(stdout);
         screens.lower();
         spinUntil([&] { return !screens.isRunning(); }, 5000);
+        spinUntil([] { return false; }, 300); // the helper's own exit
     }
     std::sort(covered.begin(), covered.end());
     std::printf("countdown end → covered: median %.1f ms, slowest %.1f ms over %lld runs (two monitors)\n",

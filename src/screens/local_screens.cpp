@@ -107,10 +107,14 @@ void LocalScreens::prepare(const LockoutPage& page) {
     dropPrepared();
     prebuiltFor_ = page;
     prebuilt_ = build(page, true);
+    // In the shield's own windows, out of sight, where it draws before the raise.
+    shield_.prepare(prebuilt_);
 }
 
 void LocalScreens::dropPrepared() {
-    if (prebuilt_)
+    if (shield_.isPrepared())
+        shield_.dropPrepared();
+    else if (prebuilt_)
         prebuilt_->deleteLater();
     prebuilt_ = nullptr;
     prebuiltWeb_ = nullptr;

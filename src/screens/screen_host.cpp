@@ -5,6 +5,7 @@
 #include "screens/screen_protocol.h"
 #include "shield/shield_window.h"
 
+#include <QScreen>
 #include <QWindow>
 
 #include <algorithm>
@@ -28,15 +29,18 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
     heartbeat_.setInterval(heartbeatMs);
     connect(&heartbeat_, &QTimer::timeout, this, [this] { send(eventNamed("alive")); });
 
-    // "up" is told once every shield window is really on its display (or after two seconds,
-    // whatever the display says), so the resident and the benchmarks see what a person sees.
-    coverWatch_.setInterval(2);
+    // "up" is told once every shield window is exposed where its display is (or after two
+    // seconds, whatever the display says), so the resident and the benchmarks see what a
+    // person sees.
+    coverWatch_.setInterval(1);
     connect(&coverWatch_, &QTimer::timeout, this, [this] {
         const auto windows = screens_.shield().windows();
-        const bool exposed = std::all_of(windows.begin(), windows.end(), [](ShieldWindow* w) {
-            return w && w->windowHandle() && w->windowHandle()->isExposed();
+        // Every window exposed, and (a shield's, not a rehearsal's) where its screen is.
+        const bool covered = std::all_of(windows.begin(), windows.end(), [this](ShieldWindow* w) {
+            return w && w->windowHandle() && w->windowHandle()->isExposed() &&
+                   (screens_.isRehearsal() || !w->screen() || w->geometry() == w->screen()->geometry());
         });
-        if (!screens_.isUp() || (!exposed && coverSince_.elapsed() < 2000))
+        if (!screens_.isUp() || (!covered && coverSince_.elapsed() < 2000))
             return;
         coverWatch_.stop();
         send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), true}});

@@ -52,6 +52,8 @@ ShieldController::ShieldController(Clock& clock, QObject* parent)
 ShieldController::~ShieldController() {
     if (monitoring_)
         qApp->removeEventFilter(this);
+    for (const auto& w : standby_)
+        delete w.data();
     for (const auto& w : windows_)
         delete w.data();
 }
@@ -90,9 +92,55 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
     return window;
 }
 
+bool ShieldController::prepare(QWidget* content) {
+    dropPrepared();
+    // Out of sight means a position, which only X offers; elsewhere the raise builds them.
+    if (up_ || !onX11() || !content)
+        return false;
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    QScreen* primary = QGuiApplication::primaryScreen();
+    standbyScreens_ = screens;
+    standbyContent_ = content;
+    for (QScreen* screen : screens) {
+        ShieldWindow* window = makeShieldWindow(screen);
+        windows_.removeOne(window);
+        if (screen == primary || (!primary && screen == screens.first()))
+            window->setContent(content);
+        else
+            window->setSecondaryPanel();
+        window->setAttribute(Qt::WA_ShowWithoutActivating);
+        // Mapped far off every screen: drawn, composited, and seen by no one.
+        window->move(-3 * window->width() - 10000, -3 * window->height() - 10000);
+        window->show();
+        standby_.append(window);
+    }
+    return true;
+}
+
+void ShieldController::dropPrepared() {
+    for (const auto& w : std::exchange(standby_, {}))
+        if (w) {
+            w->hide();
+            w->deleteLater();
+        }
+    standbyScreens_.clear();
+    standbyContent_ = nullptr;
+}
+
 void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinutes) {
     if (up_)
         return;
+    // Prepared windows serve only the content they hold, on the screens they were made for.
+    const bool standing = !rehearsal && !standby_.isEmpty() && content && content == standbyContent_ &&
+                          standbyScreens_ == QGuiApplication::screens() &&
+                          std::all_of(standby_.begin(), standby_.end(), [](const auto& w) { return bool(w); });
+    if (!standing && content && content == standbyContent_) {
+        // Leaving for other windows: the content must not go down with the prepared ones.
+        content->setParent(nullptr);
+        standbyContent_ = nullptr;
+    }
+    if (!standing)
+        dropPrepared();
     up_ = true;
     rehearsal_ = rehearsal;
     raisedAt_ = clock_.now();
@@ -135,7 +183,21 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
         QScreen* primary = QGuiApplication::primaryScreen();
         if (!primary && !screens.isEmpty())
             primary = screens.first();
-        for (QScreen* screen : screens) {
+        if (standing) {
+            for (int i = 0; i < standby_.size(); ++i) {
+                ShieldWindow* window = standby_[i];
+                windows_.append(window);
+                if (window->content() == content)
+                    mainWindow_ = window;
+                window->setAttribute(Qt::WA_ShowWithoutActivating, false);
+                window->setGeometry(standbyScreens_[i]->geometry());
+                window->raise();
+            }
+            standby_.clear();
+            standbyScreens_.clear();
+            standbyContent_ = nullptr;
+        }
+        for (QScreen* screen : standing ? QList<QScreen*>() : screens) {
             ShieldWindow* window = makeShieldWindow(screen);
             if (screen == primary) {
                 mainWindow_ = window;

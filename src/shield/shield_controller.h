@@ -42,6 +42,15 @@ public:
     // Where the break warning's standing sentence comes from (the shared ledger by default).
     void setStandingSource(std::function<QString()> source) { standing_ = std::move(source); }
 
+    // Builds the shield's windows around the content ahead of a raise (behind a countdown),
+    // mapped out of sight so the content has drawn in them before they cover anything; a raise
+    // with the same content only moves them into place. True when it took the content; false
+    // (while up, or where windows cannot be placed out of sight) leaves it with the caller.
+    bool prepare(QWidget* content);
+    // Drops the prepared windows and their content.
+    void dropPrepared();
+    bool isPrepared() const { return !standby_.isEmpty(); }
+
     // Takes ownership of the content. Does nothing at all while a shield is up.
     void raise(QWidget* content, bool rehearsal, double valveMinutes);
     void lower();
@@ -98,6 +107,10 @@ private:
     std::function<QString()> standing_;
 
     QList<QPointer<ShieldWindow>> windows_;
+    // Prepared windows, one per screen in order, out of sight until a raise takes them.
+    QList<QPointer<ShieldWindow>> standby_;
+    QList<QScreen*> standbyScreens_;
+    QPointer<QWidget> standbyContent_;
     QPointer<ShieldWindow> mainWindow_;
     QPointer<EscapeView> escapeView_;
     QPointer<QPushButton> simulate_;

@@ -21,9 +21,9 @@
 #   rehearse --rehearse: the warning leaves "Simulate the system taking the screen" clickable;
 #            a normal launch beside it watches the schedule; Ctrl-Q quits a rehearsal
 #   helper   the screen helper lives only while something shows: gone once the setup window
-#            closes; killed mid-lockout, the screen comes back, journalled, nothing recorded, and
-#            the resident still locks from Ctrl-L; the resident killed mid-lockout takes the
-#            shield with it within a second
+#            closes; killed or hung mid-lockout, the screen comes back, journalled, nothing
+#            recorded, and the resident still locks from Ctrl-L; the resident killed mid-lockout
+#            takes the shield with it within a second
 # The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
 # test-only remote-debugging port (drive_page.mjs). Prints one line per check and
 # "N passed, N failed". Screenshots go to the folder given, named after the scenario.
@@ -382,6 +382,19 @@ helper)
     shot alert
     check "a second launch brings the setup window back" open_setup_again
     check "Ctrl-L in it locks at once, with a fresh helper" lock_from_setup
+    check "... over both screens" waitfor 20 covered
+    sleep 2
+    # A helper that hangs (stopped, so it answers nothing) is ended, and the screen comes back.
+    h=$(helper_pid)
+    kill -STOP "$h"
+    hung_at=$SECONDS
+    check "a hung helper gives the screen back" waitfor 20 sh -c "! '$xshot' '$shots/helper-hung.png' --covered >/dev/null"
+    echo "     figures: helper stopped → screen back: $((SECONDS - hung_at)) s (it has 5 s to answer)"
+    check "... ended, not left stopped" waitfor 5 gone "$h"
+    check "the journal says why" journal_has '\[shield\] released — the screen helper stopped answering for 5 seconds'
+    check "still nothing recorded" test "$(records)" = 0
+    check "a second launch brings the setup window back" open_setup_again
+    check "Ctrl-L in it locks at once" lock_from_setup
     check "... over both screens" waitfor 20 covered
     sleep 2
     kill -KILL "$app"

@@ -282,6 +282,7 @@ std::optional<LockoutPage> AppController::workoutPage() const {
     page.kind = retest ? LockoutPage::Kind::Retest : LockoutPage::Kind::Workout;
     page.webRoot = *root;
     page.native = nativeFor(retest ? PageMode::Retest : PageMode::Locked, true, label);
+    page.standing = ledger_.standing();
     // The camera coach, when chosen, runs from every path but the fitness check.
     if (!retest && choseCameraCoach()) {
         page.kind = LockoutPage::Kind::Coach;
@@ -396,6 +397,7 @@ void AppController::raiseLockout(bool rehearsal) {
         page.webRoot = *root;
         page.awayLabel = block.label;
         page.awayEndsAt = clock_.now().addMSecs(qint64(held * 60'000));
+        page.standing = ledger_.standing();
         awayTimer_ = clock_.singleShot(held * 60.0, [this, block] { awayBlockTovin(block); });
         // The valve outlasts the away time by two minutes, unless the setting is shorter.
         screens_.raise(page, rehearsal, std::min(Settings::maxShieldMinutes(), held + 2));

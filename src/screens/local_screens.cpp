@@ -123,6 +123,10 @@ void LocalScreens::dropPrepared() {
 void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMinutes) {
     if (shield_.isUp())
         return;
+    // The promises as the ledger's keeper counts them now: this process may have outlived a
+    // lockout whose record it never saw.
+    if (!page.standing.isEmpty())
+        shield_.setStandingSource([standing = page.standing] { return standing; });
     QWidget* view = nullptr;
     const bool web = page.kind == LockoutPage::Kind::Workout || page.kind == LockoutPage::Kind::Retest;
     if (web && prebuilt_ && prebuiltFor_.servesAs(page)) {

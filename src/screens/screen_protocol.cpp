@@ -48,7 +48,10 @@ std::optional<QJsonObject> parse(const QByteArray& line) {
 }
 
 QJsonObject encode(const LockoutPage& page) {
-    QJsonObject o{{QStringLiteral("kind"), kindName(page.kind)}, {QStringLiteral("root"), page.webRoot}, {QStringLiteral("native"), page.native}};
+    QJsonObject o{{QStringLiteral("kind"), kindName(page.kind)},
+                  {QStringLiteral("root"), page.webRoot},
+                  {QStringLiteral("native"), page.native},
+                  {QStringLiteral("standing"), page.standing}};
     if (page.kind == LockoutPage::Kind::Away) {
         o.insert(u"awayLabel", page.awayLabel);
         o.insert(u"awayEndsAt", formatIsoMillis(page.awayEndsAt));
@@ -69,6 +72,7 @@ LockoutPage decodePage(const QJsonObject& o) {
     page.awayEndsAt = parseIsoInstant(o.value(u"awayEndsAt").toString()).value_or(QDateTime());
     page.coachWorkout = o.value(u"coach").toString();
     page.requiredCleanReps = int(jsonInteger(o.value(u"cleanReps"), 0, 1000).value_or(0));
+    page.standing = o.value(u"standing").toString();
     return page;
 }
 

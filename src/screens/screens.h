@@ -23,6 +23,7 @@ struct LockoutPage {
     QDateTime awayEndsAt;              // when an away block ends
     QString coachWorkout;              // the camera coach's workout ("coach:squats", …)
     int requiredCleanReps = 0;
+    QString standing;                  // the break warning's sentence about the promises so far
 
     // Whether a page prepared for `other` can serve as this one.
     bool servesAs(const LockoutPage& other) const {

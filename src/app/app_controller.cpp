@@ -365,6 +365,7 @@ void AppController::raiseLockout(bool rehearsal) {
     if (shieldIsUp())
         return;
     if (!Settings::lockoutWorkoutID() && !rehearsal) {
+        dropPrebuilt();
         Q_EMIT setupWindowWanted();
         Q_EMIT alertRequested(QStringLiteral("Choose a workout first."),
                               QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
@@ -374,6 +375,7 @@ void AppController::raiseLockout(bool rehearsal) {
     }
     const auto root = webRoot();
     if (!root || !QFileInfo(*root + u"/index.html").isFile()) {
+        dropPrebuilt();
         explainAndQuit(QStringLiteral("Workout UI is missing."),
                        QStringLiteral("Tovin couldn't find its bundled web app, so it didn't lock "
                                       "anything. Rebuild with ./scripts/run.sh, which stages it "

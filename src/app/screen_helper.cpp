@@ -31,8 +31,10 @@ ScreenHelper::ScreenHelper(Clock& clock, QString program, QObject* parent)
 ScreenHelper::~ScreenHelper() {
     // Closing the socket is the helper's signal to lower everything and end; it gets a moment
     // for that before QProcess ends it outright.
-    if (socket_)
+    if (socket_) {
+        socket_->disconnect(this);
         socket_->disconnectFromServer();
+    }
     if (process_) {
         process_->disconnect(this);
         process_->waitForFinished(1000);
@@ -55,7 +57,13 @@ void ScreenHelper::ensureRunning() {
         const QString name = paths::runtimeDir() + u"/screens-" + QString::number(::getpid()) + u".socket";
         QLocalServer::removeServer(name);
         if (!server_.listen(name)) {
-            Journal::note(QStringLiteral("shield"), u"the screen helper has no socket — " + server_.errorString());
+            const QString why = u"the screen helper has no socket — " + server_.errorString();
+            // Nothing was shown, and nothing will be: say so rather than claim a shield.
+            QMetaObject::invokeMethod(this, [this, why, wasShowing = showsAnything()] {
+                if (wasShowing)
+                    Q_EMIT screensLost(why);
+            }, Qt::QueuedConnection);
+            release();
             return;
         }
     }
@@ -119,6 +127,9 @@ void ScreenHelper::readEvents() {
         if (const auto event = ScreenProtocol::parse(socket_->readLine()))
             handle(*event);
     }
+    // No event is anywhere near this long: whatever sends it is not a working helper.
+    if (socket_ && !socket_->canReadLine() && socket_->bytesAvailable() > maxLineBytes)
+        processEnded(QStringLiteral("the screen helper sent garbled events"));
 }
 
 void ScreenHelper::handle(const QJsonObject& e) {
@@ -127,7 +138,13 @@ void ScreenHelper::handle(const QJsonObject& e) {
     if (name == u"hello") {
         // Only the process started here may speak for the screens.
         if (!process_ || e.value(u"pid").toInteger() != process_->processId()) {
-            processEnded(QStringLiteral("an unknown process answered on the screen helper's socket"));
+            Journal::note(QStringLiteral("shield"), QStringLiteral("an unknown process answered on the screen "
+                                                                   "helper's socket — turned away"));
+            QLocalSocket* stranger = socket_;
+            socket_ = nullptr;
+            stranger->disconnect(this);
+            stranger->abort();
+            stranger->deleteLater();
             return;
         }
         greeted_ = true;
@@ -138,6 +155,9 @@ void ScreenHelper::handle(const QJsonObject& e) {
         return;
     } else if (name == u"up") {
         Q_EMIT covered(e.value(u"up").toBool());
+    } else if ((name == u"broken" || name == u"timedOut" || name == u"panicked" || name == u"yielded") && !up_) {
+        // Crossed a lower already sent: the lockout has its ending, and gets no second one.
+        return;
     } else if (name == u"broken") {
         up_ = false;
         Q_EMIT shieldWasBroken(reasonFromString(e.value(u"reason").toString()));
@@ -154,18 +174,25 @@ void ScreenHelper::handle(const QJsonObject& e) {
         stopWhenIdle();
     } else if (name == u"quitAsked") {
         Q_EMIT quitAsked();
-    } else if (name == u"page") {
-        Q_EMIT pageMessage(roleFromName(e.value(u"role").toString()), e.value(u"message").toObject());
-    } else if (name == u"failed") {
-        Q_EMIT pageFailed(roleFromName(e.value(u"role").toString()), e.value(u"detail").toString());
-    } else if (name == u"loaded") {
-        Q_EMIT pageLoaded(roleFromName(e.value(u"role").toString()));
+    } else if (name == u"page" || name == u"failed" || name == u"loaded") {
+        const auto role = roleFromName(e.value(u"role").toString());
+        if (!role)
+            return;
+        if (name == u"page")
+            Q_EMIT pageMessage(*role, e.value(u"message").toObject());
+        else if (name == u"failed")
+            Q_EMIT pageFailed(*role, e.value(u"detail").toString());
+        else
+            Q_EMIT pageLoaded(*role);
     } else if (name == u"coachFinished") {
         Q_EMIT coachFinished(e.value(u"exercise").toString(), e.value(u"reps").toInteger(),
                              e.value(u"clean").toInteger());
     } else if (name == u"action") {
         Q_EMIT actionChosen(e.value(u"name").toString(), e.value(u"value").toString());
     } else if (name == u"setup") {
+        // A report from before the latest opening says nothing about the window now.
+        if (e.value(u"gen").toInteger() < setupGeneration_)
+            return;
         setupActive_ = e.value(u"active").toBool();
         setupVisible_ = e.value(u"visible").toBool();
         stopWhenIdle();
@@ -179,6 +206,10 @@ void ScreenHelper::checkAlive() {
         watch_.stop();
         return;
     }
+    // Lines already waiting count: a resident that was busy itself must not blame the helper.
+    readEvents();
+    if (!process_)
+        return;
     const double limit = greeted_ ? silence : startupSilence;
     if (lastHeard_.elapsed() >= qint64(limit * 1000))
         processEnded(u"the screen helper stopped answering for " + QString::number(qint64(limit)) + u" seconds");
@@ -208,6 +239,7 @@ void ScreenHelper::processEnded(const QString& why) {
 
 void ScreenHelper::release() {
     up_ = false;
+    valveAskedAt_.reset();
     rehearsal_ = false;
     prepared_ = false;
     setupVisible_ = false;
@@ -271,6 +303,7 @@ void ScreenHelper::raise(const LockoutPage& page, bool rehearsal, double valveMi
     rehearsal_ = rehearsal;
     prepared_ = false;
     raisedAt_ = clock_.now();
+    valveAskedAt_.reset();
     valveMinutes_ = valveMinutes;
     valveTimer_ = clock_.singleShot(valveMinutes * 60 + valveGrace, [this] { enforceValve(clock_.now()); });
     send({{QStringLiteral("do"), QStringLiteral("raise")},
@@ -295,14 +328,22 @@ void ScreenHelper::enforceValve(const QDateTime& now) {
     send({{QStringLiteral("do"), QStringLiteral("valve")}, {QStringLiteral("now"), formatIsoMillis(now)}});
     if (raisedAt_.msecsTo(now) < qint64((valveMinutes_ * 60 + valveGrace) * 1000))
         return;
+    // Past it by the wall clock, perhaps only because the machine slept through it: the helper
+    // gets a few seconds to lower on this reminder before it is ended.
+    if (!valveAskedAt_ || valveAskedAt_->msecsTo(now) < qint64(valveAnswerSeconds * 1000)) {
+        if (!valveAskedAt_)
+            valveAskedAt_ = now;
+        valveTimer_ = clock_.singleShot(valveAnswerSeconds, [this] { enforceValve(clock_.now()); });
+        return;
+    }
     // The helper should have lowered by itself; whatever kept it from that, the valve holds.
     Journal::note(QStringLiteral("shield"), QStringLiteral("the screen helper held the screen past the safety "
                                                            "valve — ended it"));
-    if (process_) {
-        process_->disconnect(this);
-        process_->kill();
-        process_->deleteLater();
-        process_ = nullptr;
+    if (QProcess* p = std::exchange(process_, nullptr)) {
+        // Deleted once it has ended: a process stuck in the kernel must not stall the resident.
+        p->disconnect(this);
+        p->kill();
+        connect(p, &QProcess::finished, p, &QObject::deleteLater);
     }
     if (socket_) {
         socket_->disconnect(this);
@@ -328,6 +369,7 @@ void ScreenHelper::openSetup(const QString& webRoot, const QJsonObject& native, 
                              const QByteArray& geometry) {
     setupVisible_ = true;
     send({{QStringLiteral("do"), QStringLiteral("setup")},
+          {QStringLiteral("gen"), ++setupGeneration_},
           {QStringLiteral("root"), webRoot},
           {QStringLiteral("native"), native},
           {QStringLiteral("strip"), ScreenProtocol::encode(strip)},

@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <optional>
 
 class QLocalSocket;
 
@@ -30,9 +31,13 @@ public:
     // Seconds of silence before the helper counts as hung: at start-up (a web engine to load),
     // and once it has said hello.
     static constexpr double startupSilence = 30;
-    static constexpr double silence = 5;
-    // How far past the valve a shield may stay before the helper is ended.
+    static constexpr double silence = 10;
+    // How far past the valve a shield may stay before the helper is ended, and how long it
+    // then has to answer the reminder.
     static constexpr double valveGrace = 30;
+    static constexpr double valveAnswerSeconds = 5;
+    // The longest event line taken from the socket.
+    static constexpr qint64 maxLineBytes = 1 << 20;
 
     explicit ScreenHelper(Clock& clock, QString program = defaultProgram(), QObject* parent = nullptr);
     ~ScreenHelper() override;
@@ -89,6 +94,8 @@ private:
     bool greeted_ = false;
     std::unique_ptr<Timer> valveTimer_;
     QDateTime raisedAt_;
+    std::optional<QDateTime> valveAskedAt_;
+    qint64 setupGeneration_ = 0;
     double valveMinutes_ = 0;
     bool up_ = false;
     bool rehearsal_ = false;

@@ -80,8 +80,13 @@ WorkoutWebView* LocalScreens::webPage(const QString& root, const QJsonObject& na
     auto* web = new WorkoutWebView(root, native, clock_);
     connect(web, &WorkoutWebView::message, this,
             [this, web](const QJsonObject& message) { Q_EMIT pageMessage(roleOf(web), message); });
-    connect(web, &WorkoutWebView::failed, this,
-            [this, web](const QString& detail) { Q_EMIT pageFailed(roleOf(web), detail); });
+    connect(web, &WorkoutWebView::failed, this, [this, web](const QString& detail) {
+        const PageRole role = roleOf(web);
+        // A prepared page that failed is never raised: the raise builds the page again.
+        if (role == PageRole::Prepared && web == prebuiltWeb_)
+            dropPrepared();
+        Q_EMIT pageFailed(role, detail);
+    });
     connect(web, &WorkoutWebView::loaded, this, [this, web] { Q_EMIT pageLoaded(roleOf(web)); });
     return web;
 }

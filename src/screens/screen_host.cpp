@@ -86,7 +86,10 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
             return;
         lastActive_ = active;
         lastVisible_ = visible;
-        send({{QStringLiteral("ev"), QStringLiteral("setup")}, {QStringLiteral("active"), active}, {QStringLiteral("visible"), visible}});
+        send({{QStringLiteral("ev"), QStringLiteral("setup")},
+              {QStringLiteral("active"), active},
+              {QStringLiteral("visible"), visible},
+              {QStringLiteral("gen"), setupGeneration_}});
     });
     // One journal, written by the resident alone.
     Journal::setForward([this](const QString& tag, const QString& text) {
@@ -141,11 +144,13 @@ void ScreenHost::run(const QJsonObject& c) {
         screens_.showStanding(c.value(u"json").toString());
     else if (name == u"coachDone")
         screens_.coachDone(c.value(u"streak").toInt());
-    else if (name == u"setup")
+    else if (name == u"setup") {
+        // Reports from now on answer this opening; the resident drops any older one.
+        setupGeneration_ = c.value(u"gen").toInteger();
         screens_.openSetup(c.value(u"root").toString(), c.value(u"native").toObject(),
                            decodeStrip(c.value(u"strip").toObject()),
                            QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
-    else if (name == u"strip")
+    } else if (name == u"strip")
         screens_.updateStrip(decodeStrip(c.value(u"strip").toObject()));
     else if (name == u"hideSetup")
         screens_.hideSetup();

@@ -37,6 +37,7 @@ private:
     QElapsedTimer coverSince_;
     bool lastActive_ = false;
     bool lastVisible_ = false;
+    qint64 setupGeneration_ = 0;
 };
 
 } // namespace tovin

@@ -115,12 +115,14 @@ QString roleName(PageRole role) {
     return {};
 }
 
-PageRole roleFromName(const QString& name) {
+std::optional<PageRole> roleFromName(const QString& name) {
     if (name == u"setup")
         return PageRole::Setup;
     if (name == u"prepared")
         return PageRole::Prepared;
-    return PageRole::Lockout;
+    if (name == u"lockout")
+        return PageRole::Lockout;
+    return std::nullopt;
 }
 
 } // namespace tovin::ScreenProtocol

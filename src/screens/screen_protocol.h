@@ -54,7 +54,8 @@ QJsonObject encode(const StartCard& card);
 StartCard decodeCard(const QJsonObject& object);
 
 QString roleName(PageRole role);
-PageRole roleFromName(const QString& name);
+// None for anything but the three names: an event with a role it cannot place is dropped.
+std::optional<PageRole> roleFromName(const QString& name);
 
 } // namespace ScreenProtocol
 } // namespace tovin

@@ -38,7 +38,8 @@ cmake --install "$build" --prefix "$work/Tovin" >/dev/null || exit 1
 tovin=$work/Tovin/bin/tovin
 
 n=80; while [ -e /tmp/.X11-unix/X$n ] || [ -e /tmp/.X$n-lock ]; do n=$((n + 1)); done
-export DISPLAY=:$n
+export DISPLAY=:$n XDG_SESSION_TYPE=x11
+unset WAYLAND_DISPLAY # the figures are for X11, even when run from a Wayland session
 Xvfb "$DISPLAY" -screen 0 3840x1080x24 -noreset -nolisten tcp >/dev/null 2>&1 & pids+=($!)
 waitfor 15 test -e /tmp/.X11-unix/X$n || { echo "Xvfb did not start"; exit 1; }
 xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null

@@ -28,6 +28,10 @@ packages=(
     trayer
     # the workout web app's end-to-end checks drive Debian's Chromium
     chromium
+    # the shield on Wayland: Qt's Wayland platform, the protocol files and scanner for the shortcuts
+    # inhibitor, and a real compositor (sway, headless) with a terminal, key injection and screenshots
+    qt6-wayland qt6-wayland-dev qt6-wayland-dev-tools qt6-base-private-dev libwayland-dev wayland-protocols
+    sway foot wtype grim
 )
 
 for arg in "$@"; do

@@ -6,6 +6,8 @@
 #include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
 #include "shield/shield_style.h"
+#include "shield/window_system.h"
+#include "journal/journal.h"
 #include "journal/diagnostics.h"
 #include "promises/promise_ledger.h"
 #include "schedule/schedule_store.h"
@@ -70,7 +72,7 @@ int main(int argc, char* argv[]) {
         return 0;
     case LaunchMode::Why: {
         QCoreApplication app(argc, argv);
-        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary());
+        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary(), WindowSystem::describeHold());
         return 0;
     }
     case LaunchMode::UpdateDryRun: {
@@ -89,6 +91,8 @@ int main(int argc, char* argv[]) {
         break;
     }
 
+    // Chosen here so the screen helper, started from this process, inherits the same choice.
+    const QString platformNote = WindowSystem::chooseNativePlatform();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tovin"));
     QApplication::setApplicationVersion(QStringLiteral(TOVIN_VERSION));
@@ -123,6 +127,8 @@ int main(int argc, char* argv[]) {
         break;
     default:
         // Only the copy that watches the schedule cares about sleep and wake.
+        if (!platformNote.isEmpty())
+            Journal::note(QStringLiteral("shield"), platformNote);
         sleep = std::make_unique<SleepWatcher>();
         QObject::connect(sleep.get(), &SleepWatcher::willSleep, &app,
                          [&] { shell.controller().machineWillSleep(); });

@@ -112,6 +112,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     }
     if (!sources.updates.isEmpty())
         out << "  updates: " << sources.updates << '\n';
+    if (!sources.shield.isEmpty())
+        out << "  shield: " << sources.shield << '\n';
     out << '\n';
 
     if (sources.ledger) {
@@ -141,8 +143,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     return text;
 }
 
-QString why(const QString& updates) {
-    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(), updates},
+QString why(const QString& updates, const QString& shield) {
+    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(), updates, shield},
                Clock::system(), Calendar::system());
 }
 

@@ -19,12 +19,14 @@ struct WhySources {
     const PromiseLedger* ledger = nullptr;
     // Where updates come from (the updater's summary); no line when empty.
     QString updates;
+    // What the shield holds on this desktop; no line when empty.
+    QString shield;
 };
 
 QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
 
 // The same report over the person's real files.
-QString why(const QString& updates = {});
+QString why(const QString& updates = {}, const QString& shield = {});
 
 } // namespace Diagnostics
 } // namespace tovin

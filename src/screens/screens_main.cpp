@@ -4,6 +4,7 @@
 #include "screens/local_screens.h"
 #include "screens/screen_host.h"
 #include "shield/shield_style.h"
+#include "shield/window_system.h"
 #include "workoutweb/bundle_scheme_handler.h"
 
 #include <QApplication>
@@ -37,6 +38,9 @@ int main(int argc, char* argv[]) {
         return 0;
 #endif
 
+    // The resident chose already and this process inherits it; this covers a helper started
+    // by hand in a Wayland session.
+    WindowSystem::chooseNativePlatform();
     BundleSchemeHandler::registerScheme();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);

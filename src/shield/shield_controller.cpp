@@ -87,7 +87,19 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
     if (screen) {
         window->setScreen(screen);
         window->setGeometry(screen->geometry());
+        // A Wayland compositor places a full-screen window on the output its window names,
+        // which the widget's screen alone does not set before the window exists.
+        if (onWayland()) {
+            window->winId();
+            window->windowHandle()->setScreen(screen);
+        }
     }
+    // A close request (the window manager's close key, a compositor's kill binding) is not a
+    // way out: the designed ones are the phrase, the Esc taps and the valve.
+    window->onClose = [] {
+        Journal::note(QStringLiteral("shield"),
+                      QStringLiteral("the desktop asked to close the shield — ignored"));
+    };
     windows_.append(window);
     return window;
 }
@@ -216,11 +228,13 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
             mainWindow_->raise();
             mainWindow_->activateWindow();
         }
+        platform_ = platformFactory_();
+        connect(platform_.get(), &ShieldPlatform::noted, this,
+                [](const QString& text) { Journal::note(QStringLiteral("shield"), text); });
         grabInput();
-        stacking_ = StackingWatch::create();
         // Tovin's own popups (a page's list box) belong above the shield; anything else is
         // put below it.
-        stacking_->start(
+        platform_->watchStacking(
             [](WId id) {
                 const auto all = QGuiApplication::allWindows();
                 return std::any_of(all.begin(), all.end(),
@@ -252,18 +266,19 @@ void ShieldController::watchScreens() {
     for (QScreen* screen : QGuiApplication::screens())
         watches_.append(connect(screen, &QScreen::geometryChanged, this,
                                 &ShieldController::coverUncoveredScreens));
-    // Losing the focus or the grab: try to take it back at once; if it is still gone after a
-    // moment, the system has taken the screen and the shield gives way.
+    // Losing the focus or the grab: try to take it back at once, then judge what took it.
     watches_.append(connect(app, &QGuiApplication::applicationStateChanged, this,
                             [this](Qt::ApplicationState state) {
                                 if (state != Qt::ApplicationActive)
                                     scheduleYieldCheck();
                             }));
     watches_.append(connect(app, &QGuiApplication::focusWindowChanged, this, [this](QWindow* w) {
-        if (!w || !isOurs(w->winId()))
+        if (!w || !isOurs(w->winId())) {
             scheduleYieldCheck();
-        else
+        } else {
+            hadFocus_ = true;
             regrabSoon(); // back from a popup of ours, which took the grab and let it go
+        }
     }));
 }
 
@@ -292,42 +307,74 @@ void ShieldController::restack() {
 }
 
 void ShieldController::grabInput() {
-    if (!mainWindow_ || rehearsal_)
+    if (!mainWindow_ || rehearsal_ || !platform_)
         return;
-    if (!onX11()) {
-        if (!notedNoGrab_ && onWayland()) {
-            notedNoGrab_ = true;
-            Journal::note(QStringLiteral("shield"),
-                          QStringLiteral("this desktop (Wayland) lets no app own the keyboard — "
-                                         "covering the screens without a keyboard grab"));
-        }
-        return;
-    }
-    QWindow* handle = mainWindow_->windowHandle();
-    keyboardGrabbed_ = handle && handle->setKeyboardGrabEnabled(true);
-    if (handle && keyboardGrabbed_)
-        handle->setMouseGrabEnabled(true);
+    const bool held = platform_->hold(windowHandles());
     // A window is only grabbable once mapped; try again shortly, a bounded number of times.
-    if (!keyboardGrabbed_ && grabAttempts_++ < 40)
+    if (!held && grabAttempts_++ < 40)
         grabTimer_ = clock_.singleShot(0.05, [this] { grabInput(); });
-    else if (keyboardGrabbed_)
+    else if (held)
         grabAttempts_ = 0;
+}
+
+QList<QWindow*> ShieldController::windowHandles() const {
+    QList<QWindow*> handles;
+    if (mainWindow_ && mainWindow_->windowHandle())
+        handles.append(mainWindow_->windowHandle());
+    for (ShieldWindow* w : windows())
+        if (w != mainWindow_ && w->windowHandle())
+            handles.append(w->windowHandle());
+    return handles;
+}
+
+bool ShieldController::hasFocus() const {
+    return (mainWindow_ && mainWindow_->isActiveWindow()) ||
+           QGuiApplication::applicationState() == Qt::ApplicationActive;
 }
 
 void ShieldController::scheduleYieldCheck() {
     if (!up_ || rehearsal_)
         return;
-    if (mainWindow_) {
-        mainWindow_->activateWindow();
+    if (mainWindow_ && platform_) {
+        platform_->reclaimFocus(windowHandles());
         grabAttempts_ = 0;
         grabInput();
     }
-    yieldTimer_ = clock_.singleShot(yieldGrace, [this] {
-        const bool mainActive = mainWindow_ && mainWindow_->isActiveWindow();
-        const bool appActive = QGuiApplication::applicationState() == Qt::ApplicationActive;
-        if (up_ && !mainActive && !appActive)
-            yieldNow();
-    });
+    yieldTimer_ = clock_.singleShot(yieldGrace, [this] { judgeFocusLoss(); });
+}
+
+void ShieldController::judgeFocusLoss() {
+    if (!up_ || !platform_)
+        return;
+    if (hasFocus()) {
+        // Only where any program may take the focus is its coming back worth a line.
+        if (!platform_->focusLossMeansYield() && hadFocus_)
+            Journal::note(QStringLiteral("shield"),
+                          notedFocusAway_ ? QStringLiteral("the focus is back on the shield")
+                                          : QStringLiteral("another window took the focus — the shield took it back"));
+        notedFocusAway_ = false;
+        return;
+    }
+    // Past a grab, only the system itself takes the focus: give way.
+    if (platform_->focusLossMeansYield()) {
+        yieldNow();
+        return;
+    }
+    // Where any program may take it, only a locked session is the system taking the screen.
+    const QString locker = platform_->sessionLockedBy();
+    if (!locker.isEmpty()) {
+        Journal::note(QStringLiteral("shield"), u"the session is locked (" + locker + u") — giving way");
+        yieldNow();
+        return;
+    }
+    if (!notedFocusAway_) {
+        notedFocusAway_ = true;
+        Journal::note(QStringLiteral("shield"),
+                      QStringLiteral("another window took the focus — the shield stays up and asks for it back"));
+    }
+    // Keep asking while it is away, and keep watching for a locker.
+    scheduleYieldCheck();
+    yieldTimer_ = clock_.singleShot(1.0, [this] { judgeFocusLoss(); });
 }
 
 void ShieldController::coverUncoveredScreens() {
@@ -395,10 +442,13 @@ void ShieldController::lower() {
     safetyTimer_.reset();
     yieldTimer_.reset();
     grabTimer_.reset();
-    if (stacking_) {
-        stacking_->stop();
-        stacking_.reset();
+    if (platform_) {
+        platform_->stopWatchingStacking();
+        platform_->release();
+        platform_.reset();
     }
+    notedFocusAway_ = false;
+    hadFocus_ = false;
     if (monitoring_) {
         qApp->removeEventFilter(this);
         monitoring_ = false;
@@ -409,17 +459,11 @@ void ShieldController::lower() {
     for (const auto& w : windows_) {
         if (!w)
             continue;
-        QWindow* handle = w->windowHandle();
-        if (handle && keyboardGrabbed_ && w == mainWindow_) {
-            handle->setKeyboardGrabEnabled(false);
-            handle->setMouseGrabEnabled(false);
-        }
         w->onClose = nullptr;
         w->hide();
         w->deleteLater();
     }
     windows_.clear();
-    keyboardGrabbed_ = false;
     mainWindow_ = nullptr;
     escapeView_ = nullptr;
     simulate_ = nullptr;
@@ -516,12 +560,24 @@ bool ShieldController::eventFilter(QObject* watched, QEvent* event) {
         }
         return false;
     }
-    case QEvent::KeyPress: {
+    case QEvent::KeyPress:
+    case QEvent::KeyRelease: {
         // Only keys from the window system are judged; key events the app sends to itself
         // (a web view forwarding one, say) are its own business.
         if (!event->spontaneous())
             return false;
-        return handle(static_cast<QKeyEvent*>(event));
+        auto* key = static_cast<QKeyEvent*>(event);
+        // The warning's keys (Tab, Space, Return) belong to the main window, but on Wayland
+        // another of the shield's windows may be the one with the focus.
+        if (escapeView_ && key->key() != Qt::Key_Escape && mainWindow_ &&
+            qobject_cast<QWindow*>(watched) && watched != mainWindow_->windowHandle()) {
+            QWidget* target = mainWindow_->focusWidget() ? mainWindow_->focusWidget() : escapeView_.data();
+            QKeyEvent copy(key->type(), key->key(), key->modifiers(), key->text(), key->isAutoRepeat(),
+                           ushort(key->count()));
+            QCoreApplication::sendEvent(target, &copy);
+            return true;
+        }
+        return event->type() == QEvent::KeyPress && handle(key);
     }
     case QEvent::Hide:
         // A popup of ours (a page's menu, a list box) takes the grab while it is open and

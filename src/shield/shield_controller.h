@@ -3,7 +3,7 @@
 #include "core/clock.h"
 #include "promises/promise_record.h"
 #include "shield/escape_view.h"
-#include "shield/stacking_watch.h"
+#include "shield/shield_platform.h"
 
 #include <QDateTime>
 #include <QList>
@@ -72,8 +72,12 @@ public:
     EscapeView* escapeView() const { return escapeView_; }
     QPushButton* simulateButton() const { return simulate_; }
     double valveMinutes() const { return valveMinutes_; }
-    // Whether the X keyboard grab is held right now (false in a rehearsal or without X11).
-    bool ownsKeyboard() const { return keyboardGrabbed_; }
+    // Whether the keyboard is owned right now (an X grab; never in a rehearsal or on Wayland).
+    bool ownsKeyboard() const { return platform_ && platform_->ownsKeyboard(); }
+    // Where each raise gets what the window system lets it hold (tests give their own).
+    void setPlatformFactory(std::function<std::unique_ptr<ShieldPlatform>()> factory) {
+        platformFactory_ = std::move(factory);
+    }
 
 Q_SIGNALS:
     // How the shield ended, told to whoever runs the lockout: the shield never decides what an
@@ -97,6 +101,9 @@ private:
     void revealHint();
     void grabInput();
     void scheduleYieldCheck();
+    void judgeFocusLoss();
+    bool hasFocus() const;
+    QList<QWindow*> windowHandles() const;
     void regrabSoon();
     void restack();
     bool isOurs(WId window) const;
@@ -119,7 +126,8 @@ private:
     std::unique_ptr<Timer> hintTimer_;
     std::unique_ptr<Timer> yieldTimer_;
     std::unique_ptr<Timer> grabTimer_;
-    std::unique_ptr<StackingWatch> stacking_;
+    std::function<std::unique_ptr<ShieldPlatform>()> platformFactory_ = &ShieldPlatform::create;
+    std::unique_ptr<ShieldPlatform> platform_;
     QDateTime raisedAt_;
     double valveMinutes_ = 0;
     QString typed_;
@@ -128,9 +136,9 @@ private:
     bool up_ = false;
     bool rehearsal_ = false;
     bool monitoring_ = false;
-    bool keyboardGrabbed_ = false;
     int grabAttempts_ = 0;
-    bool notedNoGrab_ = false;
+    bool notedFocusAway_ = false;
+    bool hadFocus_ = false;
 };
 
 } // namespace tovin

@@ -59,7 +59,8 @@ never() { # seconds, then a command that must not succeed once in that time
 }
 
 n=70; while [ -e /tmp/.X11-unix/X$n ] || [ -e /tmp/.X$n-lock ]; do n=$((n + 1)); done
-export DISPLAY=:$n
+export DISPLAY=:$n XDG_SESSION_TYPE=x11
+unset WAYLAND_DISPLAY # an X11 check, even when run from a Wayland session
 Xvfb "$DISPLAY" -screen 0 3840x1080x24 -noreset -nolisten tcp >/dev/null 2>&1 & pids+=($!)
 waitfor 15 test -e /tmp/.X11-unix/X$n || { echo "FAIL Xvfb did not start"; echo "0 passed, 1 failed"; exit 1; }
 xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null

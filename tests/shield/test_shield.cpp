@@ -4,6 +4,7 @@
 #include "shield/escape_view.h"
 #include "shield/hold_button.h"
 #include "shield/shield_controller.h"
+#include "shield/shield_platform.h"
 #include "shield/shield_window.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
@@ -14,6 +15,7 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <qpa/qwindowsysteminterface.h>
 
 #include <gtest/gtest.h>
 
@@ -251,6 +253,58 @@ TEST_F(ShieldTest, ValveByTimerAndByWallClock) {
         u"[shield] valve enforced by the clock — up 12 min, limit 10 min"));
     EXPECT_FALSE(shield.enforceValve(clock.now().addSecs(3600)));
     EXPECT_EQ(recorder.endings.size(), 1);
+}
+
+// A window system the test describes: whether losing the focus proves the system took the
+// screen (X11) or not (Wayland), and whether a screen locker holds the session.
+class FakeShieldPlatform final : public ShieldPlatform {
+public:
+    bool focusLossIsYield = false;
+    QString lockedBy;
+    int reclaims = 0;
+    bool hold(const QList<QWindow*>&) override { return true; }
+    void release() override {}
+    bool focusLossMeansYield() const override { return focusLossIsYield; }
+    QString sessionLockedBy() const override { return lockedBy; }
+    void reclaimFocus(const QList<QWindow*>&) override { ++reclaims; } // the compositor refuses
+};
+
+TEST_F(ShieldTest, LosingTheFocusYieldsOnlyWhereItProvesTheSystemTookTheScreen) {
+    for (const bool proves : {true, false}) {
+        SCOPED_TRACE(proves ? "X11" : "Wayland");
+        FakeShieldPlatform* platform = nullptr;
+        shield.setPlatformFactory([&] {
+            auto made = std::make_unique<FakeShieldPlatform>();
+            made->focusLossIsYield = proves;
+            platform = made.get();
+            return made;
+        });
+        recorder.endings.clear();
+        shield.raise(new QLabel, false, 15);
+        ASSERT_NE(platform, nullptr);
+        QWindowSystemInterface::handleWindowActivated(nullptr);
+        QWindowSystemInterface::flushWindowSystemEvents();
+        ASSERT_NE(QGuiApplication::applicationState(), Qt::ApplicationActive);
+        clock.advance(ShieldController::yieldGrace + 0.1);
+        if (proves) {
+            EXPECT_EQ(recorder.endings, QStringList{QStringLiteral("yielded")});
+            continue;
+        }
+        // Another program's window: the shield stays, asks again and again, and says so once.
+        clock.advance(5);
+        EXPECT_TRUE(shield.isUp());
+        EXPECT_GE(platform->reclaims, 5);
+        EXPECT_EQ(Journal::tail(5).filter(QStringLiteral("another window took the focus")).size(), 1);
+        // A close request from the compositor is no way out either.
+        shield.currentWindow()->close();
+        EXPECT_TRUE(shield.isUp());
+        EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"the desktop asked to close the shield — ignored"));
+        // A locked session is the system taking the screen.
+        platform->lockedBy = QStringLiteral("logind");
+        clock.advance(1.1);
+        EXPECT_EQ(recorder.endings, QStringList{QStringLiteral("yielded")});
+        EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"the session is locked (logind) — giving way"));
+    }
 }
 
 TEST_F(ShieldTest, YieldingReportsOnce) {

@@ -1,9 +1,10 @@
-#include "shield/stacking_watch.h"
+#include "shield/shield_platform.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QPointer>
 
 #include <xcb/xcb.h>
 
@@ -11,25 +12,49 @@ namespace tovin {
 
 namespace {
 
-class NoStackingWatch final : public StackingWatch {
+// X11: the keyboard and the pointer grabbed by the main window, so Alt-Tab, Super and the
+// desktop's shortcuts never reach the window manager; losing the focus past a grab means the
+// system took the screen (a screen locker), to which the shield gives way.
+//
+// The stacking watch selects SubstructureNotify on the root window over Qt's own connection,
+// so the maps and restacks of every top-level window arrive in Qt's event stream, and raises
+// the shield when a window that is not ours appears or moves in the stack. The root's event
+// mask is per client: Qt's own selection is kept and put back as it was.
+class X11ShieldPlatform final : public ShieldPlatform, public QAbstractNativeEventFilter {
 public:
-    void start(std::function<bool(WId)>, std::function<void()>) override {}
-    void stop() override {}
-};
-
-// Selects SubstructureNotify on the root window over Qt's own connection, so the maps and
-// restacks of every top-level window arrive in Qt's event stream, and raises the shield when a
-// window that is not ours appears or moves in the stack. The root's event mask is per client:
-// Qt's own selection is kept and put back as it was.
-class X11StackingWatch final : public StackingWatch, public QAbstractNativeEventFilter {
-public:
-    explicit X11StackingWatch(xcb_connection_t* connection)
+    explicit X11ShieldPlatform(xcb_connection_t* connection)
         : connection_(connection) {
         root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
     }
-    ~X11StackingWatch() override { stop(); }
+    ~X11ShieldPlatform() override {
+        stopWatchingStacking();
+        release();
+    }
 
-    void start(std::function<bool(WId)> isOurs, std::function<void()> restack) override {
+    bool hold(const QList<QWindow*>& windows) override {
+        QWindow* main = windows.value(0);
+        // Not QWidget::grabKeyboard(), which would starve a web view of its keys.
+        grabbed_ = main && main->setKeyboardGrabEnabled(true);
+        if (grabbed_) {
+            main->setMouseGrabEnabled(true);
+            grabber_ = main;
+        }
+        return grabbed_;
+    }
+
+    void release() override {
+        if (grabbed_ && grabber_) {
+            grabber_->setKeyboardGrabEnabled(false);
+            grabber_->setMouseGrabEnabled(false);
+        }
+        grabbed_ = false;
+        grabber_ = nullptr;
+    }
+
+    bool ownsKeyboard() const override { return grabbed_; }
+    bool focusLossMeansYield() const override { return true; }
+
+    void watchStacking(std::function<bool(WId)> isOurs, std::function<void()> restack) override {
         if (watching_)
             return;
         isOurs_ = std::move(isOurs);
@@ -49,7 +74,7 @@ public:
         window_.start();
     }
 
-    void stop() override {
+    void stopWatchingStacking() override {
         if (!watching_)
             return;
         watching_ = false;
@@ -95,6 +120,8 @@ public:
     }
 
 private:
+    QPointer<QWindow> grabber_;
+    bool grabbed_ = false;
     xcb_connection_t* connection_;
     xcb_window_t root_ = XCB_NONE;
     uint32_t previousMask_ = 0;
@@ -107,13 +134,13 @@ private:
 
 } // namespace
 
-std::unique_ptr<StackingWatch> StackingWatch::create() {
+std::unique_ptr<ShieldPlatform> makeX11ShieldPlatform() {
     if (auto* x11 =
             qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr) {
         if (xcb_connection_t* connection = x11->connection())
-            return std::make_unique<X11StackingWatch>(connection);
+            return std::make_unique<X11ShieldPlatform>(connection);
     }
-    return std::make_unique<NoStackingWatch>();
+    return nullptr;
 }
 
 } // namespace tovin

@@ -1,0 +1,179 @@
+#include "shield/shield_platform.h"
+
+#include "qwayland-keyboard-shortcuts-inhibit-unstable-v1.h"
+#include "xdg-shell-client-protocol.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QGuiApplication>
+#include <QHash>
+#include <QPointer>
+#include <QScreen>
+#include <QtWaylandClient/QWaylandClientExtensionTemplate>
+#include <qpa/qplatformnativeinterface.h>
+
+namespace tovin {
+
+namespace {
+
+// The compositor's keyboard-shortcuts-inhibit manager, bound once per process through Qt's
+// own Wayland connection (the inhibitor must name Qt's surfaces, which only that connection
+// knows).
+class ShortcutsInhibitManager final
+    : public QWaylandClientExtensionTemplate<ShortcutsInhibitManager>,
+      public QtWayland::zwp_keyboard_shortcuts_inhibit_manager_v1 {
+public:
+    ShortcutsInhibitManager() : QWaylandClientExtensionTemplate(1) { initialize(); }
+    ~ShortcutsInhibitManager() override {
+        if (isActive())
+            destroy();
+    }
+
+    static ShortcutsInhibitManager* instance() {
+        static QPointer<ShortcutsInhibitManager> manager;
+        if (!manager) {
+            manager = new ShortcutsInhibitManager;
+            manager->setParent(qGuiApp);
+        }
+        return manager;
+    }
+};
+
+// One surface's inhibitor. The compositor says when it takes effect (the surface has the
+// keyboard focus) and when it stops.
+class ShortcutsInhibitor final : public QtWayland::zwp_keyboard_shortcuts_inhibitor_v1 {
+public:
+    ShortcutsInhibitor(::zwp_keyboard_shortcuts_inhibitor_v1* object, std::function<void(bool)> changed)
+        : zwp_keyboard_shortcuts_inhibitor_v1(object), changed_(std::move(changed)) {}
+    ~ShortcutsInhibitor() override { destroy(); }
+
+protected:
+    void zwp_keyboard_shortcuts_inhibitor_v1_active() override { changed_(true); }
+    void zwp_keyboard_shortcuts_inhibitor_v1_inactive() override { changed_(false); }
+
+private:
+    std::function<void(bool)> changed_;
+};
+
+// Whether a screen locker holds the session, asked of whoever keeps that word on this desktop:
+// logind's LockedHint (set by GNOME, KDE and lockers that report to it), then the desktop's
+// screen saver service. Short timeouts: this is asked while the focus is away from the shield.
+QString askWhoLocked() {
+    constexpr int timeoutMs = 250;
+    QDBusMessage hint = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.login1"), QStringLiteral("/org/freedesktop/login1/session/auto"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    hint << QStringLiteral("org.freedesktop.login1.Session") << QStringLiteral("LockedHint");
+    const QDBusMessage hintReply = QDBusConnection::systemBus().call(hint, QDBus::Block, timeoutMs);
+    if (hintReply.type() == QDBusMessage::ReplyMessage && !hintReply.arguments().isEmpty() &&
+        hintReply.arguments().first().value<QDBusVariant>().variant().toBool())
+        return QStringLiteral("logind");
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return {};
+    for (const auto& [service, path] : {std::pair{"org.freedesktop.ScreenSaver", "/org/freedesktop/ScreenSaver"},
+                                        std::pair{"org.gnome.ScreenSaver", "/org/gnome/ScreenSaver"}}) {
+        const QString name = QString::fromLatin1(service);
+        const QDBusMessage ask = QDBusMessage::createMethodCall(name, QString::fromLatin1(path), name,
+                                                                QStringLiteral("GetActive"));
+        const QDBusMessage reply = bus.call(ask, QDBus::Block, timeoutMs);
+        if (reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
+            reply.arguments().first().toBool())
+            return name;
+    }
+    return {};
+}
+
+// Wayland lets no program own the keyboard. The strongest thing a client may do is ask the
+// compositor, per surface, to pass its own shortcuts (a new terminal, switching windows or
+// workspaces) to that surface while it has the focus: every shield window asks.
+class WaylandShieldPlatform final : public ShieldPlatform {
+public:
+    bool hold(const QList<QWindow*>& windows) override {
+        if (!notedKeyboard_) {
+            notedKeyboard_ = true;
+            Q_EMIT noted(QStringLiteral("this desktop (Wayland) lets no app own the keyboard — "
+                                        "covering the screens without a keyboard grab"));
+        }
+        ShortcutsInhibitManager* manager = ShortcutsInhibitManager::instance();
+        if (!manager->isActive()) {
+            if (!notedNoInhibit_) {
+                notedNoInhibit_ = true;
+                Q_EMIT noted(QStringLiteral("this compositor cannot hold its own shortcuts for the "
+                                            "shield — its keys still work over it"));
+            }
+            return true;
+        }
+        QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
+        auto* seat = static_cast<::wl_seat*>(native ? native->nativeResourceForIntegration("wl_seat") : nullptr);
+        if (!seat)
+            return false;
+        bool all = true;
+        for (QWindow* window : windows) {
+            if (!window || inhibitors_.contains(window))
+                continue;
+            auto* surface = static_cast<::wl_surface*>(native->nativeResourceForWindow("surface", window));
+            if (!surface) {
+                all = false; // not created yet
+                continue;
+            }
+            inhibitors_.insert(window, std::make_shared<ShortcutsInhibitor>(
+                                           manager->inhibit_shortcuts(surface, seat),
+                                           [this](bool active) { inhibitorChanged(active); }));
+        }
+        return all;
+    }
+
+    void release() override { inhibitors_.clear(); }
+
+    // No request gives a client the focus on Wayland, and activation tokens are only advice
+    // (sway marks the window urgent). Asking again for full screen on the window's output is
+    // what compositors act on: they put the window back over that output's current workspace,
+    // full screen, and focus it when that workspace has the focus. Qt sends the request only
+    // when its own state changes, so it is sent here on Qt's toplevel, after an unset that the
+    // compositor handles in the same dispatch (nothing is drawn in between).
+    void reclaimFocus(const QList<QWindow*>& windows) override {
+        QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
+        if (!native)
+            return;
+        for (qsizetype i = windows.size() - 1; i >= 0; --i) {
+            QWindow* window = windows[i];
+            if (!window || !window->screen())
+                continue;
+            auto* toplevel = static_cast<::xdg_toplevel*>(native->nativeResourceForWindow("xdg_toplevel", window));
+            auto* output = static_cast<::wl_output*>(native->nativeResourceForScreen("output", window->screen()));
+            if (!toplevel || !output)
+                continue;
+            xdg_toplevel_unset_fullscreen(toplevel);
+            xdg_toplevel_set_fullscreen(toplevel, output);
+        }
+        if (QWindow* main = windows.value(0))
+            main->requestActivate();
+    }
+
+    bool focusLossMeansYield() const override { return false; }
+    QString sessionLockedBy() const override { return askWhoLocked(); }
+
+private:
+    void inhibitorChanged(bool active) {
+        if (active && !notedHeld_) {
+            notedHeld_ = true;
+            Q_EMIT noted(QStringLiteral("the compositor holds its own shortcuts while the shield "
+                                        "has the focus"));
+        }
+    }
+
+    QHash<QWindow*, std::shared_ptr<ShortcutsInhibitor>> inhibitors_;
+    bool notedKeyboard_ = false;
+    bool notedNoInhibit_ = false;
+    bool notedHeld_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<ShieldPlatform> makeWaylandShieldPlatform() {
+    return std::make_unique<WaylandShieldPlatform>();
+}
+
+} // namespace tovin

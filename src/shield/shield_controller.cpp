@@ -85,6 +85,7 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
     window->setWindowTitle(QStringLiteral("Tovin"));
     window->setHints(QStringLiteral("hold on — Esc ×%1 gets you out immediately").arg(tapsToPanic));
     if (screen) {
+        window->setTargetScreen(screen);
         window->setScreen(screen);
         window->setGeometry(screen->geometry());
         // A Wayland compositor places a full-screen window on the output its window names,
@@ -336,7 +337,16 @@ void ShieldController::scheduleYieldCheck() {
     if (!up_ || rehearsal_)
         return;
     if (mainWindow_ && platform_) {
-        platform_->reclaimFocus(windowHandles());
+        QList<ShieldSurface> surfaces;
+        const auto add = [&](ShieldWindow* w) {
+            if (w && w->windowHandle())
+                surfaces.append({w->windowHandle(), w->targetScreen()});
+        };
+        add(mainWindow_);
+        for (ShieldWindow* w : windows())
+            if (w != mainWindow_)
+                add(w);
+        platform_->reclaimFocus(surfaces);
         grabAttempts_ = 0;
         grabInput();
     }
@@ -568,9 +578,11 @@ bool ShieldController::eventFilter(QObject* watched, QEvent* event) {
             return false;
         auto* key = static_cast<QKeyEvent*>(event);
         // The warning's keys (Tab, Space, Return) belong to the main window, but on Wayland
-        // another of the shield's windows may be the one with the focus.
-        if (escapeView_ && key->key() != Qt::Key_Escape && mainWindow_ &&
-            qobject_cast<QWindow*>(watched) && watched != mainWindow_->windowHandle()) {
+        // another window may have the focus for a moment: another of the shield's, or under a
+        // real shield this process's own setup window.
+        auto* window = qobject_cast<QWindow*>(watched);
+        if (escapeView_ && key->key() != Qt::Key_Escape && mainWindow_ && window &&
+            window != mainWindow_->windowHandle() && (!rehearsal_ || isOurs(window->winId()))) {
             QWidget* target = mainWindow_->focusWidget() ? mainWindow_->focusWidget() : escapeView_.data();
             QKeyEvent copy(key->type(), key->key(), key->modifiers(), key->text(), key->isAutoRepeat(),
                            ushort(key->count()));

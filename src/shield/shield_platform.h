@@ -8,7 +8,15 @@
 #include <functional>
 #include <memory>
 
+class QScreen;
+
 namespace tovin {
+
+// One of the shield's windows and the display it was made to cover.
+struct ShieldSurface {
+    QWindow* window = nullptr;
+    QScreen* screen = nullptr;
+};
 
 // What this window system lets the shield hold while it is up, behind one small interface:
 // X11 grabs the keyboard and the pointer and keeps the shield above new windows; Wayland lets
@@ -31,9 +39,9 @@ public:
     // can, so there the shield stays up, asks for the focus back, and gives way only to a
     // locked session.
     virtual bool focusLossMeansYield() const = 0;
-    // Asks for the focus back after another window took it, the main window last.
-    virtual void reclaimFocus(const QList<QWindow*>& windows) {
-        if (QWindow* main = windows.value(0)) {
+    // Asks for the focus back after another window took it (the main window first).
+    virtual void reclaimFocus(const QList<ShieldSurface>& surfaces) {
+        if (QWindow* main = surfaces.value(0).window) {
             main->raise();
             main->requestActivate();
         }

@@ -133,22 +133,25 @@ public:
     // full screen, and focus it when that workspace has the focus. Qt sends the request only
     // when its own state changes, so it is sent here on Qt's toplevel, after an unset that the
     // compositor handles in the same dispatch (nothing is drawn in between).
-    void reclaimFocus(const QList<QWindow*>& windows) override {
+    void reclaimFocus(const QList<ShieldSurface>& surfaces) override {
         QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
         if (!native)
             return;
-        for (qsizetype i = windows.size() - 1; i >= 0; --i) {
-            QWindow* window = windows[i];
-            if (!window || !window->screen())
+        // The main window last: where two outputs' workspaces could take the focus, it wins.
+        for (qsizetype i = surfaces.size() - 1; i >= 0; --i) {
+            const ShieldSurface& surface = surfaces[i];
+            // The output it was made for, not the one Qt last saw it on, which a compositor
+            // that moved it may have changed.
+            if (!surface.window || !surface.screen)
                 continue;
-            auto* toplevel = static_cast<::xdg_toplevel*>(native->nativeResourceForWindow("xdg_toplevel", window));
-            auto* output = static_cast<::wl_output*>(native->nativeResourceForScreen("output", window->screen()));
+            auto* toplevel = static_cast<::xdg_toplevel*>(native->nativeResourceForWindow("xdg_toplevel", surface.window));
+            auto* output = static_cast<::wl_output*>(native->nativeResourceForScreen("output", surface.screen));
             if (!toplevel || !output)
                 continue;
             xdg_toplevel_unset_fullscreen(toplevel);
             xdg_toplevel_set_fullscreen(toplevel, output);
         }
-        if (QWindow* main = windows.value(0))
+        if (QWindow* main = surfaces.value(0).window)
             main->requestActivate();
     }
 

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QPointer>
+#include <QScreen>
 #include <QWidget>
 
 #include <functional>
@@ -30,6 +31,9 @@ public:
     void setOverlay(QWidget* overlay);
 
     QWidget* content() const { return content_; }
+    // The display this window was made to cover (none for the rehearsal's window).
+    void setTargetScreen(QScreen* screen) { targetScreen_ = screen; }
+    QScreen* targetScreen() const { return targetScreen_; }
     QLabel* panicHint() const { return panicHint_; }
     QLabel* escapeHint() const { return escapeHint_; }
     QGraphicsOpacityEffect* escapeHintOpacity() const { return escapeOpacity_; }
@@ -46,6 +50,7 @@ protected:
 private:
     void layoutChildren();
 
+    QPointer<QScreen> targetScreen_;
     QPointer<QWidget> content_;
     QPointer<QWidget> overlay_;
     QPointer<QLabel> secondary_;

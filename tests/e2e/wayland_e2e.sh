@@ -33,7 +33,10 @@ passed=0 failed=0
 check() { # name, then a command that must succeed
     local name=$1; shift
     if "$@"; then passed=$((passed + 1)); echo "ok   $name"
-    else failed=$((failed + 1)); echo "FAIL $name"; fi
+    else failed=$((failed + 1)); echo "FAIL $name"
+        # For a person looking into a failure: the compositor and the app stay as they are.
+        if [ -n "${TOVIN_E2E_PAUSE:-}" ]; then echo "     paused: SWAYSOCK=$SWAYSOCK"; sleep "$TOVIN_E2E_PAUSE"; fi
+    fi
 }
 waitfor() { # seconds, then a command to poll every 0.5 s
     local deadline=$((SECONDS + $1)); shift
@@ -59,7 +62,9 @@ unset DISPLAY WAYLAND_DISPLAY SWAYSOCK
 export XDG_RUNTIME_DIR=$work/run HOME=$work/home XDG_DATA_HOME=$work/home/data \
     XDG_CONFIG_HOME=$work/home/config XDG_SESSION_TYPE=wayland
 data=$XDG_DATA_HOME/Tovin
-run() { "${as_user[@]}" "$@"; } # as the person at the desk
+# As the person at the desk. What runs in the background is started without a function around
+# it, so its pid is the program's own and the clean-up ends it (an orphan would hold ctest's pipe).
+run() { "${as_user[@]}" "$@"; }
 
 cat > "$work/sway.conf" <<'EOF'
 output HEADLESS-1 resolution 1280x720 position 0 0
@@ -75,7 +80,7 @@ EOF
 chmod 644 "$work/sway.conf"
 # Direct scan-out would show a full-screen window without compositing it, where grim cannot see it.
 WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman \
-    run sway -D noscanout -c "$work/sway.conf" >"$work/sway.log" 2>&1 & pids+=($!)
+    "${as_user[@]}" sway -D noscanout -c "$work/sway.conf" >"$work/sway.log" 2>&1 & pids+=($!)
 waitfor 15 sh -c "ls '$XDG_RUNTIME_DIR'/sway-ipc.*.sock >/dev/null 2>&1 && test -e '$XDG_RUNTIME_DIR/wayland-1'" ||
     { echo "FAIL sway did not start"; cat "$work/sway.log"; echo "0 passed, 1 failed"; exit 1; }
 SWAYSOCK=$(ls "$XDG_RUNTIME_DIR"/sway-ipc.*.sock); export SWAYSOCK WAYLAND_DISPLAY=wayland-1
@@ -83,10 +88,10 @@ run swaymsg create_output >/dev/null
 sway_tree() { run swaymsg -t get_tree -r; }
 # A seat has a keyboard all day; wtype's own keyboards come and go with each call, so one that
 # stays stands in for the person's.
-run wtype -s 36000000 & pids+=($!)
+"${as_user[@]}" wtype -s 36000000 >/dev/null 2>&1 & pids+=($!)
 # The other program: a terminal whose every keystroke lands in a file.
 : > "$work/typed"; chmod 666 "$work/typed"
-run foot -a capture sh -c "stty -icanon -echo; exec cat > '$work/typed'" >/dev/null 2>&1 & pids+=($!)
+"${as_user[@]}" foot -a capture sh -c "stty -icanon -echo; exec cat > '$work/typed'" >/dev/null 2>&1 & pids+=($!)
 waitfor 10 sh -c "$(printf '%q ' "${as_user[@]}") swaymsg -t get_tree | grep -q '\"app_id\": \"capture\"'"
 
 py_tree='
@@ -108,6 +113,11 @@ if mode == "feet":
     print(sum(1 for n, o in nodes if n.get("app_id") == "foot"))
 if mode == "setup":
     sys.exit(0 if any(n.get("app_id") == "dev.tovin.Tovin" and n.get("focused") and not n.get("fullscreen_mode") for n, o in nodes) else 1)
+if mode == "show":
+    for n, o in nodes:
+        if n.get("type") in ("con", "floating_con", "workspace"):
+            r = n.get("rect", {})
+            print("     ", o, n.get("type"), n.get("name"), n.get("app_id"), "%dx%d+%d+%d" % (r.get("width", 0), r.get("height", 0), r.get("x", 0), r.get("y", 0)), "full screen" if n.get("fullscreen_mode") else "", "visible" if n.get("visible") else "", "FOCUSED" if n.get("focused") else "")
 if mode == "none":
     sys.exit(1 if any(n.get("app_id") == "dev.tovin.Tovin" for n, o in nodes) else 0)
 '
@@ -119,6 +129,7 @@ setup_focused() { sway_tree | python3 -c "$py_tree" setup; }
 nothing_typed() { [ ! -s "$work/typed" ]; }
 journal_has() { grep -q -- "$1" "$data/tovin.log" 2>/dev/null; }
 records() { grep -c '"outcome"' "$data/promises.json" 2>/dev/null || echo 0; }
+records_are() { test "$(records)" = "$1"; }
 ledger_has() { grep -q -- "$1" "$data/promises.json" 2>/dev/null; }
 keys() { run wtype "$@"; }
 shot() { run grim "$work/shot.png" && cp "$work/shot.png" "$shots/wayland-$1.png"; }
@@ -132,7 +143,7 @@ port=$((9400 + RANDOM % 500))
 tovin=$work/app/bin/tovin
 # Asked for X11, as a person whose environment still says xcb would.
 QT_QPA_PLATFORM=xcb QTWEBENGINE_DISABLE_SANDBOX=1 QTWEBENGINE_REMOTE_DEBUGGING=127.0.0.1:$port \
-    run "$tovin" >"$work/app.log" 2>&1 & pids+=($!)
+    "${as_user[@]}" "$tovin" >"$work/app.log" 2>&1 & pids+=($!)
 drive() { node --experimental-websocket "$here/drive_page.mjs" "$port" "$@"; }
 
 check "QT_QPA_PLATFORM=xcb is overridden: Tovin draws natively on Wayland, and says so" \
@@ -174,14 +185,15 @@ check "the journal says how it ended" journal_has 'lockout ended — promise bro
 
 lock_again() { # as a person would: Tovin launched again shows the setup window; Ctrl-L in it
     run "$tovin" >/dev/null 2>&1 # the running Tovin brings its setup window and this one ends
-    waitfor 20 setup_focused && keys -M ctrl -k l -m ctrl && waitfor 30 covered
+    waitfor 20 setup_focused && keys -M ctrl -k l -m ctrl && waitfor 30 covered || {
+        echo "     the compositor's windows:"; sway_tree | python3 -c "$py_tree" show; return 1; }
 }
 check "launched again, the setup window's Ctrl-L locks at once" lock_again
 sleep 2
 keys -k Escape -k Escape -k Escape; sleep 1
 hold_space 3400; sleep 0.5
 keys -k Tab; sleep 0.3; keys -k Return
-check "Esc ×3, the hold and the reason record a second broken promise" waitfor 5 test "$(records)" = 2
+check "Esc ×3, the hold and the reason record a second broken promise" waitfor 5 records_are 2
 check "the shield lowers" waitfor 10 uncovered
 
 check "Ctrl-L again" lock_again

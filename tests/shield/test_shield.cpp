@@ -266,7 +266,7 @@ public:
     void release() override {}
     bool focusLossMeansYield() const override { return focusLossIsYield; }
     QString sessionLockedBy() const override { return lockedBy; }
-    void reclaimFocus(const QList<QWindow*>&) override { ++reclaims; } // the compositor refuses
+    void reclaimFocus(const QList<ShieldSurface>&) override { ++reclaims; } // the compositor refuses
 };
 
 TEST_F(ShieldTest, LosingTheFocusYieldsOnlyWhereItProvesTheSystemTookTheScreen) {

@@ -139,6 +139,11 @@ void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMi
         workoutWeb_ = prebuiltWeb_;
         prebuilt_ = nullptr;
         prebuiltWeb_ = nullptr;
+    } else if (web && !contentFactory_ && QGuiApplication::platformName().startsWith(u"wayland")) {
+        // On Wayland a window that takes a web page after it shows is made again, and some
+        // compositors lose it: the page goes in first.
+        dropPrepared();
+        view = build(page, false);
     } else if (web && !contentFactory_) {
         // Nothing prepared ("Lock Me Out Now"): the screens are covered first, and the page,
         // whose engine takes a moment to start, is built inside the cover right after.

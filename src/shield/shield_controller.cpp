@@ -88,12 +88,6 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
         window->setTargetScreen(screen);
         window->setScreen(screen);
         window->setGeometry(screen->geometry());
-        // A Wayland compositor places a full-screen window on the output its window names,
-        // which the widget's screen alone does not set before the window exists.
-        if (onWayland()) {
-            window->winId();
-            window->windowHandle()->setScreen(screen);
-        }
     }
     // A close request (the window manager's close key, a compositor's kill binding) is not a
     // way out: the designed ones are the phrase, the Esc taps and the valve.
@@ -103,6 +97,21 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
     };
     windows_.append(window);
     return window;
+}
+
+void ShieldController::showCovering(ShieldWindow* window) {
+    if (!onWayland()) {
+        window->show();
+        return;
+    }
+    // A Wayland compositor puts a full-screen window on the output its window names, which
+    // the widget's screen alone does not set. Only now, with the content in place: the window
+    // is made for what it holds (a web page needs a GL surface), and one made again after it
+    // shows is lost by some compositors.
+    window->winId();
+    if (window->targetScreen())
+        window->windowHandle()->setScreen(window->targetScreen());
+    window->showFullScreen();
 }
 
 bool ShieldController::prepare(QWidget* content) {
@@ -219,10 +228,7 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
             } else {
                 window->setSecondaryPanel();
             }
-            if (onWayland())
-                window->showFullScreen();
-            else
-                window->show();
+            showCovering(window);
         }
         watchScreens();
         if (mainWindow_) {
@@ -399,10 +405,7 @@ void ShieldController::coverUncoveredScreens() {
             continue;
         ShieldWindow* window = makeShieldWindow(screen);
         window->setSecondaryPanel();
-        if (onWayland())
-            window->showFullScreen();
-        else
-            window->show();
+        showCovering(window);
         Journal::note(QStringLiteral("shield"),
                       QStringLiteral("covered a display attached mid-lockout"));
     }

@@ -98,6 +98,7 @@ protected:
 
 private:
     ShieldWindow* makeShieldWindow(QScreen* screen);
+    void showCovering(ShieldWindow* window);
     void revealHint();
     void grabInput();
     void scheduleYieldCheck();

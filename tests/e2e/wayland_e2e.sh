@@ -150,6 +150,7 @@ check "QT_QPA_PLATFORM=xcb is overridden: Tovin draws natively on Wayland, and s
     waitfor 20 journal_has 'drawing natively on Wayland, not through Xwayland'
 check "--why says what the shield holds here" \
     sh -c "$(printf '%q ' "${as_user[@]}") '$tovin' --why | grep -q 'shield: Wayland, drawn natively.*shortcuts.*are held while the shield has the focus'"
+waitfor 20 journal_has 'FIRE Wayland block' && sleep 1 && shot countdown
 check "the due block covers both outputs" waitfor 40 covered
 check "the compositor holds its shortcuts for the shield" waitfor 5 journal_has 'the compositor holds its own shortcuts'
 check "... and the journal says the keyboard itself cannot be owned" journal_has 'lets no app own the keyboard'

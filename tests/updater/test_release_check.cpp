@@ -12,8 +12,8 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
-#include <archive.h>
-#include <archive_entry.h>
+#include "support/tar_gz.h"
+
 #include <gtest/gtest.h>
 
 using namespace tovin;
@@ -116,39 +116,14 @@ TEST(ReleaseCheck, OnlyTheExactSignedFolderPasses) {
     EXPECT_FALSE(isSignedRelease(root, keys)) << "no signature";
 }
 
+using tovin::testing::TarEntry;
+
 namespace {
 
-// A .tar.gz with the given entries: {path, contents, type, link target}.
-struct Entry {
-    const char* path;
-    QByteArray data;
-    mode_t type = AE_IFREG;
-    const char* link = nullptr;
-};
-
-QString archiveOf(const QTemporaryDir& dir, const QString& name, const QList<Entry>& entries) {
+// A .tar.gz of the given entries in the test's folder.
+QString archiveOf(const QTemporaryDir& dir, const QString& name, const QList<TarEntry>& entries) {
     const QString path = dir.filePath(name);
-    archive* a = archive_write_new();
-    archive_write_add_filter_gzip(a);
-    archive_write_set_format_pax_restricted(a);
-    archive_write_open_filename(a, QFile::encodeName(path).constData());
-    for (const Entry& e : entries) {
-        archive_entry* entry = archive_entry_new();
-        archive_entry_set_pathname(entry, e.path);
-        archive_entry_set_filetype(entry, e.type);
-        archive_entry_set_perm(entry, 0755);
-        archive_entry_set_size(entry, e.type == AE_IFREG ? e.data.size() : 0);
-        if (e.link && e.type == AE_IFLNK)
-            archive_entry_set_symlink(entry, e.link);
-        else if (e.link)
-            archive_entry_set_hardlink(entry, e.link);
-        archive_write_header(a, entry);
-        if (e.type == AE_IFREG)
-            archive_write_data(a, e.data.constData(), size_t(e.data.size()));
-        archive_entry_free(entry);
-    }
-    archive_write_close(a);
-    archive_write_free(a);
+    EXPECT_TRUE(tovin::testing::writeTarGz(path, entries)) << name.toStdString();
     return path;
 }
 
@@ -167,7 +142,7 @@ TEST(Unpack, AGoodArchiveUnpacksAndHostileOnesLeaveNothingBehind) {
 
     const struct {
         const char* name;
-        QList<Entry> entries;
+        QList<TarEntry> entries;
     } hostile[] = {
         {"dotdot", {{"Tovin/a", "x"}, {"Tovin/../../escaped", "x"}}},
         {"absolute", {{"/tmp/tovin-absolute-escape", "x"}}},

@@ -30,8 +30,8 @@
 #include <QLabel>
 #include <QPushButton>
 
-#include <archive.h>
-#include <archive_entry.h>
+#include "support/tar_gz.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -85,33 +85,11 @@ QStringList snapshot(const QString& folder) {
     return entries;
 }
 
-// An archive entry beyond the files of a folder: a link, or a name that climbs out.
-struct Extra {
-    QByteArray name;
-    QByteArray symlinkTo; // empty: a plain file holding "x"
-};
+using tovin::testing::TarEntry;
 
 // Packs `folder` as Tovin/… into a .tar.gz, the way a hostile server might: with extra entries.
-bool pack(const QString& folder, const QString& archivePath, const QList<Extra>& extras = {}) {
-    archive* a = archive_write_new();
-    archive_write_add_filter_gzip(a);
-    archive_write_set_format_pax_restricted(a);
-    if (archive_write_open_filename(a, QFile::encodeName(archivePath).constData()) != ARCHIVE_OK)
-        return false;
-    auto add = [&](const QByteArray& name, const QByteArray& data, mode_t type, const QByteArray& link = {}) {
-        archive_entry* e = archive_entry_new();
-        archive_entry_set_pathname(e, name.constData());
-        archive_entry_set_filetype(e, type);
-        archive_entry_set_perm(e, type == AE_IFDIR ? 0755 : 0755);
-        if (type == AE_IFLNK)
-            archive_entry_set_symlink(e, link.constData());
-        archive_entry_set_size(e, type == AE_IFREG ? data.size() : 0);
-        archive_write_header(a, e);
-        if (type == AE_IFREG)
-            archive_write_data(a, data.constData(), size_t(data.size()));
-        archive_entry_free(e);
-    };
-    add("Tovin/", {}, AE_IFDIR);
+bool pack(const QString& folder, const QString& archivePath, const QList<TarEntry>& extras = {}) {
+    QList<TarEntry> entries{{"Tovin/", {}, AE_IFDIR}};
     QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
     QStringList paths;
     while (it.hasNext())
@@ -119,19 +97,13 @@ bool pack(const QString& folder, const QString& archivePath, const QList<Extra>&
     paths.sort();
     for (const QString& path : paths) {
         const QByteArray name = "Tovin/" + QDir(folder).relativeFilePath(path).toUtf8();
-        if (QFileInfo(path).isDir()) {
-            add(name + '/', {}, AE_IFDIR);
-        } else {
-            QFile f(path);
-            f.open(QIODevice::ReadOnly);
-            add(name, f.readAll(), AE_IFREG);
-        }
+        QFile f(path);
+        if (QFileInfo(path).isDir())
+            entries.append({name + '/', {}, AE_IFDIR});
+        else if (f.open(QIODevice::ReadOnly))
+            entries.append({name, f.readAll()});
     }
-    for (const Extra& extra : extras)
-        add(extra.name, "x", extra.symlinkTo.isEmpty() ? AE_IFREG : AE_IFLNK, extra.symlinkTo);
-    const bool ok = archive_write_close(a) == ARCHIVE_OK;
-    archive_write_free(a);
-    return ok;
+    return tovin::testing::writeTarGz(archivePath, entries + extras);
 }
 
 // The shared scene: keys, a certificate authority, the server, and an installed copy of the test
@@ -266,7 +238,7 @@ TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlon
     QDir().mkpath(signedTree);
     ASSERT_EQ(run(QStringLiteral("tar"), {QStringLiteral("-xzf"), goodArchive, QStringLiteral("-C"), signedTree}).exitCode, 0);
     auto tampered = [&](const QString& name, const std::function<void(const QString&)>& change,
-                        const QList<Extra>& extras = {}) {
+                        const QList<TarEntry>& extras = {}) {
         const QString copy = path(u"tampered/" + name);
         QDir().mkpath(copy);
         run(QStringLiteral("cp"), {QStringLiteral("-a"), signedTree + u"/Tovin", copy});
@@ -283,31 +255,18 @@ TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlon
     writeFeed(QStringLiteral("mismatch"), R"({"version":"1.1","url":")" +
                                               (base() + u"/mismatch/Tovin-1.1.tar.gz").toUtf8() + R"(","sha256":")" +
                                               QByteArray(64, 'a') + "\"}");
-    // 2. signed, but by another key
-    {
-        const QString other = path(QStringLiteral("other"));
-        QDir().mkpath(other);
-        ASSERT_EQ(run(QStringLiteral("minisign"), {QStringLiteral("-G"), QStringLiteral("-W"), QStringLiteral("-p"),
-                                                   other + u"/k.pub", QStringLiteral("-s"), other + u"/k.key"})
-                      .exitCode,
-                  0);
-        makeRelease(QStringLiteral("otherkey"), fakeTree(QStringLiteral("otherkey"), QStringLiteral("1.1")),
-                    QStringLiteral("1.1"), other + u"/k.key");
-    }
-    // 3. a file changed after signing; 4. an extra file; 5. no signature
+    // 2. a file changed after signing; 3. an entry that climbs out of the folder. Every other
+    // way a signature or an archive is refused is the release check's and the unpacker's own
+    // test: here it is enough that the flow asks them and says what they said.
     tampered(QStringLiteral("changed"), [](const QString& t) { put(t + u"/bin/tovin", "#!/bin/sh\nrm -rf ~\n", true); });
-    tampered(QStringLiteral("extra"), [](const QString& t) { put(t + u"/bin/helper", "#!/bin/sh\n", true); });
-    tampered(QStringLiteral("unsigned"), [](const QString& t) { QFile::remove(t + u"/MANIFEST.minisig"); });
-    // 6. a symlink; 7. an entry that climbs out of the folder
-    tampered(QStringLiteral("symlink"), nothing, {{"Tovin/share/tovin/web/passwd", "/etc/passwd"}});
-    tampered(QStringLiteral("climbs"), nothing, {{"Tovin/../../escaped", {}}});
-    // 8. the same version; 9. an older one — both properly signed
+    tampered(QStringLiteral("climbs"), nothing, {{"Tovin/../../escaped", "x"}});
+    // 4. the same version; 5. an older one — both properly signed
     makeRelease(QStringLiteral("same"), fakeTree(QStringLiteral("same"), QStringLiteral("1.0")), QStringLiteral("1.0"));
     makeRelease(QStringLiteral("older"), fakeTree(QStringLiteral("older"), QStringLiteral("0.9")), QStringLiteral("0.9"));
     // The feed claims newer; the download itself says what it is.
     writeFeed(QStringLiteral("same"), feedFor(QStringLiteral("same"), QStringLiteral("Tovin-1.0.tar.gz"), QStringLiteral("1.1")));
     writeFeed(QStringLiteral("older"), feedFor(QStringLiteral("older"), QStringLiteral("Tovin-0.9.tar.gz"), QStringLiteral("1.1")));
-    // 10. plain http; 11. a feed without its checksum; 12. a download cut off half-way
+    // 6. plain http; 7. a feed without its checksum; 8. a download cut off half-way
     writeFeed(QStringLiteral("http"),
               feedFor(QStringLiteral("good"), QStringLiteral("Tovin-1.1.tar.gz"), QStringLiteral("1.1"),
                       u"http://127.0.0.1:" + QString::number(port) + u"/good/Tovin-1.1.tar.gz"));
@@ -317,11 +276,7 @@ TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlon
 
     const QList<std::pair<QString, QString>> cases{
         {QStringLiteral("mismatch"), QStringLiteral("the download didn't match its checksum, so it wasn't installed")},
-        {QStringLiteral("otherkey"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
         {QStringLiteral("changed"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
-        {QStringLiteral("extra"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
-        {QStringLiteral("unsigned"), QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed")},
-        {QStringLiteral("symlink"), QStringLiteral("the download wouldn't unpack")},
         {QStringLiteral("climbs"), QStringLiteral("the download wouldn't unpack")},
         {QStringLiteral("same"), QStringLiteral("that download is version 1.0, which isn't newer than 1.0")},
         {QStringLiteral("older"), QStringLiteral("that download is version 0.9, which isn't newer than 1.0")},
@@ -347,7 +302,7 @@ TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlon
         }
     }
     std::printf("[ figures ] %d/%d refused\n", refused, int(cases.size()));
-    EXPECT_EQ(refused, 12);
+    EXPECT_EQ(refused, int(cases.size()));
 
     // And the good one passes the same dry run, installing nothing.
     const QString tmp = path(QStringLiteral("tmp-good"));
@@ -368,61 +323,6 @@ TEST_F(UpdateFlow, EveryTamperedOrDowngradedReleaseIsRefusedAndLeavesTheCopyAlon
     EXPECT_TRUE(upToDate.output.contains(u"up to date — nothing to fetch\n")) << upToDate.output.toStdString();
 }
 
-// In-process: the check, the download with progress, the verification, the install into an
-// install folder and the hand-over, which waits for the old process and starts the new copy.
-TEST_F(UpdateFlow, AGoodUpdateGoesAllTheWayAndJournalsEveryStep) {
-    makeRelease(QStringLiteral("all"), fakeTree(QStringLiteral("all"), QStringLiteral("2.0")), QStringLiteral("2.0"));
-    qputenv("TOVIN_UPDATE_FEED", (base() + u"/all/version.json").toLocal8Bit());
-    Journal::resetForTesting();
-
-    QObject context;
-    std::optional<Status> status;
-    check(&context, [&](const Status& s) { status = s; });
-    ASSERT_TRUE(waitFor([&] { return status.has_value(); }));
-    ASSERT_EQ(status->kind, Status::Available) << status->message.toStdString();
-    EXPECT_EQ(status->release.version, u"2.0");
-    EXPECT_EQ(status->release.notes, u"Faster \"starts\".");
-
-    std::optional<Fetched> fetched;
-    Download* download = fetch(status->release, &context, [&](const Fetched& f) { fetched = f; });
-    QSignalSpy progress(download, &Download::progress);
-    ASSERT_TRUE(waitFor([&] { return fetched.has_value(); }));
-    ASSERT_FALSE(fetched->failure) << fetched->failure->message.toStdString();
-    EXPECT_FALSE(progress.isEmpty());
-    EXPECT_TRUE(isSignedRelease(fetched->newApp));
-
-    // An installed copy at 1.0, "run" by a process that is still alive.
-    const QString parent = path(QStringLiteral("home-all"));
-    const QString installed = fakeTree(QStringLiteral("installed-all"), QStringLiteral("1.0"));
-    QDir().mkpath(parent);
-    ASSERT_TRUE(QDir().rename(installed, parent + u"/Tovin"));
-    QProcess old;
-    old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
-    ASSERT_TRUE(old.waitForStarted());
-
-    bool quit = false;
-    const auto failure = install(fetched->newApp, fetched->workingFolder, [&] { quit = true; }, {parent + u"/Tovin", old.processId()});
-    ASSERT_FALSE(failure) << failure->message.toStdString();
-    EXPECT_TRUE(quit);
-    // Nothing moves while the old process lives.
-    QTest::qWait(700);
-    EXPECT_EQ(*folderVersion(parent + u"/Tovin"), u"1.0");
-    EXPECT_FALSE(QFile::exists(parent + u"/started"));
-    old.kill();
-    old.waitForFinished();
-    ASSERT_TRUE(waitFor([&] { return readWholeFile(parent + u"/started", 64).value_or("").endsWith('\n'); }, 10'000));
-    EXPECT_EQ(*readWholeFile(parent + u"/started", 64), "2.0\n");
-    EXPECT_EQ(*folderVersion(parent + u"/Tovin"), u"2.0");
-    EXPECT_FALSE(QFile::exists(parent + u"/Tovin (previous)"));
-
-    const QString journal = Journal::tail(40).join(u'\n');
-    for (const char* step : {"[update] 2.0 is available (running 0)", "[update] downloading 2.0 from",
-                             "[update] downloaded ", "[update] hash matched", "[update] unpacked",
-                             "[update] signature verified", "[update] downloaded and verified",
-                             "[update] installing — handing over and quitting"})
-        EXPECT_TRUE(journal.contains(QString::fromUtf8(step))) << step << "\n" << journal.toStdString();
-}
-
 // The whole way with the real install tree: the test build of Tovin installed at the project's
 // version, a release of the same tree as 99.0, and the swapped-in program really starting.
 TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
@@ -440,6 +340,7 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
     qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
     const QString instance = InstanceRecord::defaultPath();
     QFile::remove(instance);
+    Journal::resetForTesting();
 
     QElapsedTimer clock;
     clock.start();
@@ -449,15 +350,23 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
     ASSERT_TRUE(waitFor([&] { return status.has_value(); }));
     ASSERT_EQ(status->kind, Status::Available) << status->message.toStdString();
     std::optional<Fetched> fetched;
-    fetch(status->release, &context, [&](const Fetched& f) { fetched = f; });
+    Download* download = fetch(status->release, &context, [&](const Fetched& f) { fetched = f; });
+    QSignalSpy progress(download, &Download::progress);
     ASSERT_TRUE(waitFor([&] { return fetched.has_value(); }));
     ASSERT_FALSE(fetched->failure) << fetched->failure->message.toStdString();
+    EXPECT_FALSE(progress.isEmpty());
     const qint64 verifiedAt = clock.elapsed();
 
     QProcess old;
     old.start(QStringLiteral("sleep"), {QStringLiteral("60")});
     ASSERT_TRUE(old.waitForStarted());
     ASSERT_FALSE(install(fetched->newApp, fetched->workingFolder, [] {}, {installed, old.processId()}));
+    const QString journal = Journal::tail(40).join(u'\n');
+    for (const char* step : {"[update] 99.0 is available (running ", "[update] downloading 99.0 from",
+                             "[update] downloaded ", "[update] hash matched", "[update] unpacked",
+                             "[update] signature verified", "[update] downloaded and verified",
+                             "[update] installing — handing over and quitting"})
+        EXPECT_TRUE(journal.contains(QString::fromUtf8(step))) << step << "\n" << journal.toStdString();
     old.kill();
     old.waitForFinished();
     const qint64 quitAt = clock.elapsed();
@@ -483,46 +392,23 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesAndComesBackAsTheNewVersion) {
     qunsetenv("QT_QPA_PLATFORM");
 }
 
-TEST_F(UpdateFlow, CancellingADownloadLeavesNothingBehindAndNeverCompletes) {
-    makeRelease(QStringLiteral("cancel"), fakeTree(QStringLiteral("cancel"), QStringLiteral("3.0")), QStringLiteral("3.0"));
-    const QString tmp = path(QStringLiteral("tmp-cancel"));
-    QDir().mkpath(tmp);
-    qputenv("TMPDIR", tmp.toLocal8Bit());
-    QObject context;
-    bool completed = false;
-    const Release release{QStringLiteral("3.0"), base() + u"/cancel/Tovin-3.0.tar.gz",
-                          *sha256(root + u"/cancel/Tovin-3.0.tar.gz"), std::nullopt};
-    QPointer<Download> download = fetch(release, &context, [&](const Fetched&) { completed = true; });
-    download->cancel();
-    waitFor([&] { return download.isNull() && QDir(tmp).isEmpty(); }, 5'000);
-    qunsetenv("TMPDIR");
-    EXPECT_FALSE(completed);
-    EXPECT_TRUE(download.isNull());
-    EXPECT_TRUE(QDir(tmp).isEmpty());
-}
-
-TEST_F(UpdateFlow, InstallRefusesWhatIsNotAnInstalledCopy) {
+TEST_F(UpdateFlow, InstallRefusesWhatIsNotAnInstalledCopyOrSitsWhereItCannotWrite) {
     bool quit = false;
     const auto quitting = [&] { quit = true; };
     // A build tree: the folder above bin/ is not named Tovin.
     auto failure = install(path(QStringLiteral("x")), {}, quitting, {buildDir + u"/src", 1});
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->message, u"this doesn't look like an installed copy of Tovin, so it wasn't replaced");
-    EXPECT_FALSE(quit);
-}
-
-TEST_F(UpdateFlow, InstallRefusesACopyInAFolderItCannotWrite) {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root can write to any folder, so this is checked only as an ordinary user";
-    const QString locked = path(QStringLiteral("locked"));
-    QDir().mkpath(locked);
-    ASSERT_TRUE(QDir().rename(fakeTree(QStringLiteral("locked-copy"), QStringLiteral("1.0")), locked + u"/Tovin"));
-    QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
-    bool quit = false;
-    const auto failure = install(path(QStringLiteral("x")), {}, [&] { quit = true; }, {locked + u"/Tovin", 1});
-    QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->message, u"Tovin can't write to " + locked + u" — move it to a folder you own and try again");
+    if (::geteuid() != 0) { // root can write to any folder
+        const QString locked = path(QStringLiteral("locked"));
+        QDir().mkpath(locked);
+        ASSERT_TRUE(QDir().rename(fakeTree(QStringLiteral("locked-copy"), QStringLiteral("1.0")), locked + u"/Tovin"));
+        QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
+        failure = install(path(QStringLiteral("x")), {}, quitting, {locked + u"/Tovin", 1});
+        QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        ASSERT_TRUE(failure);
+        EXPECT_EQ(failure->message, u"Tovin can't write to " + locked + u" — move it to a folder you own and try again");
+    }
     EXPECT_FALSE(quit);
 }
 
@@ -577,7 +463,10 @@ TEST_F(UpdateFlow, TheOfferDialogsDownloadWithProgressCancelAndSayWhyNothingWasI
     QCoreApplication::processEvents();
     EXPECT_EQ(dialogs.progressBox(), nullptr);
 
-    // "Update", then Cancel while it downloads.
+    // "Update", then Cancel while it downloads: nothing completes and nothing is left behind.
+    const QString tmp = path(QStringLiteral("tmp-cancel"));
+    QDir().mkpath(tmp);
+    qputenv("TMPDIR", tmp.toLocal8Bit());
     QSignalSpy ended(&dialogs, &UpdateDialogs::fetchEnded);
     dialogs.offer(release);
     button(dialogs.offerBox(), QStringLiteral("Update"))->click();
@@ -591,7 +480,8 @@ TEST_F(UpdateFlow, TheOfferDialogsDownloadWithProgressCancelAndSayWhyNothingWasI
     }();
     EXPECT_EQ(texts, (QStringList{QStringLiteral("Downloading Tovin 5.0…"), QStringLiteral("This window will close when it's ready.")}));
     dialogs.progressBox()->findChild<QPushButton*>(QStringLiteral("cancel"))->click();
-    ASSERT_TRUE(waitFor([&] { return ended.size() == 1; }, 5000));
+    ASSERT_TRUE(waitFor([&] { return ended.size() == 1 && QDir(tmp).isEmpty(); }, 5000));
+    qunsetenv("TMPDIR");
     EXPECT_TRUE(Journal::tail(5).join(u'\n').contains(u"[update] cancelled before 5.0 finished downloading"));
     EXPECT_FALSE(quit);
     EXPECT_TRUE(alerts.isEmpty());
@@ -618,9 +508,13 @@ TEST_F(UpdateFlow, TheOfferDialogsDownloadWithProgressCancelAndSayWhyNothingWasI
 }
 
 // The hand-over on its own: when the new copy cannot be moved in, the old one is put back and
-// started again; and nothing happens until the old process has exited.
+// started again; nothing happens until the old process has exited; and paths a shell would
+// split or expand are taken as they stand.
 TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
-    QTemporaryDir dir;
+    QTemporaryDir top;
+    const QDir dir(top.filePath(QStringLiteral("a b $HOME")));
+    const QString working = top.filePath(QStringLiteral("work 'x'"));
+    QDir().mkpath(working + u"/unpacked");
     const QString current = dir.filePath(QStringLiteral("Tovin"));
     put(current + u"/bin/tovin", "#!/bin/sh\necho old > \"$(dirname \"$0\")/../../started\"\n", true);
     put(current + u"/share/tovin/VERSION", "1.0\n");
@@ -632,7 +526,7 @@ TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
     // vanished target would make it.
     const QString script = dir.filePath(QStringLiteral("swap.sh"));
     put(script, swapScript(old.processId(), current, dir.filePath(QStringLiteral("Tovin (previous)")),
-                           dir.filePath(QStringLiteral("gone/Tovin"))));
+                           dir.filePath(QStringLiteral("gone/Tovin")), working));
     QProcess sh;
     sh.start(QStringLiteral("/bin/sh"), {script});
     ASSERT_TRUE(sh.waitForStarted());
@@ -643,6 +537,7 @@ TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
     ASSERT_TRUE(sh.waitForFinished(10'000));
     EXPECT_EQ(sh.exitCode(), 1);
     EXPECT_FALSE(QFile::exists(script)) << "the script removes itself however it ends";
+    EXPECT_FALSE(QFile::exists(working)) << "... and its working folder";
     EXPECT_EQ(snapshot(current), before);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("Tovin (previous)"))));
     QElapsedTimer t;
@@ -650,14 +545,6 @@ TEST(SwapScript, PutsTheOldCopyBackAndRestartsItWhenTheNewOneCannotMoveIn) {
     while (!QFile::exists(dir.filePath(QStringLiteral("started"))) && t.elapsed() < 5000)
         QTest::qWait(50);
     EXPECT_EQ(readWholeFile(dir.filePath(QStringLiteral("started")), 64).value_or(""), "old\n");
-}
-
-TEST(SwapScript, QuotesEveryPathAndCleansUpAfterItself) {
-    const QByteArray script = swapScript(4242, QStringLiteral("/home/a b/Tovin"), QStringLiteral("/home/a b/Tovin (previous)"),
-                                         QStringLiteral("/tmp/x/unpacked/Tovin$HOME"), QStringLiteral("/tmp/x"));
-    EXPECT_TRUE(script.contains(R"x(if ! mv "/tmp/x/unpacked/Tovin\$HOME" "/home/a b/Tovin"; then)x")) << script.constData();
-    EXPECT_TRUE(script.contains(R"x(setsid "/home/a b/Tovin/bin/tovin" >/dev/null 2>&1 &)x"));
-    EXPECT_TRUE(script.contains("cleanup() { rm -rf \"/tmp/x\"; rm -f \"$0\"; }\ntrap cleanup EXIT\n"));
 }
 
 } // namespace

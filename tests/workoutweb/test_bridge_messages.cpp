@@ -5,6 +5,7 @@
 #include "workoutweb/bridge_messages.h"
 
 #include "promises/promise_ledger.h"
+#include "schedule/schedule_store.h"
 #include "schedule/settings.h"
 #include "support/fake_clock.h"
 
@@ -88,10 +89,34 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     EXPECT_EQ(completed[0][0].toString(), u"Workout");
     EXPECT_EQ(completed[0][1].toLongLong(), 0);
 
-    // Weekdays are all integers or not taken at all.
-    Settings::setActiveWeekdays({1, 2});
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSettings")},
+    // Settings: clamped, out-of-range weekdays dropped, empty text clears, absent keys and wrong
+    // types leave a setting alone, and weekdays are all integers or not taken at all.
+    Settings::setLockoutWorkoutID(QStringLiteral("old"));
+    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSettings")}, {QStringLiteral("triggerAfterMinutes"), 2},
+                  {QStringLiteral("weekdays"), QJsonArray{0, 1, 7, 8}}, {QStringLiteral("fromMinute"), 480},
+                  {QStringLiteral("lockoutWorkoutId"), QString()}});
+    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
+    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(Settings::lockoutWorkoutID(), std::nullopt);
+    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSettings")}, {QStringLiteral("fromMinute"), QStringLiteral("nine")},
                   {QStringLiteral("weekdays"), QJsonArray{QJsonValue(3), QJsonValue(QStringLiteral("four"))}}});
-    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 2}));
+    EXPECT_EQ(Settings::activeFromMinute(), 480);
+    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
+
+    // A malformed plan changes nothing, and saveSchedule is deliberately not heard.
+    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
+    bridge.apply({{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")}, {QStringLiteral("blocks"), QStringLiteral("[{\"at\": 9}]")}});
+    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSchedule")}, {QStringLiteral("blocks"), QStringLiteral("[]")}});
+    EXPECT_EQ(changed.count(), 0);
+    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("schedule.json"))));
+
+    // The ledger only ever grows: an empty or unreadable list removes nothing.
+    const PromiseRecord kept{QDateTime(QDate(2026, 3, 1), QTime(9, 0), QTimeZone::utc()),
+                             PromiseRecord::Outcome::Tovin, QStringLiteral("squat"), 10, 10, {}, {}};
+    ledger.record(kept, false);
+    for (const char* list : {"[]", "not json"})
+        bridge.apply({{QStringLiteral("type"), QStringLiteral("promisesSynced")}, {QStringLiteral("promises"), QString::fromLatin1(list)}});
+    EXPECT_EQ(ledger.records().size(), 1);
     Settings::setStore(nullptr);
 }

@@ -22,12 +22,6 @@ namespace tovin::fakes {
 // call probe; the shield is the seam it raises through, recorded here.
 class CycleTest : public ::testing::Test {
 protected:
-    struct Raise {
-        QDateTime at;
-        bool rehearsal;
-        std::optional<Block> block;
-    };
-
     void SetUp() override {
         CountdownPanel::offscreenForTests = true;
         Settings::setStore(std::make_shared<JsonFileSettingsStore>(settingsPath));
@@ -60,7 +54,7 @@ protected:
         controller->setWebRoot(webRoot());
         QObject::connect(&screens->shield(), &ShieldController::upChanged, [this](bool up) {
             if (up)
-                raises.append({clock.now(), screens->isRehearsal(), controller->pendingBlock()});
+                raises.append(controller->pendingBlock());
         });
         QObject::connect(controller.get(), &AppController::alertRequested,
                          [this](const QString& title, const QString& detail) { alerts.append(title + u" | " + detail); });
@@ -111,7 +105,7 @@ protected:
     };
     std::unique_ptr<LocalScreens> screens;
     std::unique_ptr<AppController> controller;
-    QList<Raise> raises;
+    QList<std::optional<Block>> raises; // the block pending at each raise
     QList<Built> contents;
     QStringList alerts;
     int terminations = 0;

@@ -1,11 +1,8 @@
 #include "app/countdown_panel.h"
 
 #include "support/fake_clock.h"
-#include "support/fake_platform.h"
 
-#include <QGuiApplication>
 #include <QPushButton>
-#include <QScreen>
 
 #include <gtest/gtest.h>
 
@@ -16,13 +13,9 @@ namespace {
 class CountdownTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        CallDetector::setProbe(probe);
         QObject::connect(&panel, &CountdownPanel::fired, [this] { outcomes.append(QStringLiteral("fire")); });
         QObject::connect(&panel, &CountdownPanel::snoozed, [this] { outcomes.append(QStringLiteral("snooze")); });
-        QObject::connect(&panel, &CountdownPanel::cancelled,
-                         [this](const QString& why) { outcomes.append(u"cancel: " + why); });
     }
-    void TearDown() override { CallDetector::setProbe(nullptr); }
 
     QStringList buttons() const {
         QStringList titles;
@@ -33,7 +26,6 @@ protected:
         return titles;
     }
 
-    std::shared_ptr<fakes::FakeCallProbe> probe = std::make_shared<fakes::FakeCallProbe>();
     fakes::FakeClock clock;
     CountdownPanel panel{clock};
     QStringList outcomes;
@@ -57,7 +49,7 @@ TEST_F(CountdownTest, CountsDownOnceASecondThenFires) {
     EXPECT_EQ(outcomes.size(), 1); // the timer died with the countdown
 }
 
-TEST_F(CountdownTest, ButtonsFollowTheSnoozeBudget) {
+TEST_F(CountdownTest, ButtonsFollowTheSnoozeBudgetAndAShowAgainChangesNothing) {
     const struct {
         int left;
         QStringList titles;
@@ -71,24 +63,12 @@ TEST_F(CountdownTest, ButtonsFollowTheSnoozeBudget) {
         EXPECT_EQ(buttons(), c.titles) << c.left;
         panel.dismiss();
     }
-}
-
-TEST_F(CountdownTest, ShowingAgainDoesNotRestartARunningCountdown) {
+    // Showing again while one runs neither restarts its time nor redraws its buttons.
     panel.show(60, 1);
     clock.advance(20);
     panel.show(60, 0);
     EXPECT_EQ(panel.displayedText(), u"Moving in 40s");
     EXPECT_EQ(buttons().size(), 2);
-}
-
-TEST_F(CountdownTest, ACallOnTheLastSecondCancelsInsteadOfFiring) {
-    panel.show(3, 1);
-    clock.advance(2);
-    probe->camera = true;
-    clock.advance(1);
-    EXPECT_EQ(outcomes,
-              QStringList{QStringLiteral("cancel: Your camera is live — Tovin won't interrupt.")});
-    EXPECT_FALSE(panel.isShowing());
 }
 
 TEST_F(CountdownTest, ButtonsDismissFirstThenRunTheirOutcome) {
@@ -110,21 +90,13 @@ TEST_F(CountdownTest, ButtonsDismissFirstThenRunTheirOutcome) {
     EXPECT_FALSE(panel.isShowing());
 }
 
-TEST_F(CountdownTest, SitsInTheBottomRightCornerWithoutTakingFocus) {
+// Where it sits is the whole app's check; here, that it never takes the keyboard from whatever
+// the person is typing into.
+TEST_F(CountdownTest, StaysOnTopWithoutTakingFocus) {
     panel.show(60, 1);
     QWidget* window = panel.panel();
     ASSERT_TRUE(window);
-    const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
-    EXPECT_EQ(window->size(), QSize(CountdownPanel::width, CountdownPanel::height));
-    EXPECT_EQ(window->pos(), QPoint(area.right() + 1 - 340 - 24, area.bottom() + 1 - 132 - 24));
     EXPECT_TRUE(window->windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
     EXPECT_TRUE(window->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
-    EXPECT_EQ(window->windowTitle(), u"Tovin");
     EXPECT_FALSE(window->isActiveWindow());
-    panel.dismiss();
-
-    CountdownPanel::offscreenForTests = true;
-    panel.show(60, 1);
-    EXPECT_EQ(panel.panel()->pos(), QPoint(-30000, -30000));
-    CountdownPanel::offscreenForTests = false;
 }

@@ -48,8 +48,8 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesTwiceNorFiresOutOfWindow) {
         // Every raise served a block of today, inside its window, and each block at most once.
         QSet<QString> served;
         for (const auto& r : raises) {
-            ASSERT_TRUE(r.block);
-            const QString key = r.block->key();
+            ASSERT_TRUE(r);
+            const QString key = r->key();
             EXPECT_FALSE(served.contains(key)) << "served twice: " << key.toStdString();
             served.insert(key);
         }

@@ -61,7 +61,6 @@ QString tool(const char* name) {
 } // namespace
 
 TEST(PulseMicrophone, ARealRecordingStreamIsLiveAndAMonitorIsNot) {
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     Child server(tool("pulseaudio"),
                  {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
                   QStringLiteral("-n"), QStringLiteral("--log-target=stderr"),
@@ -82,8 +81,6 @@ TEST(PulseMicrophone, ARealRecordingStreamIsLiveAndAMonitorIsNot) {
                                           QStringLiteral("/dev/null")});
         ASSERT_TRUE(recorder.start());
         // Wait until the server lists the stream, then it must still not count.
-        Child list(tool("pactl"), {QStringLiteral("list"), QStringLiteral("short"),
-                                   QStringLiteral("source-outputs")});
         ASSERT_TRUE(QTest::qWaitFor(
             [&] {
                 QProcess pactl;
@@ -105,7 +102,6 @@ TEST(PulseMicrophone, ARealRecordingStreamIsLiveAndAMonitorIsNot) {
 
     server.stop();
     EXPECT_FALSE(readPulseMicrophone(300)) << "no server is no answer, not an error";
-    (void)runtime;
 }
 
 TEST(DeviceScan, AnotherProcessHoldingAVideoDeviceMakesTheCameraLive) {

@@ -85,30 +85,6 @@ TEST_F(LedgerTest, StandingJsonIsCompactAndOrdered) {
     EXPECT_EQ(ledger.standingJSON(), u"{\"streak\":2,\"tovin\":3,\"broken\":1,\"attested\":1,\"best\":2}");
 }
 
-TEST_F(LedgerTest, FileFormKeepsFieldOrderAndOmitsAbsentKeys) {
-    fill({broke(2), held(3, true)});
-    const QByteArray expected = R"([
-  {
-    "date": "2026-03-02T09:15:00Z",
-    "outcome": "broken",
-    "exercise": "squat",
-    "reps": 4,
-    "cleanReps": 3,
-    "reason": "Didn't feel like it"
-  },
-  {
-    "date": "2026-03-03T09:15:00Z",
-    "outcome": "tovin",
-    "exercise": "squat",
-    "reps": 12,
-    "cleanReps": 10,
-    "attested": true
-  }
-]
-)";
-    EXPECT_EQ(readWholeFile(path, 1 << 20), expected);
-}
-
 TEST_F(LedgerTest, SurvivesAReloadExactly) {
     PromiseRecord odd = held(5);
     odd.exercise = QStringLiteral("\"quoted\" \\ back\nslash\t☃ 😀 \x01");
@@ -118,17 +94,6 @@ TEST_F(LedgerTest, SurvivesAReloadExactly) {
     EXPECT_EQ(second.records(), first.records());
     EXPECT_EQ(second.records()[1].date, day(5));
     EXPECT_EQ(second.records()[0].reason, Reason::Urgent);
-}
-
-TEST_F(LedgerTest, RehearsalStoresNothingButSaysSo) {
-    PromiseLedger ledger(path);
-    ledger.record(held(1), true);
-    EXPECT_TRUE(ledger.records().isEmpty());
-    EXPECT_FALSE(QFile::exists(path));
-    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"[ledger] rehearsal — squat not recorded"));
-    ledger.record(held(2), false);
-    ledger.record(broke(3), false);
-    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"[ledger] broken — squat (now 1 tovin / 2 total)"));
 }
 
 TEST_F(LedgerTest, AdoptOnlyGrowsAndSortsByDate) {
@@ -155,7 +120,7 @@ TEST_F(LedgerTest, AdoptOnlyGrowsAndSortsByDate) {
     EXPECT_EQ(PromiseLedger(path).records(), grown);
 }
 
-TEST_F(LedgerTest, BridgeJsonRoundTripsThroughAdopt) {
+TEST_F(LedgerTest, BridgeJsonIsOneLineOfValidUtf8AndRoundTrips) {
     PromiseLedger ledger = fill({held(1, true), broke(2, Reason::Urgent)});
     const QString json = ledger.asBridgeJSON();
     EXPECT_TRUE(json.startsWith(u"[{\"date\":\"2026-03-01T09:15:00Z\",\"outcome\":\"tovin\""))
@@ -164,10 +129,14 @@ TEST_F(LedgerTest, BridgeJsonRoundTripsThroughAdopt) {
     const auto back = PromiseJson::decode(json.toUtf8());
     ASSERT_TRUE(back);
     EXPECT_EQ(*back, ledger.records());
-    EXPECT_EQ((*back)[0].attested, true);
-    EXPECT_TRUE(ledger.adopt(*back));
-    EXPECT_EQ(ledger.attestedCount(), 1);
     EXPECT_EQ(PromiseLedger(dir.filePath(QStringLiteral("none.json"))).asBridgeJSON(), u"[]");
+
+    // Lone surrogates in a name still make valid UTF-8, which the page's JSON.parse needs.
+    PromiseRecord hostile = held(1);
+    hostile.exercise = QString(QChar(0xD800)) + u"x" + QChar(0xDC00);
+    const QByteArray compact = PromiseJson::encode({hostile}, PromiseJson::Layout::Compact);
+    EXPECT_TRUE(QUtf8StringView(compact).isValidUtf8());
+    EXPECT_EQ(PromiseJson::decode(compact).value().value(0).exercise, u"\uFFFDx\uFFFD");
 }
 
 TEST_F(LedgerTest, OneBadRecordEmptiesTheLedgerAndTheOldFileIsKept) {
@@ -216,22 +185,15 @@ TEST_F(LedgerTest, LegacyLedgerIsCopiedOnceAndNeverOverwritesANewOne) {
     EXPECT_EQ(PromiseLedger(path).records().size(), 1);
 }
 
-TEST(PromiseJson, HostileTextStaysValidUtf8) {
-    PromiseRecord r = held(1);
-    r.exercise = QString(QChar(0xD800)) + u"x" + QChar(0xDC00); // lone surrogates
-    const QByteArray json = PromiseJson::encode({r}, PromiseJson::Layout::Compact);
-    EXPECT_TRUE(QUtf8StringView(json).isValidUtf8());
-    const auto back = PromiseJson::decode(json);
-    ASSERT_TRUE(back);
-    EXPECT_EQ((*back)[0].exercise, u"\uFFFDx\uFFFD");
-}
-
 TEST(PromiseJson, TheFastReaderTakesOnlyTovinsOwnLayoutAndAgreesWithTheGeneralOne) {
     const QList<PromiseRecord> records{held(1, true), broke(2, Reason::Urgent),
                                        {day(3), Outcome::Tovin, QStringLiteral("Squat \"deep\" \\ é\n\t\x01"), -4, 0, {}, false}};
     const QByteArray file = PromiseJson::encode(records, PromiseJson::Layout::Pretty);
     ASSERT_EQ(PromiseJson::decodeCanonical(file), records);
     ASSERT_EQ(PromiseJson::decodeGeneral(file), records);
+    // An absent reason or attestation is left out, never written as null.
+    EXPECT_FALSE(file.contains("null"));
+    EXPECT_EQ(file.count("\"reason\""), 1);
     // What the general reader takes but the file would never hold goes to it, not the fast one.
     const struct {
         const char* from;

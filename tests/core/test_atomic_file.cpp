@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -33,6 +34,11 @@ TEST(AtomicFile, FailedWriteLeavesTheOldFile) {
     // A path whose parent is a file cannot be written at all.
     EXPECT_FALSE(writeFileAtomically(path + u"/child", "nope"));
     EXPECT_EQ(readWholeFile(path, 1024), QByteArray("kept"));
+    // A folder someone made where the file should be is a failure, not something to replace.
+    const QString folder = dir.filePath(QStringLiteral("folder.json"));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    EXPECT_FALSE(writeFileAtomically(folder, "nope"));
+    EXPECT_TRUE(QFileInfo(folder).isDir());
 }
 
 TEST(AtomicFile, ReaderRefusesWhatIsNotASmallRegularFile) {

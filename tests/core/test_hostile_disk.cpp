@@ -1,7 +1,7 @@
 // The person's files on a disk that refuses them, for real: a tiny tmpfs filled to the last
-// byte, the same tmpfs remounted read-only, a folder where the file should be. For every writer
-// (ledger, week, settings, journal): the old file stays byte for byte, nothing acknowledged is
-// lost once the disk takes writes again, and the person is told once.
+// byte, and the same tmpfs remounted read-only. For every writer (ledger, week, settings,
+// journal): the old file stays byte for byte, nothing acknowledged is lost once the disk takes
+// writes again, and the person is told once.
 #include "core/atomic_file.h"
 #include "journal/journal.h"
 #include "journal/save_failures.h"
@@ -43,7 +43,7 @@ public:
             ::umount2(QFile::encodeName(path_).constData(), MNT_DETACH);
     }
     bool mounted() const { return error_.isEmpty(); }
-    QString whyNot() const { return u"can't mount a tmpfs here (" + error_ + u"); run as root"; }
+    QString error() const { return error_; }
     QString file(const char* name) const { return path_ + u'/' + QString::fromLatin1(name); }
 
     // Takes every free byte, as a full disk would.
@@ -85,7 +85,7 @@ class HostileDisk : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!disk.mounted())
-            GTEST_SKIP() << disk.whyNot().toStdString();
+            GTEST_SKIP() << "can't mount a tmpfs here (" << disk.error().toStdString() << "); run as root";
         // The journal lives elsewhere, so its lines can be read whatever the disk does.
         Journal::setOverrideURL(journalDir.filePath(QStringLiteral("tovin.log")));
         Journal::resetForTesting();
@@ -105,10 +105,7 @@ protected:
 
 } // namespace
 
-TEST(AtomicFile, NeverRenamesAfterAFailedWriteAndSaysWhy) {
-    SmallDisk disk;
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.whyNot().toStdString();
+TEST_F(HostileDisk, AnAtomicWriteNeverReplacesTheOldFileAndSaysWhy) {
     const QString path = disk.file("promises.json");
     const QByteArray old(3000, 'o');
     ASSERT_TRUE(writeFileAtomically(path, old));
@@ -143,9 +140,8 @@ TEST_F(HostileDisk, TheLedgerKeepsEveryPromiseUntilTheDiskTakesItAndTellsThePers
     EXPECT_EQ(ledger.records().size(), 4) << "nothing acknowledged is dropped";
     EXPECT_TRUE(SaveFailures::isPending(path));
     ASSERT_EQ(told.size(), 1) << "told once, not once per record";
-    EXPECT_TRUE(told[0].startsWith(u"Tovin couldn't save your promises | Writing to " + QFileInfo(path).absolutePath() +
-                                   u" failed: No space left on device."));
-    EXPECT_TRUE(journal().filter(u"[ledger] tovin — Squat (now 4 tovin / 4 total) — not saved yet"_qs).size() == 1);
+    EXPECT_TRUE(told[0].contains(u"No space left on device")) << told[0].toStdString();
+    EXPECT_EQ(journal().filter(u"(now 4 tovin / 4 total) — not saved yet"_qs).size(), 1);
 
     SaveFailures::retryPending(); // a tick while still full
     EXPECT_EQ(bytesOf(path), before);
@@ -189,9 +185,8 @@ TEST_F(HostileDisk, AWeekAndSettingsWrittenToAReadOnlyFolderArriveOnceItIsWritab
     EXPECT_EQ(Settings::snoozeMinutes(), 7) << "the change holds in memory";
     EXPECT_EQ(bytesOf(week), weekBefore);
     EXPECT_EQ(bytesOf(settingsPath), settingsBefore);
-    EXPECT_EQ(told.size(), 2) << told.join(u'\n').toStdString();
-    EXPECT_TRUE(told.filter(u"Tovin couldn't save your week"_qs).size() == 1);
-    EXPECT_TRUE(told.filter(u"Read-only file system"_qs).size() == 2);
+    EXPECT_EQ(told.filter(u"Read-only file system"_qs).size(), 2) << told.join(u'\n').toStdString();
+    EXPECT_EQ(told.filter(u"your week"_qs).size(), 1);
 
     disk.setReadOnly(false);
     SaveFailures::retryPending();
@@ -199,10 +194,7 @@ TEST_F(HostileDisk, AWeekAndSettingsWrittenToAReadOnlyFolderArriveOnceItIsWritab
     EXPECT_EQ(JsonFileSettingsStore(settingsPath).value(QStringLiteral("snoozeMinutes")).toDouble(), 7);
 }
 
-TEST(HostileDiskJournal, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
-    SmallDisk disk;
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.whyNot().toStdString();
+TEST_F(HostileDisk, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
     Journal::setOverrideURL(disk.file("tovin.log"));
     Journal::note(QStringLiteral("schedule"), QStringLiteral("before the disk filled"));
     const QByteArray before = bytesOf(disk.file("tovin.log"));
@@ -219,19 +211,4 @@ TEST(HostileDiskJournal, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
     disk.makeRoom();
     Journal::note(QStringLiteral("schedule"), QStringLiteral("room again"));
     EXPECT_TRUE(Journal::tail(1).first().endsWith(u"[schedule] room again"));
-    Journal::setOverrideURL(std::nullopt);
-}
-
-TEST(SaveFailures, AFolderWhereTheFileShouldBeIsAFailureToo) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("promises.json"));
-    PromiseLedger ledger(path);
-    ASSERT_TRUE(QDir().mkpath(path)); // someone made a folder of that name
-    ledger.record(kept(1), false);
-    EXPECT_TRUE(SaveFailures::isPending(path));
-    EXPECT_TRUE(QFileInfo(path).isDir());
-    QDir(path).removeRecursively();
-    SaveFailures::retryPending();
-    EXPECT_FALSE(SaveFailures::isPending(path));
-    EXPECT_EQ(PromiseLedger(path).records().size(), 1);
 }

@@ -18,12 +18,8 @@ TEST(JsonValues, IntegersAreIntegralNumbersOnly) {
     EXPECT_EQ(jsonInteger(parsed("5.0")), 5);
     EXPECT_EQ(jsonInteger(parsed("-12")), -12);
     EXPECT_EQ(jsonInteger(parsed("9223372036854775807")), std::numeric_limits<qint64>::max());
-    EXPECT_FALSE(jsonInteger(parsed("5.5")));
-    EXPECT_FALSE(jsonInteger(parsed("1e300")));
-    EXPECT_FALSE(jsonInteger(parsed("\"5\"")));
-    EXPECT_FALSE(jsonInteger(parsed("true")));
-    EXPECT_FALSE(jsonInteger(parsed("null")));
-    EXPECT_FALSE(jsonInteger(parsed("[5]")));
+    for (const char* notInteger : {"5.5", "1e300", "\"5\"", "true", "null", "[5]"})
+        EXPECT_FALSE(jsonInteger(parsed(notInteger))) << notInteger;
     EXPECT_FALSE(jsonInteger(parsed("3000000000"), INT_MIN, INT_MAX));
 }
 

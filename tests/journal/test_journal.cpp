@@ -40,12 +40,11 @@ protected:
 
 } // namespace
 
-TEST_F(JournalTest, LineFormat) {
-    Journal::note(QStringLiteral("schedule"), QStringLiteral("idle — no blocks scheduled today"));
-    const QString pid = QString::number(::getpid());
-    EXPECT_EQ(lines(), QStringList{u"2026-03-02T09:00:12Z  [" + pid +
-                                   u"] [schedule] idle — no blocks scheduled today"});
-    EXPECT_TRUE(readWholeFile(Journal::url(), 1024)->endsWith('\n'));
+// One entry is one line: a line break inside a message must not forge a second entry.
+TEST_F(JournalTest, OneEntryIsOneLine) {
+    Journal::note(QStringLiteral("schedule"), QStringLiteral("idle\n2026-01-01T00:00:00Z  [1] [x] y"));
+    EXPECT_EQ(lines(), QStringList{u"2026-03-02T09:00:12Z  [" + QString::number(::getpid()) +
+                                   u"] [schedule] idle 2026-01-01T00:00:00Z  [1] [x] y"});
 }
 
 TEST_F(JournalTest, EventsRepeatStatesDoNot) {
@@ -86,15 +85,6 @@ TEST_F(JournalTest, TagsKeepSeparateMemories) {
     Journal::state(QStringLiteral("schedule"), QStringLiteral("A held — you're on a call"));
     Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
     EXPECT_EQ(lines().size(), 2);
-    Journal::resetForTesting();
-    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
-    EXPECT_EQ(lines().size(), 3); // a fresh memory writes the first state again
-    EXPECT_FALSE(lines().last().endsWith(u"(unchanged)"));
-}
-
-TEST_F(JournalTest, AMessageCannotForgeASecondLine) {
-    Journal::note(QStringLiteral("update"), QStringLiteral("bad\n2026-01-01T00:00:00Z  [1] [x] y"));
-    EXPECT_EQ(lines().size(), 1);
 }
 
 TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
@@ -117,6 +107,8 @@ TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
     EXPECT_LE(after.size(), Journal::rotateAboveBytes);
 }
 
+// Halving works on bytes: read as UTF-8, every invalid byte would grow to three and the file
+// would never shrink.
 TEST_F(JournalTest, HalvingIsBytewiseSoCorruptTextIsStillBounded) {
     QByteArray big;
     for (int i = 0; i < 9000; ++i)
@@ -135,8 +127,7 @@ TEST_F(JournalTest, AHugeMessageIsCutSoHalvingAlwaysKeepsRecentLines) {
     const QStringList recent = Journal::tail(3);
     ASSERT_EQ(recent.size(), 3);
     EXPECT_TRUE(recent[2].endsWith(u"[schedule] idle — no blocks in schedule"));
-    EXPECT_TRUE(recent[1].endsWith(u"LLL … [cut " + QString::number(label.size() + 7 - Journal::maxMessageChars) +
-                                   u" characters]"));
+    EXPECT_TRUE(recent[1].contains(u"LLL … [cut ")) << "a cut line says so";
     EXPECT_LE(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
 }
 
@@ -147,15 +138,6 @@ TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
                                              QStringLiteral("d")}));
     EXPECT_EQ(Journal::tail(30).size(), 4);
     EXPECT_TRUE(Journal::tail(0).isEmpty());
-}
-
-TEST_F(JournalTest, WriteErrorsAreSwallowed) {
-    Journal::setOverrideURL(dir.filePath(QStringLiteral("no-such-file-parent/x.log/deeper")));
-    ASSERT_TRUE(writeFileAtomically(dir.filePath(QStringLiteral("no-such-file-parent/x.log")),
-                                    "a file where a folder should be"));
-    Journal::note(QStringLiteral("x"), QStringLiteral("goes nowhere"));
-    Journal::state(QStringLiteral("x"), QStringLiteral("goes nowhere"));
-    EXPECT_TRUE(Journal::tail(10).isEmpty());
 }
 
 TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {

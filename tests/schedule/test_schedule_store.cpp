@@ -3,6 +3,7 @@
 #include "core/atomic_file.h"
 
 #include <QDir>
+#include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -38,36 +39,23 @@ TEST_F(ScheduleStoreTest, SaveSortsByTimeOfDayAndRoundTrips) {
     week[1].days = QList<int>{2, 4};
     ScheduleStore::saveAll(week, path);
     const QList<Block> loaded = ScheduleStore::load(path);
-    EXPECT_EQ(times(loaded), (QStringList{QStringLiteral("noon"), QStringLiteral("07:00"), QStringLiteral("7:00"), QStringLiteral("16:30")}));
+    // A malformed time sorts first; equal minutes keep the order they were given in.
+    EXPECT_EQ(times(loaded), (QStringList{u"noon"_qs, u"07:00"_qs, u"7:00"_qs, u"16:30"_qs}));
     EXPECT_EQ(loaded[3], week[0]);
     EXPECT_EQ(loaded[1], week[1]);
 }
 
-TEST_F(ScheduleStoreTest, FileFormIsSortedKeyPrettyJson) {
+TEST_F(ScheduleStoreTest, FileFormLeavesOutWhatIsNotSet) {
     Block b = block("9:05", "Morning");
     b.minutes = 20;
     b.days = QList<int>{2};
     ScheduleStore::saveAll({b, block("10:00", "Plain", Block::Kind::Retest)}, path);
-    const QByteArray expected = R"({
-    "blocks": [
-        {
-            "at": "9:05",
-            "days": [
-                2
-            ],
-            "kind": "workout",
-            "label": "Morning",
-            "minutes": 20
-        },
-        {
-            "at": "10:00",
-            "kind": "retest",
-            "label": "Plain"
-        }
-    ]
-}
-)";
-    EXPECT_EQ(readWholeFile(path, 1 << 20), expected);
+    const QByteArray file = readWholeFile(path, 1 << 20).value_or(QByteArray());
+    EXPECT_TRUE(file.startsWith("{\n    \"blocks\": [\n")) << "indented for hand edits";
+    // An absent length or day list is left out, not written as null; numbers stay numbers.
+    EXPECT_EQ(QJsonDocument::fromJson(file).toJson(QJsonDocument::Compact),
+              R"({"blocks":[{"at":"9:05","days":[2],"kind":"workout","label":"Morning","minutes":20},)"
+              R"({"at":"10:00","kind":"retest","label":"Plain"}]})");
 }
 
 TEST_F(ScheduleStoreTest, EveryEditSticks) {
@@ -81,7 +69,6 @@ TEST_F(ScheduleStoreTest, EveryEditSticks) {
     EXPECT_EQ(ScheduleStore::load(path), QList<Block>{b});
 
     ScheduleStore::saveAll({}, path); // clearing the week clears it
-    EXPECT_EQ(readWholeFile(path, 1 << 20), QByteArray("{\n    \"blocks\": [\n    ]\n}\n"));
     EXPECT_TRUE(ScheduleStore::load(path).isEmpty());
 }
 
@@ -93,8 +80,7 @@ TEST_F(ScheduleStoreTest, WorkoutPlanReplacesEveryWorkoutAndKeepsTheRest) {
                             block("9:00", "Session 3")};
     ScheduleStore::saveWorkoutPlan(plan, path);
     const QList<Block> once = ScheduleStore::load(path);
-    EXPECT_EQ(times(once),
-              (QStringList{QStringLiteral("07:00"), QStringLiteral("9:00"), QStringLiteral("10:00"), QStringLiteral("12:00"), QStringLiteral("14:00")}));
+    EXPECT_EQ(times(once), (QStringList{u"07:00"_qs, u"9:00"_qs, u"10:00"_qs, u"12:00"_qs, u"14:00"_qs}));
     ScheduleStore::saveWorkoutPlan(plan, path);
     EXPECT_EQ(ScheduleStore::load(path), once); // the same plan again changes nothing
 }
@@ -143,13 +129,8 @@ TEST_F(ScheduleStoreTest, ToleratesUnknownKeysAndNulls) {
 
 TEST_F(ScheduleStoreTest, ExampleWeekOnlyWhereThereIsNoFile) {
     ScheduleStore::writeExampleIfMissing(path);
-    const QList<Block> example = ScheduleStore::load(path);
-    ASSERT_EQ(example.size(), 2);
-    EXPECT_EQ(example[0].key(), u"13:00|The Classic 7|workout");
-    EXPECT_EQ(example[0].days, (QList<int>{2, 3, 4, 5, 6}));
-    EXPECT_EQ(example[1].key(), u"16:30|Walk|away");
-    EXPECT_EQ(example[1].minutes, 15);
-
+    EXPECT_FALSE(ScheduleStore::load(path).isEmpty()) << "the example week is readable";
+    // Any file at all is the person's, even one that does not parse.
     ASSERT_TRUE(writeFileAtomically(path, "hand-written nonsense"));
     ScheduleStore::writeExampleIfMissing(path);
     EXPECT_EQ(readWholeFile(path, 1024), QByteArray("hand-written nonsense"));

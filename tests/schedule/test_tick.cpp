@@ -51,25 +51,3 @@ TEST(Tick, FirstApplicableCheckDecides) {
         EXPECT_EQ(tick, c.expected) << c.name << ": " << tick.summary().toStdString();
     }
 }
-
-TEST(Tick, SummariesAreTheJournalsStableTexts) {
-    EXPECT_EQ(Tick::fire(classic).summary(), u"FIRE The Classic 7 (workout, due 09:00)");
-    EXPECT_EQ(Tick::holding(classic, QStringLiteral("you're on a call")).summary(),
-              u"holding The Classic 7 — you're on a call");
-    EXPECT_EQ(Tick::idle(QStringLiteral("shield already up")).summary(),
-              u"idle — shield already up");
-    EXPECT_EQ(Schedule{}.tick(nine, {}, {}, cal).summary(), u"idle — no blocks in schedule");
-    const Tick missed = week.tick(nine.addSecs(3 * 3600), {}, {}, cal);
-    EXPECT_TRUE(missed.summary().startsWith(u"idle — missed past the")) << missed.summary().toStdString();
-    EXPECT_TRUE(Tick::fire(classic).isFire());
-    EXPECT_FALSE(Tick::holding(classic, {}).isFire());
-    EXPECT_FALSE(Tick::idle({}).isFire());
-}
-
-TEST(Tick, PausedMinutesCountDownAsWholeMinutes) {
-    const TickState paused{.pausedUntil = nine.addSecs(10 * 60)};
-    EXPECT_EQ(week.tick(nine, {}, paused, cal).reason(), u"paused for another 10 min");
-    EXPECT_EQ(week.tick(nine.addSecs(1), {}, paused, cal).reason(), u"paused for another 9 min");
-    EXPECT_EQ(week.tick(nine.addSecs(9 * 60 + 59), {}, paused, cal).reason(),
-              u"paused for another 0 min");
-}

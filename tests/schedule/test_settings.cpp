@@ -84,7 +84,11 @@ TEST_F(SettingsTest, ClampsApplyOnRead) {
 
 TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
     // A hand-edited or foreign file must never crash a reader or smuggle in a half-read value.
+    // What an empty store reads is what a new person starts with: the phrase, the clean reps,
+    // the hint delay, the valve, the trigger, the idle reset, the warning, the snoozes, the hours.
     const std::string defaults = everything();
+    EXPECT_EQ(defaults, "lark | 5 | 25 | 15 | none | 50 | 5 | 60 | 1 | 10 | none | none | 9223372036854775807 | none | -1 "
+                        "|  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
     const struct {
         const char* key;
         const char* json;

@@ -1,6 +1,6 @@
-// The camera coach end to end without a camera: the real pose model on real pictures (Debian's
-// opencv-doc examples), pictures played through model → coach → voice, the watchdog, and the
-// coach inside a lockout: finishing, its keys, and the fall-back to the web workout.
+// The camera coach without a camera: the real pose model on real pictures (Debian's opencv-doc
+// examples), pictures played through model → coach → view, the watchdog, and the coach inside a
+// lockout: finishing, its keys, and the fall-back to the web workout.
 
 #include "app/cycle_fixture.h"
 #include "coach/coach_session.h"
@@ -59,13 +59,13 @@ struct BrokenCamera final : FrameSource {
     void stop() override {}
 };
 
+// Facing the camera, upright, with the given knee angle.
 PoseFrame squat(double knee) {
     PoseFrame f;
+    const double r = knee * std::numbers::pi / 180;
     for (const int side : {-1, 1}) {
-        const QPointF ankle(0.5 + side * 0.1, 0.05), kneePt(0.5 + side * 0.1, 0.3);
-        const double r = knee * std::numbers::pi / 180;
-        const QPointF hip = kneePt + QPointF(0.25 * std::sin(r), -0.25 * std::cos(r));
-        f.set(side < 0 ? Joint::LeftAnkle : Joint::RightAnkle, ankle, 0.9f);
+        const QPointF kneePt(0.5 + side * 0.1, 0.3), hip = kneePt + QPointF(0.25 * std::sin(r), -0.25 * std::cos(r));
+        f.set(side < 0 ? Joint::LeftAnkle : Joint::RightAnkle, {kneePt.x(), 0.05}, 0.9f);
         f.set(side < 0 ? Joint::LeftKnee : Joint::RightKnee, kneePt, 0.9f);
         f.set(side < 0 ? Joint::LeftHip : Joint::RightHip, hip, 0.9f);
         f.set(side < 0 ? Joint::LeftShoulder : Joint::RightShoulder, hip + QPointF(side * 0.05, 0.3), 0.9f);
@@ -102,16 +102,12 @@ TEST(PoseModel, FindsTheJointsOfARealPersonAndNoneInAFruitBowl) {
         EXPECT_NEAR(p->x() * messi.width(), e.x, 12) << int(e.joint);
         EXPECT_NEAR((1 - p->y()) * messi.height(), e.y, 12) << int(e.joint); // y grows upward
     }
-    EXPECT_GT(f.p(Joint::LeftHip)->y(), f.p(Joint::LeftKnee)->y()) << "hips above knees";
-    EXPECT_GT(f.p(Joint::Nose)->y(), f.p(Joint::LeftHip)->y());
 
     const PoseFrame fruit = m->estimate(rgbOf(picture("fruits.jpg")));
     int seen = 0;
     for (int j = 0; j < 17; ++j)
         seen += fruit.p(Joint(j)).has_value();
     EXPECT_LE(seen, 1);
-    EXPECT_EQ(SquatCoach().update(fruit).status, u"Can't see your hips and knees");
-    EXPECT_EQ(PushupCoach().update(fruit).status, u"Can't see your arm");
 
     QString error;
     EXPECT_FALSE(PoseModel::load(QStringLiteral("/nonexistent/movenet.json"), &error));
@@ -173,13 +169,17 @@ TEST(CoachSession, GivesUpWhenNobodyIsInViewOrThereIsNoPicture) {
 namespace {
 class CoachLockout : public CycleTest {
 protected:
-    AppController& raisedWithCoach(std::function<std::unique_ptr<FrameSource>()> source) {
+    // Raised from the menu unless the test brings its own way there.
+    AppController& raisedWithCoach(std::function<std::unique_ptr<FrameSource>()> source,
+                                   std::function<void(AppController&)> raise = [](AppController& c) {
+                                       c.raiseLockout(false);
+                                   }) {
         Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
         Settings::setRequiredCleanReps(2);
         AppController& c = launch();
         screens->setSpeaker(&voice);
         screens->frameSourceFactory = std::move(source);
-        c.raiseLockout(false);
+        raise(c);
         EXPECT_TRUE(shieldOf(c).isUp());
         shieldOf(c).moveOffscreenForTests();
         return c;
@@ -236,53 +236,17 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
     EXPECT_TRUE(camera->stopped) << "the camera is released when the coach ends";
 }
 
-TEST_F(CoachLockout, TheChosenCoachRunsFromEveryPathNotThePagePreparedBehindTheCountdown) {
-    const struct {
-        const char* path;
-        std::function<void(AppController&)> raise;
-    } paths[] = {
-        {"a scheduled block", [this](AppController& c) { c.startScheduleWatch(); clock.advance(60); }},
-        {"the usage watcher", [this](AppController& c) { c.usage().start(); clock.advance(5 * 60 + 15 + 60); }},
-        {"a snooze's deferral", [this](AppController& c) {
-             c.startScheduleWatch();
-             c.countdown().snooze();
-             clock.advance(10 * 60 + 60);
-         }},
-        {"the menu", [](AppController& c) { c.raiseLockout(false); }},
-    };
-    for (const auto& p : paths) {
-        Settings::setFiredBlocks({});
-        Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
-        Settings::setRequiredCleanReps(1);
-        Settings::setTriggerAfterMinutes(5);
-        week({block("09:00", "Nine")});
-        contents.clear();
-        AppController& c = launch();
-        screens->setSpeaker(&voice);
-        screens->frameSourceFactory = [this] {
-            return std::make_unique<ImageListSource>(QList<QImage>{picture("messi5.jpg")}, clock, 0.5);
-        };
-        p.raise(c);
-        ASSERT_TRUE(shieldOf(c).isUp()) << p.path;
-        shieldOf(c).moveOffscreenForTests();
-        ASSERT_TRUE(screens->coachSession()) << p.path << ": the camera coach, not the web stand-in";
-        EXPECT_TRUE(contents.isEmpty()) << p.path;
-        CoachSession& session = *screens->coachSession();
-        clock.advance(0.5); // the camera's first picture
-        EXPECT_TRUE(waitFor([&] { return session.framesSeen() > 0; })) << p.path << ": pictures reach the coach";
-        session.consume({}, squat(175));
-        session.consume({}, squat(95));
-        clock.advance(2);
-        session.consume({}, squat(175));
-        ASSERT_EQ(ledger.records().size(), 1) << p.path;
-        EXPECT_EQ(ledger.records()[0].exercise, u"Squats");
-        clock.advance(2.7); // finishTovin lowers and ends after 2.6 s
-        EXPECT_FALSE(shieldOf(c).isUp()) << p.path;
-        QFile::remove(ledger.url());
-        ledger = PromiseLedger(ledger.url());
-        controller.reset();
-        clock.set(QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc()));
-    }
+// A countdown prepares the web page behind it so the lockout shows at once; with the coach chosen,
+// the raise must still open the coach.
+TEST_F(CoachLockout, ACountdownRaisesTheCoachNotThePagePreparedBehindIt) {
+    week({block("09:00", "Nine")});
+    raisedWithCoach([] { return std::make_unique<QuietSource>(); }, [this](AppController& c) {
+        c.startScheduleWatch();
+        c.countdown().snooze(); // the long way round: a countdown, a deferral, a second countdown
+        clock.advance(10 * 60 + 60);
+    });
+    EXPECT_TRUE(screens->coachSession()) << "the camera coach, not the web stand-in";
+    EXPECT_TRUE(contents.isEmpty());
 }
 
 TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
@@ -296,15 +260,13 @@ TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
 }
 
 TEST_F(CoachLockout, NoModelMeansTheWebWorkoutFromTheStart) {
-    Settings::setLockoutWorkoutID(QStringLiteral("coach:pushups"));
-    AppController& c = launch();
-    screens->poseModelFactory = [](QString* error) {
-        *error = QStringLiteral("the pose model can't be read");
-        return std::unique_ptr<PoseModel>();
-    };
-    c.raiseLockout(false);
-    EXPECT_TRUE(shieldOf(c).isUp());
-    shieldOf(c).moveOffscreenForTests();
+    raisedWithCoach({}, [this](AppController& c) {
+        screens->poseModelFactory = [](QString* error) {
+            *error = QStringLiteral("the pose model can't be read");
+            return std::unique_ptr<PoseModel>();
+        };
+        c.raiseLockout(false);
+    });
     EXPECT_EQ(contents.size(), 1);
     EXPECT_TRUE(journal(QStringLiteral("coach")).contains(
         u"camera coach unavailable — the pose model can't be read; running the web workout"_qs));

@@ -33,36 +33,13 @@ set -uo pipefail
 tovin=$1 xshot=$2 shots=$3 scenario=$4
 here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$shots"
-work=$(mktemp -d)
-pids=()
-cleanup() {
-    for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-passed=0 failed=0
-check() { # name, then a command that must succeed
-    local name=$1; shift
-    if "$@"; then passed=$((passed + 1)); echo "ok   $name"
-    else failed=$((failed + 1)); echo "FAIL $name"; fi
-}
-waitfor() { # seconds, then a command to poll every 0.5 s
-    local deadline=$((SECONDS + $1)); shift
-    until "$@"; do [ $SECONDS -ge $deadline ] && return 1; sleep 0.5; done
-}
-never() { # seconds, then a command that must not succeed once in that time
-    local deadline=$((SECONDS + $1)); shift
-    while [ $SECONDS -lt $deadline ]; do "$@" && return 1; sleep 0.5; done
-    return 0
-}
+. "$here/lib.sh"
 
 n=70; while [ -e /tmp/.X11-unix/X$n ] || [ -e /tmp/.X$n-lock ]; do n=$((n + 1)); done
 export DISPLAY=:$n XDG_SESSION_TYPE=x11
 unset WAYLAND_DISPLAY # an X11 check, even when run from a Wayland session
 Xvfb "$DISPLAY" -screen 0 3840x1080x24 -noreset -nolisten tcp >/dev/null 2>&1 & pids+=($!)
-waitfor 15 test -e /tmp/.X11-unix/X$n || { echo "FAIL Xvfb did not start"; echo "0 passed, 1 failed"; exit 1; }
+waitfor 15 test -e /tmp/.X11-unix/X$n || give_up "Xvfb did not start"
 xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null
 xrandr --setmonitor RIGHT 1920/508x1080/286+1920+0 none >/dev/null
 openbox >/dev/null 2>&1 & pids+=($!)
@@ -83,9 +60,6 @@ settings() { # extra settings beside: any hour, onboarded, a short warning
     printf '{"activeFromMinute":0,"activeToMinute":0,"hasOnboarded":true,"warningSeconds":10%s}\n' "$1" \
         > "$XDG_CONFIG_HOME/Tovin/settings.json"
 }
-journal_has() { grep -q -- "$1" "$data/tovin.log" 2>/dev/null; }
-records() { grep -c '"outcome"' "$data/promises.json" 2>/dev/null || echo 0; }
-ledger_has() { grep -q -- "$1" "$data/promises.json" 2>/dev/null; }
 covered() { "$xshot" "$shots/$scenario-probe.png" --covered >/dev/null; }
 shot() { "$xshot" "$shots/$scenario-$1.png"; }
 small_window() { # a visible window titled Tovin narrower than a screen: the notice, or an alert
@@ -410,5 +384,4 @@ esac
 kill "$app" 2>/dev/null; wait "$app" 2>/dev/null
 rm -f "$shots/$scenario-probe.png"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+tally

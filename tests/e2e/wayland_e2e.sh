@@ -18,35 +18,9 @@ set -uo pipefail
 bin_dir=$1 web_dir=$2 shots=$3
 here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$shots"
-work=$(mktemp -d)
+. "$here/lib.sh"
 chmod 755 "$work"
-pids=()
-cleanup() {
-    for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
-    pkill -KILL -f "$work/app/bin/" 2>/dev/null
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-passed=0 failed=0
-check() { # name, then a command that must succeed
-    local name=$1; shift
-    if "$@"; then passed=$((passed + 1)); echo "ok   $name"
-    else failed=$((failed + 1)); echo "FAIL $name"
-        # For a person looking into a failure: the compositor and the app stay as they are.
-        if [ -n "${TOVIN_E2E_PAUSE:-}" ]; then echo "     paused: SWAYSOCK=$SWAYSOCK"; sleep "$TOVIN_E2E_PAUSE"; fi
-    fi
-}
-waitfor() { # seconds, then a command to poll every 0.5 s
-    local deadline=$((SECONDS + $1)); shift
-    until "$@"; do [ $SECONDS -ge $deadline ] && return 1; sleep 0.5; done
-}
-never() { # seconds, then a command that must not succeed once in that time
-    local deadline=$((SECONDS + $1)); shift
-    while [ $SECONDS -lt $deadline ]; do "$@" && return 1; sleep 0.5; done
-    return 0
-}
+on_exit+=('pkill -KILL -f "$work/app/bin/"')
 
 # The app as installed (bin/ beside share/tovin/web), where the unprivileged user can read it.
 mkdir -p "$work/app/share/tovin" "$work/run" "$work/home/data/Tovin" "$work/home/config/Tovin"
@@ -82,7 +56,7 @@ chmod 644 "$work/sway.conf"
 WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman \
     "${as_user[@]}" sway -D noscanout -c "$work/sway.conf" >"$work/sway.log" 2>&1 & pids+=($!)
 waitfor 15 sh -c "ls '$XDG_RUNTIME_DIR'/sway-ipc.*.sock >/dev/null 2>&1 && test -e '$XDG_RUNTIME_DIR/wayland-1'" ||
-    { echo "FAIL sway did not start"; cat "$work/sway.log"; echo "0 passed, 1 failed"; exit 1; }
+    { cat "$work/sway.log"; give_up "sway did not start"; }
 SWAYSOCK=$(ls "$XDG_RUNTIME_DIR"/sway-ipc.*.sock); export SWAYSOCK WAYLAND_DISPLAY=wayland-1
 run swaymsg create_output >/dev/null
 sway_tree() { run swaymsg -t get_tree -r; }
@@ -127,10 +101,7 @@ uncovered() { sway_tree | python3 -c "$py_tree" none; }
 new_terminals() { sway_tree | python3 -c "$py_tree" feet; }
 setup_focused() { sway_tree | python3 -c "$py_tree" setup; }
 nothing_typed() { [ ! -s "$work/typed" ]; }
-journal_has() { grep -q -- "$1" "$data/tovin.log" 2>/dev/null; }
-records() { grep -c '"outcome"' "$data/promises.json" 2>/dev/null || echo 0; }
 records_are() { test "$(records)" = "$1"; }
-ledger_has() { grep -q -- "$1" "$data/promises.json" 2>/dev/null; }
 keys() { run wtype "$@"; }
 shot() { run grim "$work/shot.png" && cp "$work/shot.png" "$shots/wayland-$1.png"; }
 hold_space() { keys -P space -s "$1" -p space; }
@@ -217,5 +188,4 @@ check "no lockout ended by yielding to the system" sh -c "! grep -q 'yielded to 
 if [ "$failed" -gt 0 ]; then
     echo "--- journal"; cat "$data/tovin.log"; echo "--- app"; tail -30 "$work/app.log"
 fi
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+tally

@@ -27,12 +27,8 @@ protected:
     void TearDown() override {
         Journal::setClock(nullptr);
         Journal::setOverrideURL(std::nullopt);
-        Journal::resetForTesting();
     }
-    QStringList lines() const {
-        const auto bytes = readWholeFile(*Journal::overrideURL(), 1 << 26);
-        return bytes ? QString::fromUtf8(*bytes).split(u'\n', Qt::SkipEmptyParts) : QStringList();
-    }
+    QStringList lines() const { return Journal::tail(1 << 20); }
 
     QTemporaryDir dir;
     fakes::FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0, 12), QTimeZone::utc())};
@@ -47,16 +43,17 @@ TEST_F(JournalTest, OneEntryIsOneLine) {
                                    u"] [schedule] idle 2026-01-01T00:00:00Z  [1] [x] y"});
 }
 
-TEST_F(JournalTest, EventsRepeatStatesDoNot) {
+TEST_F(JournalTest, EventsRepeatStatesDoNotAndEachTagHasItsOwn) {
     Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
     Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
     for (int i = 0; i < 100; ++i) {
         Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — nothing due"));
         clock.advance(1);
     }
-    EXPECT_EQ(lines().size(), 3);
+    Journal::state(QStringLiteral("hold"), QStringLiteral("idle — nothing due"));
+    EXPECT_EQ(lines().size(), 4);
     Journal::state(QStringLiteral("schedule"), QStringLiteral("FIRE A (workout, due 09:00)"));
-    EXPECT_EQ(lines().size(), 4); // a change is written at once
+    EXPECT_EQ(lines().size(), 5); // a change is written at once
     EXPECT_TRUE(lines().last().endsWith(u"[schedule] FIRE A (workout, due 09:00)"));
 }
 
@@ -74,17 +71,6 @@ TEST_F(JournalTest, HeartbeatRewritesAnUnchangedStateAfterItsInterval) {
     clock.advance(1000);
     Journal::state(QStringLiteral("schedule"), idle);
     EXPECT_EQ(lines().size(), 2);
-    // A custom heartbeat.
-    clock.advance(61);
-    Journal::state(QStringLiteral("schedule"), idle, 60);
-    EXPECT_EQ(lines().size(), 3);
-}
-
-TEST_F(JournalTest, TagsKeepSeparateMemories) {
-    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
-    Journal::state(QStringLiteral("schedule"), QStringLiteral("A held — you're on a call"));
-    Journal::state(QStringLiteral("hold"), QStringLiteral("A held — you're on a call"));
-    EXPECT_EQ(lines().size(), 2);
 }
 
 TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
@@ -92,7 +78,6 @@ TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
     QByteArray big;
     for (int i = 0; i < 10000; ++i)
         big += QByteArray("old line ").append(QByteArray::number(i).rightJustified(50, '.')) + '\n';
-    ASSERT_EQ(big.size(), 600000);
     ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), big));
     Journal::note(QStringLiteral("x"), QStringLiteral("new"));
 
@@ -100,11 +85,10 @@ TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
     // the last 5,001 survive: 5,000 lines and the final empty piece.
     const QByteArray after = *readWholeFile(*Journal::overrideURL(), 1 << 26);
     const QList<QByteArray> pieces = after.split('\n');
-    EXPECT_EQ(pieces.size(), 5001);
-    EXPECT_TRUE(after.endsWith('\n'));
+    ASSERT_EQ(pieces.size(), 5001);
     EXPECT_TRUE(pieces[0].endsWith(QByteArray::number(5001).rightJustified(50, '.')));
     EXPECT_TRUE(pieces[4999].endsWith("[x] new"));
-    EXPECT_LE(after.size(), Journal::rotateAboveBytes);
+    EXPECT_TRUE(pieces[5000].isEmpty());
 }
 
 // Halving works on bytes: read as UTF-8, every invalid byte would grow to three and the file
@@ -119,8 +103,7 @@ TEST_F(JournalTest, HalvingIsBytewiseSoCorruptTextIsStillBounded) {
 }
 
 TEST_F(JournalTest, AHugeMessageIsCutSoHalvingAlwaysKeepsRecentLines) {
-    const QString label(1024 * 1024, u'L'); // a block label of a megabyte, by hand
-    const QString firing = u"firing " + label;
+    const QString firing = u"firing " + QString(1024 * 1024, u'L');
     for (int i = 0; i < 300; ++i) // past the halving limit
         Journal::note(QStringLiteral("schedule"), firing);
     Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — no blocks in schedule"));
@@ -136,8 +119,6 @@ TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
     ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), "a\n\nb\nc\n\n\nd\n"));
     EXPECT_EQ(Journal::tail(3), (QStringList{QStringLiteral("b"), QStringLiteral("c"),
                                              QStringLiteral("d")}));
-    EXPECT_EQ(Journal::tail(30).size(), 4);
-    EXPECT_TRUE(Journal::tail(0).isEmpty());
 }
 
 TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {

@@ -34,15 +34,13 @@ async function pageSocket() {
 
 const ws = new WebSocket(await pageSocket());
 await new Promise((ok, fail) => { ws.onopen = ok; ws.onerror = fail; });
+// One evaluation at a time, each answered under its own id.
 let id = 0;
-const pending = new Map();
-ws.onmessage = (m) => {
-  const msg = JSON.parse(m.data);
-  if (pending.has(msg.id)) { pending.get(msg.id)(msg); pending.delete(msg.id); }
-};
+let answer = () => {};
+ws.onmessage = (m) => answer(JSON.parse(m.data));
 const evaluate = (expression) => new Promise((ok) => {
   const n = ++id;
-  pending.set(n, (msg) => ok(msg.result?.result?.value));
+  answer = (msg) => msg.id === n && ok(msg.result?.result?.value);
   ws.send(JSON.stringify({ id: n, method: 'Runtime.evaluate', params: { expression, returnByValue: true } }));
 });
 const finish = (ok, line) => {
@@ -51,7 +49,17 @@ const finish = (ok, line) => {
   process.exit(ok ? 0 : 1);
 };
 
-// Clicks the first visible button whose text is one of the given, and returns the heading.
+// Evaluates the expression until its value is done, or time is up; returns the last value.
+async function poll(expression, done, every = 50) {
+  let value = await evaluate(expression);
+  while (!done(value) && Date.now() < deadline) {
+    await sleep(every);
+    value = await evaluate(expression);
+  }
+  return value;
+}
+
+// Clicks the first enabled button whose text is one of the given, and returns the heading.
 const click = (labels) => `(() => {
   const wanted = ${JSON.stringify(labels)};
   const b = [...document.querySelectorAll('button')].find((x) => wanted.includes(x.textContent.trim()) && !x.disabled);
@@ -60,48 +68,23 @@ const click = (labels) => `(() => {
   return h1 ? h1.textContent : '';
 })()`;
 
-async function until(labels, goal, every = 1000) {
-  let heading = '';
-  while (Date.now() < deadline) {
-    heading = (await evaluate(click(labels))) ?? '';
-    if (heading === goal) return heading;
-    await sleep(every);
-  }
-  return heading;
-}
-
 if (mode === 'first-timer') {
   const min = Number(minArg ?? 0);
-  let text;
-  while (Date.now() < deadline && !text) {
-    text = await evaluate(`document.querySelector('[role=timer]')?.textContent`);
-    if (!text) await sleep(200);
-  }
+  const text = await poll(`document.querySelector('[role=timer]')?.textContent`, Boolean, 200);
   const [m, s] = String(text ?? '').split(':').map(Number);
-  const seconds = m * 60 + s;
-  finish(seconds >= min, `first step's timer when the shield rose: ${text} (wanted at least ${min} s)`);
+  finish(m * 60 + s >= min, `first step's timer when the shield rose: ${text} (wanted at least ${min} s)`);
 } else if (mode === 'rendered') {
   // As the app's own render check judges it: more than 19 characters of text.
-  let length = 0;
-  while (Date.now() < deadline) {
-    length = (await evaluate('document.body ? document.body.innerText.trim().length : 0')) ?? 0;
-    if (length > 19) break;
-    await sleep(50);
-  }
+  const length = await poll('document.body ? document.body.innerText.trim().length : 0', (n) => n > 19);
   finish(length > 19, `page shows ${length} characters`);
 } else if (mode === 'has-text') {
-  let text = '';
-  while (Date.now() < deadline) {
-    text = (await evaluate('document.body.innerText')) ?? '';
-    if (text.includes(minArg)) break;
-    await sleep(50);
-  }
+  const text = (await poll('document.body.innerText', (t) => String(t).includes(minArg))) ?? '';
   finish(text.includes(minArg), `page ${text.includes(minArg) ? 'shows' : 'never showed'} "${minArg}"`);
-} else if (mode === 'retest') {
-  // 'I am done' twice (push-ups, squats), then the plank, then the plan.
-  const heading = await until(['I am done', 'Start holding', 'Stop', 'Accept plan'], 'Plan accepted.', 700);
-  finish(heading === 'Plan accepted.', `page says: ${heading}`);
 } else {
-  const heading = await until(['Done', 'Skip rest'], 'Promise kept.');
-  finish(heading === 'Promise kept.', `page says: ${heading}`);
+  // Retest: 'I am done' twice (push-ups, squats), then the plank, then the plan.
+  const [labels, goal, every] = mode === 'retest'
+    ? [['I am done', 'Start holding', 'Stop', 'Accept plan'], 'Plan accepted.', 700]
+    : [['Done', 'Skip rest'], 'Promise kept.', 1000];
+  const heading = await poll(click(labels), (h) => h === goal, every);
+  finish(heading === goal, `page says: ${heading}`);
 }

@@ -1,16 +1,11 @@
 import { describe, expect, it } from 'vitest';
 
-import { customId, resolveCircuit, loadCustomCircuits, saveCustomCircuit } from '../src/circuits';
+import { customId, loadCustomCircuits, resolveCircuit, saveCustomCircuit, type CircuitStore } from '../src/circuits';
 import { asArray, normalise } from '../src/native';
 
-class MemoryStore {
-  data = new Map<string, string>();
-  getItem(k: string) {
-    return this.data.get(k) ?? null;
-  }
-  setItem(k: string, v: string) {
-    this.data.set(k, v);
-  }
+function memoryStore(): CircuitStore {
+  const data = new Map<string, string>();
+  return { getItem: (k) => data.get(k) ?? null, setItem: (k, v) => void data.set(k, v) };
 }
 
 describe('the bridge as received', () => {
@@ -24,30 +19,25 @@ describe('the bridge as received', () => {
 
   it('fills defaults for a partial or hostile object', () => {
     const n = normalise({ mode: 'nonsense' as never, blocks: '[{"at":"09:00","label":"A","kind":"workout"}]', promises: 42 });
-    expect(n.mode).toBe('locked');
+    expect(n).toMatchObject({ mode: 'locked', promises: [], onboarded: false, shown: true });
     expect(n.blocks).toHaveLength(1);
-    expect(n.promises).toEqual([]);
     expect(n.schedule.weekdays).toEqual([1, 2, 3, 4, 5, 6, 7]);
-    expect(n.onboarded).toBe(false);
     expect(() => n.complete('x', 1)).not.toThrow();
   });
 });
 
 describe('circuits', () => {
-  it('falls back to the default preset for an unknown id, and finds custom ones', () => {
-    expect(resolveCircuit(undefined)).toMatchObject({ fellBack: true, circuit: { id: 'classic-7' } });
-    expect(resolveCircuit('core-five')).toMatchObject({ fellBack: false, circuit: { id: 'core-five' } });
-    // A camera coach whose camera could not be used runs its stand-in, without the not-found note.
-    expect(resolveCircuit('coach:squats')).toMatchObject({ fellBack: false, circuit: { id: 'legs-at-the-desk' } });
-    const store = new MemoryStore();
+  it('runs a camera coach as its stand-in, a custom circuit by its id, and an unknown id as the default', () => {
+    const store = memoryStore();
     saveCustomCircuit({ id: customId('Lunch  Legs!'), name: 'Lunch Legs', description: '', restSeconds: 10, items: [{ exercise: 'squat' }] }, store);
     const custom = loadCustomCircuits(store);
-    expect(custom.map((c) => c.id)).toEqual(['custom-lunch-legs']);
+    expect(resolveCircuit('coach:squats', custom)).toMatchObject({ fellBack: false, circuit: { id: 'legs-at-the-desk' } });
     expect(resolveCircuit('custom-lunch-legs', custom)).toMatchObject({ fellBack: false, circuit: { name: 'Lunch Legs' } });
+    expect(resolveCircuit('no-such-thing', custom)).toMatchObject({ fellBack: true, circuit: { id: 'classic-7' } });
   });
 
   it('drops stored circuits that are corrupt or name unknown exercises', () => {
-    const store = new MemoryStore();
+    const store = memoryStore();
     store.setItem('tovin.circuits', JSON.stringify([{ id: 'a', name: 'A', items: [{ exercise: 'teleport' }] }, 'junk', { id: 'b', name: 'B', items: [{ exercise: 'plank' }] }]));
     expect(loadCustomCircuits(store).map((c) => c.id)).toEqual(['b']);
     store.setItem('tovin.circuits', '{broken');

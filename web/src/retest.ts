@@ -31,12 +31,6 @@ export function prescription(lvl: number): { circuitId: string; sessionsPerDay: 
   return { circuitId: 'classic-7', sessionsPerDay: 3 };
 }
 
-/** "HH:MM" for a minute of the day. */
-export function timeText(minute: number): string {
-  const m = ((Math.round(minute) % 1440) + 1440) % 1440;
-  return `${`${Math.floor(m / 60)}`.padStart(2, '0')}:${`${m % 60}`.padStart(2, '0')}`;
-}
-
 /**
  * One workout block per session: at each chosen time (as many as the level asks for, the
  * earliest first), on the chosen days, labelled with the prescribed circuit's name.

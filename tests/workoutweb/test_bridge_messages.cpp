@@ -21,14 +21,18 @@ using namespace tovin;
 
 namespace {
 
+std::string joined(QStringList words) {
+    words.sort();
+    words.removeDuplicates();
+    return words.join(u' ').toStdString();
+}
+
 // Every first capture of the pattern, sorted and joined, so a mismatch reads as text.
 std::string matches(const QString& text, const QString& pattern) {
     QStringList found;
     for (const auto& m : QRegularExpression(pattern).globalMatch(text))
         found.append(m.captured(1));
-    found.sort();
-    found.removeDuplicates();
-    return found.join(u' ').toStdString();
+    return joined(found);
 }
 
 // The body of `export interface NAME { … }` in native.ts.
@@ -38,32 +42,32 @@ QString tsInterface(const QString& name) {
         return {};
     const QString source = QString::fromUtf8(file.readAll());
     const qsizetype start = source.indexOf(u"export interface " + name + u" {");
-    if (start < 0)
-        return {};
-    return source.mid(start, source.indexOf(u"\n}", start) - start);
+    return start < 0 ? QString() : source.mid(start, source.indexOf(u"\n}", start) - start);
+}
+
+QJsonObject message(const QString& type, QJsonObject fields = {}) {
+    fields.insert(u"type", type);
+    return fields;
 }
 
 } // namespace
 
 TEST(BridgeSchema, TheInjectedFunctionsAndNativeTsAgreeWithIt) {
-    QStringList types;
-    QStringList settingsFields;
+    QStringList types, settingsFields;
     for (const auto& type : BridgeMessages::schema()) {
         types.append(type.name);
         if (type.name == u"saveSettings")
             settingsFields = type.fields;
     }
-    types.sort();
-    settingsFields.sort();
     const QString functions = BridgeMessages::bridgeFunctions();
-    EXPECT_EQ(matches(functions, QStringLiteral(R"(type: '(\w+)')")), types.join(u' ').toStdString());
+    EXPECT_EQ(matches(functions, QStringLiteral(R"(type: '(\w+)')")), joined(types));
 
     const QString native = tsInterface(QStringLiteral("Native"));
     ASSERT_FALSE(native.isEmpty()) << "native.ts declares no Native interface";
     EXPECT_EQ(matches(functions, QStringLiteral(R"(\n\s+(\w+): function)")),
               matches(native, QStringLiteral(R"(\n\s+(\w+)\([^)]*\): void;)")));
     EXPECT_EQ(matches(tsInterface(QStringLiteral("SettingsUpdate")), QStringLiteral(R"(\n\s+(\w+)\?:)")),
-              settingsFields.join(u' ').toStdString());
+              joined(settingsFields));
 }
 
 TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
@@ -73,50 +77,42 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     fakes::FakeClock clock;
     BridgeMessages bridge(dir.filePath(QStringLiteral("schedule.json")), ledger, clock);
     QSignalSpy completed(&bridge, &BridgeMessages::workoutCompleted);
+    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
 
-    for (const QJsonObject& m : {QJsonObject{}, QJsonObject{{QStringLiteral("type"), 7}},
-                                 QJsonObject{{QStringLiteral("type"), QStringLiteral("nope")}},
-                                 QJsonObject{{QStringLiteral("type"), QStringLiteral("promisesSynced")},
-                                             {QStringLiteral("promises"), 3}},
-                                 QJsonObject{{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")}}})
+    for (const QJsonObject& m : {QJsonObject{}, QJsonObject{{u"type"_qs, 7}}, message(u"nope"_qs),
+                                 message(u"promisesSynced"_qs, {{u"promises"_qs, 3}}), message(u"setWorkoutPlan"_qs)})
         bridge.apply(m);
     EXPECT_EQ(completed.count(), 0);
-    EXPECT_TRUE(ledger.records().isEmpty());
 
     // A completion without its fields still completes, as "Workout" with no reps.
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("workoutComplete")}, {QStringLiteral("reps"), QStringLiteral("many")}});
+    bridge.apply(message(u"workoutComplete"_qs, {{u"reps"_qs, u"many"_qs}}));
     ASSERT_EQ(completed.count(), 1);
     EXPECT_EQ(completed[0][0].toString(), u"Workout");
     EXPECT_EQ(completed[0][1].toLongLong(), 0);
 
-    // Settings: clamped, out-of-range weekdays dropped, empty text clears, absent keys and wrong
-    // types leave a setting alone, and weekdays are all integers or not taken at all.
+    // Settings: each field lands, clamped, out-of-range weekdays dropped, empty text clears; absent
+    // keys and wrong types leave a setting alone, and weekdays are all integers or not taken at all.
     Settings::setLockoutWorkoutID(QStringLiteral("old"));
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSettings")}, {QStringLiteral("triggerAfterMinutes"), 2},
-                  {QStringLiteral("weekdays"), QJsonArray{0, 1, 7, 8}}, {QStringLiteral("fromMinute"), 480},
-                  {QStringLiteral("lockoutWorkoutId"), QString()}});
+    bridge.apply(message(u"saveSettings"_qs, {{u"triggerAfterMinutes"_qs, 2}, {u"weekdays"_qs, QJsonArray{0, 1, 7, 8}},
+                                              {u"fromMinute"_qs, 480}, {u"toMinute"_qs, 1200}, {u"onboarded"_qs, true},
+                                              {u"lockoutWorkoutId"_qs, QString()}, {u"retestDueInDays"_qs, 28}}));
     EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
     EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(Settings::activeToMinute(), 1200);
+    EXPECT_TRUE(Settings::hasOnboarded());
     EXPECT_EQ(Settings::lockoutWorkoutID(), std::nullopt);
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSettings")}, {QStringLiteral("fromMinute"), QStringLiteral("nine")},
-                  {QStringLiteral("weekdays"), QJsonArray{QJsonValue(3), QJsonValue(QStringLiteral("four"))}}});
+    EXPECT_EQ(Settings::retestDueInDays(), 28);
+    EXPECT_EQ(Settings::retestReportedAt(), clock.now()); // when the fitness check reported
+    bridge.apply(
+        message(u"saveSettings"_qs, {{u"fromMinute"_qs, u"nine"_qs}, {u"weekdays"_qs, QJsonArray{3, u"four"_qs}}}));
     EXPECT_EQ(Settings::activeFromMinute(), 480);
     EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
     EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
 
     // A malformed plan changes nothing, and saveSchedule is deliberately not heard.
-    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("setWorkoutPlan")}, {QStringLiteral("blocks"), QStringLiteral("[{\"at\": 9}]")}});
-    bridge.apply({{QStringLiteral("type"), QStringLiteral("saveSchedule")}, {QStringLiteral("blocks"), QStringLiteral("[]")}});
+    bridge.apply(message(u"setWorkoutPlan"_qs, {{u"blocks"_qs, u"[{\"at\": 9}]"_qs}}));
+    bridge.apply(message(u"saveSchedule"_qs, {{u"blocks"_qs, u"[]"_qs}}));
     EXPECT_EQ(changed.count(), 0);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("schedule.json"))));
-
-    // The ledger only ever grows: an empty or unreadable list removes nothing.
-    const PromiseRecord kept{QDateTime(QDate(2026, 3, 1), QTime(9, 0), QTimeZone::utc()),
-                             PromiseRecord::Outcome::Tovin, QStringLiteral("squat"), 10, 10, {}, {}};
-    ledger.record(kept, false);
-    for (const char* list : {"[]", "not json"})
-        bridge.apply({{QStringLiteral("type"), QStringLiteral("promisesSynced")}, {QStringLiteral("promises"), QString::fromLatin1(list)}});
-    EXPECT_EQ(ledger.records().size(), 1);
     Settings::setStore(nullptr);
 }

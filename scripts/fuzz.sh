@@ -12,9 +12,9 @@ if [ ! -f "$build/build.ninja" ]; then
     CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DTOVIN_FUZZ=ON -DTOVIN_BUILD_TESTS=OFF -DTOVIN_BUILD_BENCH=OFF >/dev/null
 fi
-cmake --build "$build" --target fuzz_schedule fuzz_ledger fuzz_settings fuzz_routes
+cmake --build "$build" --target fuzz_schedule fuzz_ledger fuzz_settings fuzz_routes fuzz_wire
 
-for target in schedule ledger settings routes; do
+for target in schedule ledger settings routes wire; do
     work="$build/corpus-$target"
     mkdir -p "$work"
     # New finds go to the work folder; the committed seeds stay as they are.

@@ -148,6 +148,7 @@ void AppController::checkSchedule() {
     screens_.enforceValve(now);
     // Whatever could not be saved (a full disk, a read-only folder) is tried again.
     SaveFailures::retryPending();
+    Q_EMIT ticked();
 
     const Calendar cal = calendar();
     const qint64 today = cal.dayNumber(now);

@@ -150,6 +150,8 @@ Q_SIGNALS:
     void setupWindowWanted();
     // The person's settings or week changed: whatever shows them is drawn again.
     void settingsChanged();
+    // One turn of the schedule's loop: what else needs a look now and then takes it here.
+    void ticked();
 
 private:
     void reloadSchedule();

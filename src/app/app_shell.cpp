@@ -1,5 +1,6 @@
 #include "app/app_shell.h"
 
+#include "app/instance_server.h"
 #include "app/launch_at_login.h"
 #include "app/status_icon.h"
 #include "core/paths.h"
@@ -17,6 +18,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QFile>
 #include <QLocalSocket>
 
 #include <cstdio>
@@ -112,26 +114,46 @@ AppShell::~AppShell() {
 QString AppShell::instanceName() {
     // Beside the instance record, in the session's own runtime folder: two sessions of one
     // person each run their own Tovin. A relative name would land in /tmp, shared by both.
-    return paths::runtimeDir() + u"/instance.socket";
+    const QString dir = paths::runtimeDir();
+    return dir.isEmpty() ? QString() : dir + u"/instance.socket";
 }
+
+namespace {
+// A live process id in the record could be anybody's once the pid is reused: only a Tovin
+// counts as the running copy.
+bool isTovinProcess(qint64 pid) {
+    QFile comm(u"/proc/" + QString::number(pid) + u"/comm");
+    if (!comm.open(QIODevice::ReadOnly))
+        return true; // no /proc here: the live pid is the best there is
+    return comm.readAll().startsWith("tovin");
+}
+} // namespace
 
 bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     QLocalSocket probe;
     probe.connectToServer(instanceName());
+    qint64 pid = 0;
+    bool running = false;
     if (probe.waitForConnected(500)) {
         // The running copy answers with its process id; the record is only the fallback.
+        running = true;
         probe.write("show\n");
         probe.waitForBytesWritten(500);
-        qint64 pid = 0;
         if (probe.waitForReadyRead(1000)) {
             const QByteArray reply = probe.readLine().trimmed();
             if (reply.startsWith("pid "))
                 pid = reply.mid(4).toLongLong();
         }
-        if (pid <= 0) {
-            if (const auto running = InstanceRecord::readLive())
-                pid = running->pid;
-        }
+    }
+    // Nobody answered, but the copy that wrote the record still runs (its socket is swamped by
+    // callers, or was deleted by hand): it is still the watcher, and taking its name would
+    // make two.
+    const auto record = InstanceRecord::readLive();
+    if (!running && record && record->pid != ::getpid() && isTovinProcess(record->pid))
+        running = true;
+    if (running) {
+        if (pid <= 0 && record)
+            pid = record->pid;
         if (pid > 0)
             std::printf("Tovin is already running (pid %lld) — bringing it forward\n",
                         static_cast<long long>(pid));
@@ -145,27 +167,16 @@ bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     if (!standInAsWatcher)
         return true;
     // Nobody answered: whatever socket is left is a crashed instance's.
-    QLocalServer::removeServer(instanceName());
-    instanceServer_ = new QLocalServer(this);
-    instanceServer_->setSocketOptions(QLocalServer::UserAccessOption);
-    if (instanceServer_->listen(instanceName())) {
-        connect(instanceServer_, &QLocalServer::newConnection, this, [this] {
-            while (QLocalSocket* s = instanceServer_->nextPendingConnection()) {
-                connect(s, &QLocalSocket::readyRead, this, [this, s] {
-                    if (!s->readAll().startsWith("show"))
-                        return;
-                    s->write(QByteArray("pid ") + QByteArray::number(qint64(::getpid())) + '\n');
-                    s->flush();
-                    // Launching Tovin again brings the setup window forward, but never over a
-                    // lockout or a rehearsal: there it would take the keyboard from the shield.
-                    if (!controller_.screens().isUp())
-                        openSetupWindow();
-                    s->disconnectFromServer();
-                });
-                connect(s, &QLocalSocket::disconnected, s, &QObject::deleteLater);
-            }
-        });
-    }
+    instanceServer_ = new InstanceServer(instanceName(), this);
+    instanceServer_->start();
+    connect(instanceServer_, &InstanceServer::showAsked, this, [this] {
+        // Launching Tovin again brings the setup window forward, but never over a lockout or a
+        // rehearsal: there it would take the keyboard from the shield.
+        if (!controller_.screens().isUp())
+            openSetupWindow();
+    });
+    // Checked on the schedule's own tick, so keeping the socket costs no wake-up of its own.
+    connect(&controller_, &AppController::ticked, instanceServer_, &InstanceServer::keepListening);
     InstanceRecord{::getpid(), QDateTime::currentDateTimeUtc()}.write();
     return true;
 }

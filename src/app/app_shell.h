@@ -1,9 +1,9 @@
 #pragma once
 
 #include "app/app_controller.h"
+#include "app/instance_server.h"
 #include "app/update_dialogs.h"
 
-#include <QLocalServer>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPointer>
@@ -67,7 +67,7 @@ private:
     QPointer<QSystemTrayIcon> tray_;
     std::unique_ptr<QMenu> trayMenu_;
     QList<QPointer<QMessageBox>> alerts_;
-    QPointer<QLocalServer> instanceServer_;
+    QPointer<InstanceServer> instanceServer_;
     std::unique_ptr<Timer> updateTimer_;
     std::unique_ptr<Timer> stripTimer_;
 };

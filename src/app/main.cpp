@@ -2,6 +2,7 @@
 #include "app/launch_switches.h"
 #include "app/screen_helper.h"
 #include "app/self_test.h"
+#include "core/paths.h"
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
@@ -18,9 +19,11 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace tovin;
@@ -54,6 +57,32 @@ void probeCall(QCoreApplication& app, QTimer& timer) {
         out.flush();
     });
     timer.start(1000);
+}
+
+// The single-instance socket and record live in a folder only this user may enter. When the
+// folder there is somebody else's, anyone could answer for Tovin or sit in its place: better
+// not to run, and say why, than to watch the schedule through a stranger's socket.
+bool runtimeFolderIsSafe() {
+    QString why;
+    if (!paths::runtimeDir(&why).isEmpty())
+        return true;
+    const QString text = u"Tovin will not start: its runtime folder is not private — " + why +
+                         u". Remove it, or set XDG_RUNTIME_DIR to a folder of your own.";
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    Journal::note(QStringLiteral("launch"), text);
+    return false;
+}
+
+// Sockets, the helper's pipe and the X connection all need descriptors; the soft limit is often
+// a fraction of what the system allows this user, and running out must never be what ends a
+// lockout.
+void raiseDescriptorLimit() {
+    struct rlimit limit {};
+    constexpr rlim_t enough = 16384;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < std::min(limit.rlim_max, enough)) {
+        limit.rlim_cur = std::min(limit.rlim_max, enough);
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
 }
 
 } // namespace
@@ -90,6 +119,10 @@ int main(int argc, char* argv[]) {
     default:
         break;
     }
+
+    if (checksSingleInstance(mode) && !runtimeFolderIsSafe())
+        return 1;
+    raiseDescriptorLimit();
 
     // Chosen here so the screen helper, started from this process, inherits the same choice.
     const QString platformNote = WindowSystem::chooseNativePlatform();

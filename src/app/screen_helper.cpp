@@ -1,13 +1,17 @@
 #include "app/screen_helper.h"
 
 #include "core/iso_date.h"
-#include "core/paths.h"
 #include "journal/journal.h"
 #include "screens/screen_protocol.h"
 
 #include <QCoreApplication>
 #include <QLocalSocket>
 
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace tovin {
@@ -20,8 +24,6 @@ QJsonObject command(const char* name) {
 
 ScreenHelper::ScreenHelper(Clock& clock, QString program, QObject* parent)
     : Screens(parent), clock_(clock), program_(std::move(program)) {
-    server_.setSocketOptions(QLocalServer::UserAccessOption);
-    connect(&server_, &QLocalServer::newConnection, this, &ScreenHelper::accept);
     // The helper runs in real time whatever clock drives the schedule, so its silence is
     // measured on a real one.
     watch_.setInterval(1000);
@@ -52,25 +54,30 @@ qint64 ScreenHelper::helperPid() const {
 void ScreenHelper::ensureRunning() {
     if (process_)
         return;
-    if (!server_.isListening()) {
-        // In the session's own runtime folder, named for this resident: never shared.
-        const QString name = paths::runtimeDir() + u"/screens-" + QString::number(::getpid()) + u".socket";
-        QLocalServer::removeServer(name);
-        if (!server_.listen(name)) {
-            const QString why = u"the screen helper has no socket — " + server_.errorString();
-            // Nothing was shown, and nothing will be: say so rather than claim a shield.
-            QMetaObject::invokeMethod(this, [this, why, wasShowing = showsAnything()] {
-                if (wasShowing)
-                    Q_EMIT screensLost(why);
-            }, Qt::QueuedConnection);
-            release();
-            return;
-        }
+    // The two ends of one socket, made here: the helper inherits its end, so there is no name
+    // anybody else could call, listen at or replace, and whoever speaks on this end is the
+    // process started below.
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        const QString why = u"the screen helper could not start — " +
+                            QString::fromLocal8Bit(std::strerror(errno));
+        // Nothing was shown, and nothing will be: say so rather than claim a shield.
+        QMetaObject::invokeMethod(this, [this, why, wasShowing = showsAnything()] {
+            if (wasShowing)
+                Q_EMIT screensLost(why);
+        }, Qt::QueuedConnection);
+        release();
+        return;
     }
+    const int ours = ends[0];
+    const int theirs = ends[1];
     auto* p = new QProcess(this);
     p->setProgram(program_);
-    p->setArguments({QStringLiteral("--connect"), server_.fullServerName()});
+    p->setArguments({QStringLiteral("--fd"), QString::number(theirs)});
     p->setProcessChannelMode(QProcess::ForwardedChannels);
+    // Only the helper keeps its end across exec; every other child of ours (the web engine's,
+    // an update's script) gets neither.
+    p->setChildProcessModifier([theirs] { ::fcntl(theirs, F_SETFD, 0); });
     connect(p, &QProcess::finished, this, [this, p](int code, QProcess::ExitStatus status) {
         if (p == process_)
             processEnded(status == QProcess::CrashExit ? QStringLiteral("the screen helper crashed")
@@ -83,11 +90,20 @@ void ScreenHelper::ensureRunning() {
             p->deleteLater();
         }
     });
+    auto* s = new QLocalSocket(this);
+    s->setSocketDescriptor(ours);
+    socket_ = s;
+    connect(s, &QLocalSocket::readyRead, this, &ScreenHelper::readEvents);
+    connect(s, &QLocalSocket::disconnected, this, [this, s] {
+        if (s == socket_)
+            processEnded(QStringLiteral("the screen helper's connection closed"));
+    });
     process_ = p;
     greeted_ = false;
     lastHeard_.start();
     watch_.start();
     p->start();
+    ::close(theirs);
 }
 
 void ScreenHelper::send(const QJsonObject& command, bool startIfNeeded) {
@@ -101,23 +117,6 @@ void ScreenHelper::send(const QJsonObject& command, bool startIfNeeded) {
         socket_->flush();
     } else {
         pending_.append(line);
-    }
-}
-
-void ScreenHelper::accept() {
-    while (QLocalSocket* s = server_.nextPendingConnection()) {
-        // One helper at a time; whoever else calls is turned away.
-        if (socket_ || !process_) {
-            s->abort();
-            s->deleteLater();
-            continue;
-        }
-        socket_ = s;
-        connect(s, &QLocalSocket::readyRead, this, &ScreenHelper::readEvents);
-        connect(s, &QLocalSocket::disconnected, this, [this, s] {
-            if (s == socket_)
-                processEnded(QStringLiteral("the screen helper's connection closed"));
-        });
     }
 }
 
@@ -136,15 +135,10 @@ void ScreenHelper::handle(const QJsonObject& e) {
     using namespace ScreenProtocol;
     const QString name = e.value(u"ev").toString();
     if (name == u"hello") {
-        // Only the process started here may speak for the screens.
+        // Only the process started here holds the other end; one that says it is somebody
+        // else is not the helper this resident knows.
         if (!process_ || e.value(u"pid").toInteger() != process_->processId()) {
-            Journal::note(QStringLiteral("shield"), QStringLiteral("an unknown process answered on the screen "
-                                                                   "helper's socket — turned away"));
-            QLocalSocket* stranger = socket_;
-            socket_ = nullptr;
-            stranger->disconnect(this);
-            stranger->abort();
-            stranger->deleteLater();
+            processEnded(QStringLiteral("the screen helper named another process as itself"));
             return;
         }
         greeted_ = true;
@@ -365,12 +359,11 @@ void ScreenHelper::coachDone(int streak) {
     send({{QStringLiteral("do"), QStringLiteral("coachDone")}, {QStringLiteral("streak"), streak}});
 }
 
-void ScreenHelper::openSetup(const QString& webRoot, const QJsonObject& native, const SetupStrip& strip,
+void ScreenHelper::openSetup(const QString& /*webRoot: the helper serves its own*/, const QJsonObject& native, const SetupStrip& strip,
                              const QByteArray& geometry) {
     setupVisible_ = true;
     send({{QStringLiteral("do"), QStringLiteral("setup")},
           {QStringLiteral("gen"), ++setupGeneration_},
-          {QStringLiteral("root"), webRoot},
           {QStringLiteral("native"), native},
           {QStringLiteral("strip"), ScreenProtocol::encode(strip)},
           {QStringLiteral("geometry"), QString::fromLatin1(geometry.toBase64())}},

@@ -4,7 +4,6 @@
 #include "screens/screens.h"
 
 #include <QElapsedTimer>
-#include <QLocalServer>
 #include <QPointer>
 #include <QProcess>
 #include <QTimer>
@@ -18,8 +17,8 @@ namespace tovin {
 
 // The screens, drawn by the screen helper: a second process that holds the web engine, the
 // camera and the pose model only while something shows. Started by the first thing that must
-// show, told to quit when nothing does; every command and event crosses a local socket
-// (see ScreenProtocol).
+// show, told to quit when nothing does; every command and event crosses a socket pair made
+// for that one child, which inherits its end (see ScreenProtocol).
 //
 // Nothing is ever held without a watcher: a helper that ends unasked or falls silent for a
 // few seconds is treated as lost (a silent one is killed first, taking its windows and its
@@ -74,7 +73,6 @@ Q_SIGNALS:
 private:
     void ensureRunning();
     void send(const QJsonObject& command, bool startIfNeeded = false);
-    void accept();
     void readEvents();
     void handle(const QJsonObject& event);
     void checkAlive();
@@ -85,7 +83,6 @@ private:
 
     Clock& clock_;
     QString program_;
-    QLocalServer server_;
     QPointer<QProcess> process_;
     QPointer<QLocalSocket> socket_;
     QList<QByteArray> pending_;

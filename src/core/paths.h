@@ -15,7 +15,15 @@ QString legacyLedgerFile();
 // The folder for settings ($XDG_CONFIG_HOME/Tovin on Linux), created on demand.
 QString configDir();
 
-// A per-user folder for what lives only while a session does ($XDG_RUNTIME_DIR/tovin).
-QString runtimeDir();
+// A folder for what lives only while a session does (the single-instance socket and record),
+// private to this user: $XDG_RUNTIME_DIR/tovin when the session has a runtime folder of this
+// user's own, else tovin-<uid> in the temporary folder, made here with mode 0700. Either way it
+// is checked on every call, without following links: a folder this user does not own, or one
+// that others may enter, is refused. Empty on refusal, with the reason in `why`.
+QString runtimeDir(QString* why = nullptr);
+
+// Whether `path` is a real folder (not a link to one) owned by this user that nobody else may
+// read, write or enter; when not, `why` says what is wrong in plain words.
+bool isPrivateDir(const QString& path, QString* why = nullptr);
 
 } // namespace tovin::paths

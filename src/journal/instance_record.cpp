@@ -23,10 +23,14 @@ bool processIsAlive(qint64 pid) {
 } // namespace
 
 QString InstanceRecord::defaultPath() {
-    return paths::runtimeDir() + u"/instance.json";
+    // No private folder, no record: an empty path reads as nobody and is never written.
+    const QString dir = paths::runtimeDir();
+    return dir.isEmpty() ? QString() : dir + u"/instance.json";
 }
 
 std::optional<InstanceRecord> InstanceRecord::readLive(const QString& path) {
+    if (path.isEmpty())
+        return std::nullopt;
     const auto bytes = readWholeFile(path, 64 * 1024);
     if (!bytes)
         return std::nullopt;
@@ -45,6 +49,8 @@ std::optional<InstanceRecord> InstanceRecord::readLive(const QString& path) {
 }
 
 bool InstanceRecord::write(const QString& path) const {
+    if (path.isEmpty())
+        return false;
     QJsonObject o;
     o.insert(u"pid", pid);
     if (launchedAt)

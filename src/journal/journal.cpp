@@ -92,15 +92,32 @@ QString bounded(const QString& message) {
     return text + u" … [cut " + QString::number(message.size() - text.size()) + u" characters]";
 }
 
+// One entry, one line, whoever wrote the tag or the message (a label typed in the week, an
+// event from the screen helper): every line break and control character Unicode knows becomes
+// a space, so nothing can start a forged entry of its own.
+QString oneLine(QString text) {
+    for (QChar& c : text) {
+        const auto cat = c.category();
+        if (cat == QChar::Other_Control || cat == QChar::Separator_Line || cat == QChar::Separator_Paragraph)
+            c = u' ';
+    }
+    return text;
+}
+
+// A tag names a part of Tovin: a word, never a paragraph.
+QString cleanTag(const QString& tag) {
+    constexpr qsizetype maxTagChars = 32;
+    QString t = oneLine(tag.left(maxTagChars));
+    if (!t.isEmpty() && t.back().isHighSurrogate())
+        t.chop(1);
+    return t;
+}
+
 int openForAppend(const QByteArray& nativePath) {
     return ::open(nativePath.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
 }
 
-void writeLocked(JournalState& s, const QString& tag, const QString& message, bool unchanged) {
-    QString text = message;
-    // One entry, one line: a message with a line break in it must not forge a second entry.
-    text.replace(u'\n', u' ').replace(u'\r', u' ');
-
+void writeLocked(JournalState& s, const QString& tag, const QString& text, bool unchanged) {
     QByteArray line;
     line.reserve(64 + text.size() * 3);
     line += formatIsoSeconds(s.clock->now()).toLatin1();
@@ -159,20 +176,22 @@ void setForward(std::function<void(const QString& tag, const QString& message)> 
     forwarded() = std::move(forward);
 }
 
-void note(const QString& tag, const QString& message) {
+void note(const QString& rawTag, const QString& message) {
     if (const auto& forward = forwarded()) {
-        forward(tag, message);
+        forward(rawTag, message);
         return;
     }
-    const QString text = bounded(message);
+    const QString tag = cleanTag(rawTag);
+    const QString text = oneLine(bounded(message));
     toSystemLog(tag, text);
     JournalState& s = journal();
     std::lock_guard guard(s.lock);
     writeLocked(s, tag, text, false);
 }
 
-void state(const QString& tag, const QString& fullMessage, double heartbeat) {
-    const QString message = bounded(fullMessage);
+void state(const QString& rawTag, const QString& fullMessage, double heartbeat) {
+    const QString tag = cleanTag(rawTag);
+    const QString message = oneLine(bounded(fullMessage));
     JournalState& s = journal();
     {
         std::lock_guard guard(s.lock);

@@ -1,6 +1,7 @@
 #include "promises/promise_ledger.h"
 
 #include "core/atomic_file.h"
+#include "core/file_lock.h"
 #include "core/paths.h"
 #include "core/unreadable_copy.h"
 #include "journal/journal.h"
@@ -13,6 +14,8 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+
 namespace tovin {
 
 namespace {
@@ -22,7 +25,36 @@ constexpr qint64 maxLedgerBytes = 256 * 1024 * 1024;
 bool isHeld(const PromiseRecord& r) {
     return r.outcome == PromiseRecord::Outcome::Tovin;
 }
+
+void sortByDate(QList<PromiseRecord>& records) {
+    std::stable_sort(records.begin(), records.end(),
+                     [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
+}
+
+// Which version of the file is on disk: every save renames a new file into place, so a write by
+// anybody shows as a new inode even when size and time happen to match.
+PromiseLedger::DiskVersion versionOf(const QString& path) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return {};
+    return {qint64(st.st_ino), qint64(st.st_size), qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+}
 } // namespace
+
+QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& onDisk, const QList<PromiseRecord>& ours) {
+    // Every record either side holds, each as many times as the side holding it most: the other
+    // copy's new records join ours, ours not yet on disk stay, and none is doubled.
+    QList<PromiseRecord> all = onDisk;
+    QList<PromiseRecord> unmatched = onDisk;
+    for (const PromiseRecord& r : ours) {
+        if (const qsizetype at = unmatched.indexOf(r); at >= 0)
+            unmatched.removeAt(at);
+        else
+            all.append(r);
+    }
+    sortByDate(all);
+    return all;
+}
 
 PromiseLedger& PromiseLedger::shared() {
     static PromiseLedger* ledger = [] {
@@ -45,6 +77,7 @@ PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
     // written over, and the save says why.
     if (!QFileInfo(path_).isFile())
         return;
+    diskVersion_ = versionOf(path_);
     const auto bytes = readWholeFile(path_, maxLedgerBytes);
     if (!bytes) {
         unreadableOnDisk_ = true;
@@ -78,17 +111,48 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
                                                  QTimeZone::utc());
     const QString outcome = toString(promise.outcome);
     const QString exercise = promise.exercise;
+    const FileLock lock(path_);
+    absorbDisk();
     if (encodedValid_)
         PromiseJson::appendPretty(encoded_, promise);
     records_.append(std::move(promise));
-    const bool saved = save();
+    const bool saved = saveLocked();
     Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
                                                 QString::number(tovin()) + u" tovin / " +
                                                 QString::number(records_.size()) + u" total)" +
                                                 (saved ? QString() : QStringLiteral(" — not saved yet")));
 }
 
+void PromiseLedger::absorbDisk() {
+    // Another copy of Tovin (a layout check beside the watcher) may have recorded since this one
+    // last read or wrote the file: its records are taken in before this copy writes the whole.
+    const DiskVersion now = versionOf(path_);
+    if (now == diskVersion_ || now == DiskVersion{})
+        return;
+    diskVersion_ = now;
+    const auto bytes = readWholeFile(path_, maxLedgerBytes);
+    std::optional<QList<PromiseRecord>> onDisk;
+    if (bytes)
+        onDisk = PromiseJson::decodeGeneral(*bytes);
+    if (!onDisk) {
+        // Damaged since: kept aside by the write, as an unreadable file at launch is.
+        unreadableOnDisk_ = true;
+        return;
+    }
+    QList<PromiseRecord> all = merged(*onDisk, records_);
+    if (all != records_) {
+        records_ = std::move(all);
+        encodedValid_ = false;
+    }
+}
+
 bool PromiseLedger::save() {
+    const FileLock lock(path_);
+    return saveLocked();
+}
+
+bool PromiseLedger::saveLocked() {
+    absorbDisk();
     QString reason;
     if (!writeOut(&reason)) {
         // Nothing is dropped: the records stay here and are written by the next save, or by the
@@ -97,6 +161,7 @@ bool PromiseLedger::save() {
                              [this] { return save(); });
         return false;
     }
+    diskVersion_ = versionOf(path_);
     SaveFailures::succeeded(path_);
     return true;
 }
@@ -122,14 +187,16 @@ bool PromiseLedger::writeOut(QString* reason) {
     return writeFileAtomically(path_, encoded_, reason);
 }
 
-bool PromiseLedger::adopt(QList<PromiseRecord> merged) {
-    if (merged.size() < records_.size())
+bool PromiseLedger::adopt(QList<PromiseRecord> incoming) {
+    const FileLock lock(path_);
+    // Judged against every record there is, the other copy's included.
+    absorbDisk();
+    if (incoming.size() < records_.size())
         return false;
-    std::stable_sort(merged.begin(), merged.end(),
-                     [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
-    records_ = std::move(merged);
+    sortByDate(incoming);
+    records_ = std::move(incoming);
     encodedValid_ = false;
-    save();
+    saveLocked();
     return true;
 }
 

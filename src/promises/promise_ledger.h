@@ -11,6 +11,10 @@ namespace tovin {
 // The list only changes through record() (append) and adopt() (replace with a merged set that
 // is at least as large), and each saves the whole file at once, atomically: once record()
 // returns, the promise is on disk. Used from the main thread only.
+//
+// Two copies of Tovin may run at once (a layout check beside the watcher), each with the file
+// in memory. Every write takes the file's lock, takes in whatever the other copy wrote since
+// (merged, never dropped), then writes the whole: neither copy loses the other's records.
 class PromiseLedger {
 public:
     // The one ledger of the process: folder created, legacy file copied, file read, on first use.
@@ -41,6 +45,15 @@ public:
     // replaces the list and saves. Returns false, changing nothing, for a smaller set.
     bool adopt(QList<PromiseRecord> merged);
 
+    // Every record of both lists, each as many times as the list holding it most, by date.
+    static QList<PromiseRecord> merged(const QList<PromiseRecord>& onDisk, const QList<PromiseRecord>& ours);
+
+    // Which file is on disk (inode, size, modification time): a change means somebody wrote.
+    struct DiskVersion {
+        qint64 inode = 0, size = 0, modifiedNs = 0;
+        bool operator==(const DiskVersion&) const = default;
+    };
+
     // The records as one compact JSON array for the page; "[]" if that cannot be made.
     QString asBridgeJSON() const;
 
@@ -58,6 +71,8 @@ public:
     QString standingJSON() const;
 
 private:
+    void absorbDisk();
+    bool saveLocked();
     bool writeOut(QString* reason);
 
     QString path_;
@@ -66,6 +81,7 @@ private:
     QByteArray encoded_;
     bool encodedValid_ = false;
     bool unreadableOnDisk_ = false;
+    DiskVersion diskVersion_;
 };
 
 } // namespace tovin

@@ -4,6 +4,7 @@
 #include "journal/journal.h"
 #include "screens/screen_protocol.h"
 #include "shield/shield_window.h"
+#include "workoutweb/bundle_routes.h"
 
 #include <QScreen>
 #include <QWindow>
@@ -12,6 +13,9 @@
 
 #include <QCoreApplication>
 
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tovin {
@@ -101,10 +105,32 @@ ScreenHost::~ScreenHost() {
     Journal::setForward(nullptr);
 }
 
-bool ScreenHost::connectTo(const QString& serverName) {
-    socket_.connectToServer(serverName);
-    if (!socket_.waitForConnected(3000))
+bool ScreenHost::attach(int fd, QString* why) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISSOCK(st.st_mode)) {
+        *why = QStringLiteral("descriptor %1 is not a socket").arg(fd);
         return false;
+    }
+    // The web engine and whatever else this process starts must not hold the resident's line
+    // open after this process is gone.
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+#ifdef SO_PEERCRED
+    struct ucred peer {};
+    socklen_t size = sizeof peer;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != ::getuid() ||
+        peer.pid != ::getppid()) {
+        *why = QStringLiteral("the other end of descriptor %1 is not the resident that started this "
+                              "helper (pid %2, uid %3)")
+                   .arg(fd)
+                   .arg(peer.pid)
+                   .arg(peer.uid);
+        return false;
+    }
+#endif
+    if (!socket_.setSocketDescriptor(fd)) {
+        *why = socket_.errorString();
+        return false;
+    }
     send({{QStringLiteral("ev"), QStringLiteral("hello")}, {QStringLiteral("pid"), qint64(::getpid())}});
     heartbeat_.start();
     return true;
@@ -125,15 +151,23 @@ void ScreenHost::readCommands() {
     }
 }
 
+namespace {
+// The one folder this helper serves: the web app bundled beside it, whatever anybody asks.
+LockoutPage bundled(LockoutPage page) {
+    page.webRoot = BundleRoutes::bundledRoot().value_or(QString());
+    return page;
+}
+} // namespace
+
 void ScreenHost::run(const QJsonObject& c) {
     using namespace ScreenProtocol;
     const QString name = c.value(u"do").toString();
     if (name == u"prepare")
-        screens_.prepare(decodePage(c.value(u"page").toObject()));
+        screens_.prepare(bundled(decodePage(c.value(u"page").toObject())));
     else if (name == u"drop")
         screens_.dropPrepared();
     else if (name == u"raise")
-        screens_.raise(decodePage(c.value(u"page").toObject()), c.value(u"rehearsal").toBool(),
+        screens_.raise(bundled(decodePage(c.value(u"page").toObject())), c.value(u"rehearsal").toBool(),
                        c.value(u"valve").toDouble(15));
     else if (name == u"lower")
         screens_.lower();
@@ -147,7 +181,7 @@ void ScreenHost::run(const QJsonObject& c) {
     else if (name == u"setup") {
         // Reports from now on answer this opening; the resident drops any older one.
         setupGeneration_ = c.value(u"gen").toInteger();
-        screens_.openSetup(c.value(u"root").toString(), c.value(u"native").toObject(),
+        screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()), c.value(u"native").toObject(),
                            decodeStrip(c.value(u"strip").toObject()),
                            QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
     } else if (name == u"strip")

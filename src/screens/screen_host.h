@@ -19,8 +19,10 @@ public:
     ScreenHost(LocalScreens& screens, QObject* parent = nullptr);
     ~ScreenHost() override;
 
-    // Connects to the resident's socket; false when nobody answers.
-    bool connectTo(const QString& serverName);
+    // Takes the inherited end of the resident's socket pair. Refused, with the reason, unless
+    // the kernel says the other end is this user's and the process that started this one: no
+    // other process can hand the helper a page, a key to send on or a folder to serve.
+    bool attach(int fd, QString* why);
 
     static constexpr int heartbeatMs = 1000;
 

@@ -48,8 +48,8 @@ std::optional<QJsonObject> parse(const QByteArray& line) {
 }
 
 QJsonObject encode(const LockoutPage& page) {
+    // No folder crosses the wire: the helper serves its own bundled web app and nothing else.
     QJsonObject o{{QStringLiteral("kind"), kindName(page.kind)},
-                  {QStringLiteral("root"), page.webRoot},
                   {QStringLiteral("native"), page.native},
                   {QStringLiteral("standing"), page.standing}};
     if (page.kind == LockoutPage::Kind::Away) {
@@ -66,7 +66,6 @@ QJsonObject encode(const LockoutPage& page) {
 LockoutPage decodePage(const QJsonObject& o) {
     LockoutPage page;
     page.kind = kindFromName(o.value(u"kind").toString());
-    page.webRoot = o.value(u"root").toString();
     page.native = o.value(u"native").toObject();
     page.awayLabel = o.value(u"awayLabel").toString();
     page.awayEndsAt = parseIsoInstant(o.value(u"awayEndsAt").toString()).value_or(QDateTime());

@@ -10,7 +10,7 @@
 namespace tovin {
 
 // The wire between the resident and the screen helper: one compact JSON object per line, over a
-// local socket only the two of them know. The resident sends commands ("do"), the helper sends
+// socket pair the resident makes and the helper inherits: no name, nobody else on it. The resident sends commands ("do"), the helper sends
 // events ("ev"). Unknown commands and events are ignored, so either side may be newer.
 //
 // Commands, resident → helper:
@@ -21,7 +21,7 @@ namespace tovin {
 //   {"do":"valve","now":ISO}              the tick's reminder of the safety valve
 //   {"do":"standing","json":TEXT}         the new standing, for the lockout's page
 //   {"do":"coachDone","streak":n}
-//   {"do":"setup","root":DIR,"native":{…},"strip":STRIP,"geometry":BASE64}
+//   {"do":"setup","gen":n,"native":{…},"strip":STRIP,"geometry":BASE64}
 //   {"do":"strip","strip":STRIP}
 //   {"do":"hideSetup"}
 //   {"do":"start","card":CARD}
@@ -37,9 +37,10 @@ namespace tovin {
 //   {"ev":"loaded","role":ROLE}
 //   {"ev":"coachFinished","exercise":TEXT,"reps":n,"clean":n}
 //   {"ev":"action","name":TEXT,"value":TEXT}
-//   {"ev":"setup","active":bool,"visible":bool}
+//   {"ev":"setup","active":bool,"visible":bool,"gen":n}   about the opening numbered n
 //   {"ev":"note","tag":TEXT,"text":TEXT}  a journal line, written by the resident
-// ROLE is "setup", "prepared" or "lockout"; PAGE, STRIP and CARD are the objects below.
+// ROLE is "setup", "prepared" or "lockout"; PAGE, STRIP and CARD are the objects below. No
+// folder is ever named: the helper serves only the web app bundled beside it.
 namespace ScreenProtocol {
 
 QByteArray line(const QJsonObject& message);

@@ -1,5 +1,5 @@
 // The screen helper: everything Tovin draws, in a process that lives only while something
-// shows. The resident starts it with the name of a socket to call back; it never starts alone.
+// shows. The resident starts it with its end of a socket pair; it never starts alone.
 
 #include "screens/local_screens.h"
 #include "screens/screen_host.h"
@@ -20,12 +20,12 @@
 using namespace tovin;
 
 int main(int argc, char* argv[]) {
-    QString server;
+    int fd = -1;
     for (int i = 1; i + 1 < argc; ++i) {
-        if (qstrcmp(argv[i], "--connect") == 0)
-            server = QString::fromLocal8Bit(argv[i + 1]);
+        if (qstrcmp(argv[i], "--fd") == 0)
+            fd = QByteArray(argv[i + 1]).toInt();
     }
-    if (server.isEmpty()) {
+    if (fd < 3) {
         std::fputs("tovin-screens is started by tovin; run tovin instead.\n", stderr);
         return 2;
     }
@@ -53,8 +53,9 @@ int main(int argc, char* argv[]) {
 
     LocalScreens screens(Clock::system());
     ScreenHost host(screens);
-    if (!host.connectTo(server)) {
-        std::fputs("tovin-screens: the resident did not answer\n", stderr);
+    QString why;
+    if (!host.attach(fd, &why)) {
+        std::fprintf(stderr, "tovin-screens: %s\n", qPrintable(why));
         return 1;
     }
     return app.exec();

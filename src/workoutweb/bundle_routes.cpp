@@ -26,6 +26,10 @@ bool within(const QString& base, const QString& candidate) {
 } // namespace
 
 std::optional<QString> resolve(const QString& root, const QString& urlPath) {
+    // No bundle is no folder at all, never the whole disk: an empty root would let "/" + path
+    // pass for a path below it.
+    if (root.isEmpty() || !QDir::isAbsolutePath(root))
+        return std::nullopt;
     const QString base = QDir::cleanPath(root);
     const QString path = (urlPath.isEmpty() || urlPath == u"/") ? QStringLiteral("/index.html")
                                                                 : urlPath;

@@ -16,7 +16,8 @@ namespace BundleRoutes {
 inline constexpr char scheme[] = "tovin";
 inline constexpr char origin[] = "tovin://app";
 
-// The file inside `root` that answers the URL path, or none (a refusal or a real 404):
+// The file inside `root` that answers the URL path, or none (a refusal or a real 404; every
+// path is refused when root is empty or relative):
 // "" and "/" mean index.html; "." and ".." are collapsed; the result must be root itself or lie
 // below root + "/" (a sibling such as web-private beside web never passes); an existing file or
 // folder answers; a missing path with an extension is a 404; a missing extension-less route is

@@ -36,11 +36,19 @@ protected:
 
 } // namespace
 
-// One entry is one line: a line break inside a message must not forge a second entry.
+// One entry is one line, whoever wrote the tag or the message (the screen helper forwards both):
+// no line break of any kind forges a second entry, and a tag stays a word.
 TEST_F(JournalTest, OneEntryIsOneLine) {
-    Journal::note(QStringLiteral("schedule"), QStringLiteral("idle\n2026-01-01T00:00:00Z  [1] [x] y"));
-    EXPECT_EQ(lines(), QStringList{u"2026-03-02T09:00:12Z  [" + QString::number(::getpid()) +
-                                   u"] [schedule] idle 2026-01-01T00:00:00Z  [1] [x] y"});
+    const QString forged = QStringLiteral("2026-01-01T00:00:00Z  [1] [ledger] tovin");
+    Journal::note(QStringLiteral("schedule"), u"idle\n" + forged);
+    Journal::note(u"shield\r\n" + forged, QStringLiteral("raised"));
+    Journal::state(u"hold\u2028" + forged + QString(40, u'x'), u"held\u2029\u0085\v" + forged);
+    const QString pid = QString::number(::getpid());
+    EXPECT_EQ(lines(), (QStringList{
+                           u"2026-03-02T09:00:12Z  [" + pid + u"] [schedule] idle " + forged,
+                           u"2026-03-02T09:00:12Z  [" + pid + u"] [shield  2026-01-01T00:00:00Z  [1] raised",
+                           u"2026-03-02T09:00:12Z  [" + pid + u"] [hold 2026-01-01T00:00:00Z  [1] [] held   " + forged,
+                       }));
 }
 
 TEST_F(JournalTest, EventsRepeatStatesDoNotAndEachTagHasItsOwn) {

@@ -1,5 +1,6 @@
 // Appends promises, rewrites the week and updates a setting in an endless loop, printing
-// "ack N" once the N-th promise is recorded. The crash-safety test kills it at random moments.
+// "ack N MINE" once the N-th promise is recorded, the MINE-th of its own. The crash-safety test
+// kills it at random moments; two of them, each naming its exercise, share one ledger.
 
 #include "promises/promise_ledger.h"
 #include "schedule/schedule_store.h"
@@ -15,18 +16,19 @@ using namespace tovin;
 
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
-    if (argc != 2)
+    if (argc != 2 && argc != 3)
         return 2;
+    const QString exercise = argc == 3 ? QString::fromLocal8Bit(argv[2]) : QStringLiteral("squat");
     const QString dir = QString::fromLocal8Bit(argv[1]);
     Journal::setOverrideURL(dir + u"/tovin-journal-test-crash.log");
     Settings::setStore(std::make_shared<JsonFileSettingsStore>(dir + u"/settings.json"));
     PromiseLedger ledger(dir + u"/promises.json");
 
-    for (qint64 n = ledger.records().size() + 1;; ++n) {
+    for (qint64 n = ledger.records().size() + 1, mine = 1;; ++n, ++mine) {
         ledger.record(PromiseRecord{QDateTime::currentDateTimeUtc(), PromiseRecord::Outcome::Tovin,
-                                    QStringLiteral("squat"), n, n, {}, {}},
+                                    exercise, n, n, {}, {}},
                       false);
-        std::printf("ack %lld\n", static_cast<long long>(n));
+        std::printf("ack %lld %lld\n", static_cast<long long>(n), static_cast<long long>(mine));
         std::fflush(stdout);
 
         QList<Block> week;

@@ -38,6 +38,10 @@ TEST(BundleRoutes, ResolveTable) {
         EXPECT_EQ(BundleRoutes::resolve(root, QString::fromLatin1(c.path)), c.expected) << c.path;
     // The root given with a trailing slash behaves the same.
     EXPECT_EQ(BundleRoutes::resolve(root + u'/', QStringLiteral("/workout")), root + u"/index.html");
+    // No bundle (an empty root) or a relative one serves nothing, least of all the whole disk.
+    const QString secret = dir.filePath(QStringLiteral("secret.txt"));
+    EXPECT_EQ(BundleRoutes::resolve(QString(), secret), std::nullopt);
+    EXPECT_EQ(BundleRoutes::resolve(QStringLiteral("web"), QStringLiteral("/index.html")), std::nullopt);
 }
 
 TEST(BundleRoutes, TheThreeAnswersCarryExactlyTheirHeaders) {

@@ -19,6 +19,8 @@ packages=(
     qt6-speech-dev qt6-speech-speechd-plugin speech-dispatcher speech-dispatcher-espeak-ng espeak-ng
     # tests and benchmarks
     googletest libgtest-dev libgmock-dev libbenchmark-dev
+    # the end-to-end checks' small helpers (the unkind neighbour's connections, sway's tree)
+    python3
     # the calendar needs real zone data to pin time zones in tests
     tzdata
     # real parts for the platform tests: a sound server, an X server and input, a private bus

@@ -24,6 +24,11 @@
 #            closes; killed or hung mid-lockout, the screen comes back, journalled, nothing
 #            recorded, and the resident still locks from Ctrl-L; the resident killed mid-lockout
 #            takes the shield with it within a second
+#   hostile  an unkind neighbour: another user's runtime folder (or a link) stops Tovin with a
+#            message; a same-user forger with the helper stopped reaches nothing that takes a
+#            command and records nothing; a helper handed a stranger's socket refuses it; 1,100
+#            idle connections to the instance socket under a 1,024-descriptor limit leave the
+#            resident answering and a due block still covers both screens
 # The shield keeps every key but Esc from the page, so the page is worked through Qt WebEngine's
 # test-only remote-debugging port (drive_page.mjs). Prints one line per check and
 # "N passed, N failed". Screenshots go to the folder given, named after the scenario.
@@ -376,6 +381,69 @@ helper)
     sleep 1
     check "the resident killed mid-lockout takes the shield with it within a second" sh -c "! '$xshot' '$shots/helper-gone.png' --covered >/dev/null"
     check "... and the helper" waitfor 3 sh -c "! pgrep -x tovin-screens >/dev/null"
+    check "nothing is recorded" test "$(records)" = 0
+    ;;
+hostile)
+    uid=$(id -u)
+    mkdir -p "$work/tmp"; chmod 1777 "$work/tmp"; chmod 755 "$work"
+    bare() { # Tovin without a session runtime folder, as su, cron and bare X sessions start it
+        env -u XDG_RUNTIME_DIR TMPDIR="$work/tmp" QT_QPA_PLATFORM=offscreen timeout 5 "$tovin" "$@"
+    }
+    if [ "$uid" -ne 0 ]; then
+        echo "skip another user's folder: playing another user needs root"
+    else
+        setpriv --reuid=65534 --regid=65534 --clear-groups mkdir -m 700 "$work/tmp/tovin-$uid"
+        out=$(bare 2>&1); rc=$?
+        check "a runtime folder another user made first: Tovin will not start" test "$rc" -eq 1
+        check "... and says why" grep -q "runtime folder is not private — $work/tmp/tovin-$uid belongs to another user (uid 65534)" <<<"$out"
+        check "... in the journal too" journal_has "\[launch\] Tovin will not start"
+        check "... and left nothing in it" test -z "$(ls -A "$work/tmp/tovin-$uid")"
+        rm -rf "$work/tmp/tovin-$uid"
+        setpriv --reuid=65534 --regid=65534 --clear-groups mkdir -m 700 "$work/tmp/theirs"
+        ln -s "$work/tmp/theirs" "$work/tmp/tovin-$uid"
+        out=$(bare 2>&1)
+        check "a link put in its place is refused too" grep -q "tovin-$uid is a symbolic link, not a folder" <<<"$out"
+        rm -f "$work/tmp/tovin-$uid"
+    fi
+    bare --probe-call >/dev/null 2>&1
+    check "with the folder free, Tovin makes its own, private" test "$(stat -c '%U %a' "$work/tmp/tovin-$uid")" = "$(id -un) 700"
+
+    # A same-user forger: the old way in was the helper's named socket, called first while the
+    # real helper was stopped. Now the helper's line is a socket pair with no name.
+    settings ',"lockoutWorkoutId":"posture-fix"'
+    week ""
+    # The descriptor limit of many desktops, so a flood that is not bounded would exhaust it.
+    QTWEBENGINE_DISABLE_SANDBOX=1 QTWEBENGINE_REMOTE_DEBUGGING=127.0.0.1:$port prlimit --nofile=1024:1024 "$tovin" \
+        >"$work/app.log" 2>&1 & app=$!; pids+=($app)
+    check "the setup window opens" waitfor 20 setup_visible
+    rt=$XDG_RUNTIME_DIR/tovin
+    check "the runtime folder holds only the instance socket and record" test "$(ls "$rt" | tr '\n' ' ')" = "instance.json instance.socket "
+    forged=$(python3 "$here/neighbour.py" forge "$rt" "$app" "$(helper_pid)")
+    check "a forger with the helper stopped reaches nothing that answers" test "$forged" = "answered: nothing"
+    check "... no lockout rises" never 5 covered
+    check "... and nothing is recorded" test "$(records)" = 0
+    check "the helper stopped for a moment is still the one on the line" sh -c "pgrep -P $app -x tovin-screens >/dev/null"
+    out=$(python3 "$here/neighbour.py" stranger "$(dirname "$tovin")/tovin-screens")
+    check "a helper handed a stranger's socket refuses it" grep -q "^exit 1: tovin-screens: the other end of descriptor" <<<"$out"
+
+    # A flood of idle callers on the instance socket, held while a block falls due.
+    check "the setup window closes with Ctrl-W" waitfor 10 close_setup
+    python3 "$here/neighbour.py" flood "$rt/instance.socket" 1100 60 >"$work/flood.log" 2>&1 & flood=$!; pids+=($flood)
+    check "the flood holds its connections" waitfor 20 grep -q "^holding 1100" "$work/flood.log"
+    sleep 3
+    fds=$(ls "/proc/$app/fd" | wc -l)
+    check "the resident's descriptors stay few under the flood" test "$fds" -lt 200
+    echo "     figures: $fds descriptors open in the resident under 1,100 idle callers"
+    week "$(block workout "Flood block")"
+    check "a block due under the flood covers both screens" waitfor 60 covered
+    shot flood
+    # Launched again, the running copy would open its setup window: here, under the shield, not.
+    check "a second launch still finds the running Tovin" sh -c "timeout 10 '$tovin' 2>&1 | grep -q 'already running (pid $app)'"
+    check "... with no descriptor missing anywhere" sh -c "! grep -q 'Too many open files' '$data/tovin.log' '$work/app.log'"
+    kill "$flood" 2>/dev/null
+    check "the instance socket answers once the flood is gone" sh -c "timeout 10 '$tovin' 2>&1 | grep -q 'already running (pid $app)'"
+    for _ in 1 2 3 4 5; do xdotool key Escape; sleep 0.2; done
+    check "Esc ×5 gives the screen back" waitfor 15 sh -c "! '$xshot' '$shots/hostile-after.png' --covered >/dev/null"
     check "nothing is recorded" test "$(records)" = 0
     ;;
 *)

@@ -20,6 +20,8 @@ check() { # name, then a command that must succeed
     local name=$1; shift
     if "$@"; then passed=$((passed + 1)); echo "ok   $name"
     else failed=$((failed + 1)); echo "FAIL $name"
+        # What the app decided last is usually why: the journal's newest lines.
+        [ -n "${data:-}" ] && [ -f "$data/tovin.log" ] && tail -n 8 "$data/tovin.log" | sed 's/^/     | /'
         # For a person looking into a failure: everything stays as it is for a while.
         if [ -n "${TOVIN_E2E_PAUSE:-}" ]; then echo "     paused ${TOVIN_E2E_PAUSE}s${SWAYSOCK:+, SWAYSOCK=$SWAYSOCK}"; sleep "$TOVIN_E2E_PAUSE"; fi
     fi

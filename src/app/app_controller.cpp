@@ -456,7 +456,11 @@ void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
     });
 }
 
+// Every ending acts once: a second one (a break finished in the seconds a completed workout
+// stays up, a panic after it) finds the lockout over and changes nothing.
 void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason) {
+    if (finished_)
+        return;
     finished_ = true;
     journalEnding(u"promise broken (" + (reason ? toString(*reason) : QStringLiteral("no reason given")) + u')');
     QString exercise = pendingBlock_ ? pendingBlock_->label
@@ -466,19 +470,25 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
 }
 
 void AppController::shieldPanicked() {
+    if (finished_)
+        return;
     finished_ = true;
-    journalEnding(QStringLiteral("panic (Esc ×5), nothing recorded"));
+    // The way out that leaves no trace, as the start window promises: not even a journal line.
     clearLockoutMark();
     Q_EMIT quitRequested();
 }
 
 void AppController::shieldYielded() {
+    if (finished_)
+        return;
     finished_ = true;
     journalEnding(QStringLiteral("yielded to the system, nothing recorded"));
     standDown();
 }
 
 void AppController::shieldTimedOut() {
+    if (finished_)
+        return;
     finished_ = true;
     journalEnding(QStringLiteral("the safety valve released the screen, nothing recorded"));
     standDown();

@@ -34,7 +34,15 @@ double distance(QPointF a, QPointF b) {
 void SquatCoach::reset() {
     reps_ = 0;
     cleanReps_ = 0;
+    // Back to the start, as if nobody had been seen: a reset in the middle of a squat must not
+    // let the rest of that squat count as a rep.
+    phase_ = Phase::Unseen;
+    minKnee_ = 180;
+    maxLean_ = 0;
     minTracking_ = 2.0;
+    minDescentSeen_ = 0;
+    maxDescent_ = 0;
+    isCloseRange_ = false;
     closeStanding_ = 0; // the close-range calibration is forgotten on purpose
 }
 

@@ -74,9 +74,16 @@ TEST_F(LifecycleTest, RacingRaisesAndEndingsActOnce) {
     c.raiseLockout(false); // "Lock Me Out Now" while the standing shows
     c.workoutCompleted(QStringLiteral("Squat"), 12);
     c.workoutWebFailed(QStringLiteral("late"));
+    // The seconds the kept promise stays up: a break, a coach's finish, a panic, the valve.
+    c.shieldWasBroken(PromiseRecord::Reason::DidntFeelLikeIt);
+    c.finishTovin(QStringLiteral("coach:squats"), 5, 5);
+    c.shieldPanicked();
+    c.shieldTimedOut();
     clock.advance(3.1);
     c.workoutCompleted(QStringLiteral("Squat"), 12); // the shield is down now
     EXPECT_EQ(ledger.records().size(), 1);
+    EXPECT_EQ(ledger.records()[0].outcome, Outcome::Tovin);
+    EXPECT_EQ(terminations, 0);
     EXPECT_TRUE(alerts.isEmpty());
     EXPECT_FALSE(shield().isUp());
 }

@@ -224,6 +224,27 @@ TEST(PushupCoach, GradesAndCuesEachRepetitionOnEitherSide) {
     EXPECT_EQ(coach.update(PoseFrame{}).status, u"Can't see your arm");
 }
 
+// "R" in the middle of a repetition starts over, as if nobody had been seen: coming back up
+// from that repetition credits nothing.
+TEST(Coaches, AResetMidRepetitionCreditsNothing) {
+    SquatCoach squat(firstPraise);
+    JumpingJackCoach jacks(firstPraise);
+    PushupCoach pushups(firstPraise);
+    const struct {
+        ExerciseCoach& coach;
+        PoseFrame rest, bottom;
+    } coaches[] = {{squat, squatFrame(175), squatFrame(100)},
+                   {jacks, jackFrame(-1.5, 0.3), jackFrame(1.2, 1.5)},
+                   {pushups, pushupFrame(170), pushupFrame(95)}};
+    for (const auto& c : coaches) {
+        c.coach.update(c.rest);
+        c.coach.update(c.bottom);
+        c.coach.reset();
+        EXPECT_FALSE(c.coach.update(c.rest).repJustCompleted) << c.coach.name().toStdString();
+        EXPECT_EQ(c.coach.reps(), 0);
+    }
+}
+
 TEST(Coachbox, SpacingAndRepeatRules) {
     fakes::FakeClock clock;
     Recorder voice;

@@ -386,6 +386,8 @@ void AppController::raiseLockout(bool rehearsal) {
     finished_ = false;
     raised_ = true;
     rehearsing_ = rehearsal;
+    // The break warning's standing counts what another copy of Tovin recorded too.
+    ledger_.refresh();
     deferTimer_.reset();
     countdown_.dismiss();
     screens_.hideSetup();

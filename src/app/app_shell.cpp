@@ -326,7 +326,8 @@ void AppShell::lockNow(bool rehearsal) {
 }
 
 void AppShell::showStartWindow() {
-    const PromiseLedger& ledger = controller_.ledger();
+    PromiseLedger& ledger = controller_.ledger();
+    ledger.refresh();
     screens_.showStart({Settings::escapePhrase(), int(Settings::maxShieldMinutes()), controller_.standingLine(),
                         ledger.streak(), ledger.longestStreak(), launchedForRehearsal_});
 }

@@ -27,6 +27,10 @@ LaunchMode launchModeFor(const QStringList& arguments) {
     return LaunchMode::Normal;
 }
 
+bool launchedForRehearsal(const QStringList& arguments) {
+    return arguments.mid(1).contains(QLatin1String("--rehearse"));
+}
+
 bool checksSingleInstance(LaunchMode mode) {
     return mode == LaunchMode::ProbeCall || mode == LaunchMode::Rehearse ||
            mode == LaunchMode::Normal;

@@ -23,6 +23,10 @@ enum class LaunchMode {
 
 LaunchMode launchModeFor(const QStringList& arguments);
 
+// "--rehearse" anywhere on the line means a rehearsal, whatever switch decides the launch: a
+// start window opened with it begins a rehearsal, never a real lockout.
+bool launchedForRehearsal(const QStringList& arguments);
+
 // The single-instance rule applies to every launch but the two test modes.
 bool checksSingleInstance(LaunchMode mode);
 

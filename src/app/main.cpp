@@ -142,12 +142,16 @@ int main(int argc, char* argv[]) {
     // Everything that draws more than a notice lives in the screen helper, started when needed.
     ScreenHelper screens(Clock::system());
     AppShell shell({Clock::system(), *idle, screens, PromiseLedger::shared(), ScheduleStore::url()},
-                   mode == LaunchMode::Rehearse);
+                   launchedForRehearsal(arguments));
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 
     QTimer probeTimer;
     std::unique_ptr<SleepWatcher> sleep;
+    // A copy that does not watch the schedule carries no tray: once nothing of it shows, the
+    // person has nothing left to reach it by, so it ends rather than run on unseen.
+    if (mode == LaunchMode::LayoutCheck || mode == LaunchMode::Rehearse)
+        QObject::connect(&screens, &Screens::nothingShows, &shell, &AppShell::quit);
     switch (mode) {
     case LaunchMode::LayoutCheck:
         shell.showStartWindow();

@@ -182,7 +182,12 @@ void ScreenHelper::handle(const QJsonObject& e) {
         Q_EMIT coachFinished(e.value(u"exercise").toString(), e.value(u"reps").toInteger(),
                              e.value(u"clean").toInteger());
     } else if (name == u"action") {
-        Q_EMIT actionChosen(e.value(u"name").toString(), e.value(u"value").toString());
+        const QString action = e.value(u"name").toString();
+        if (action == u"startClosed") {
+            startShown_ = false;
+            stopWhenIdle();
+        }
+        Q_EMIT actionChosen(action, e.value(u"value").toString());
     } else if (name == u"setup") {
         // A report from before the latest opening says nothing about the window now.
         if (e.value(u"gen").toInteger() < setupGeneration_)
@@ -274,6 +279,7 @@ void ScreenHelper::stopWhenIdle() {
             connect(p, &QProcess::finished, s, &QObject::deleteLater);
         }
         QTimer::singleShot(5000, p, [p] { p->kill(); });
+        Q_EMIT nothingShows();
     });
 }
 
@@ -362,6 +368,9 @@ void ScreenHelper::coachDone(int streak) {
 void ScreenHelper::openSetup(const QString& /*webRoot: the helper serves its own*/, const QJsonObject& native, const SetupStrip& strip,
                              const QByteArray& geometry) {
     setupVisible_ = true;
+    // In use until the helper says otherwise: a block due the moment Tovin opens must not go
+    // straight to its countdown over a window the person may be typing in.
+    setupActive_ = true;
     send({{QStringLiteral("do"), QStringLiteral("setup")},
           {QStringLiteral("gen"), ++setupGeneration_},
           {QStringLiteral("native"), native},

@@ -33,6 +33,10 @@ public:
     const QList<PromiseRecord>& records() const { return records_; }
     const QString& url() const { return path_; }
 
+    // Takes in whatever another copy of Tovin recorded since this one last read or wrote the
+    // file, so what is shown (the standing, the counts) is what is on disk.
+    void refresh() { absorbDisk(); }
+
     // Appends and saves; a rehearsal stores nothing. Either way the journal says what happened.
     void record(PromiseRecord promise, bool rehearsal);
 

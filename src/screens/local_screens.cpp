@@ -316,6 +316,8 @@ void LocalScreens::showStart(const StartCard& card) {
     delete startWindow_;
     startWindow_ = new StartWindow(card);
     connect(startWindow_, &StartWindow::begin, this, [this] { Q_EMIT actionChosen(QStringLiteral("begin"), QString()); });
+    connect(startWindow_, &StartWindow::closed, this,
+            [this] { Q_EMIT actionChosen(QStringLiteral("startClosed"), QString()); });
     startWindow_->show();
     startWindow_->raise();
 }

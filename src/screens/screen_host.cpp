@@ -83,18 +83,7 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
         send({{QStringLiteral("ev"), QStringLiteral("action")}, {QStringLiteral("name"), name}, {QStringLiteral("value"), value}});
     });
     // Only a change is told: focus moves often, and the resident asks about it every tick.
-    connect(&screens_, &LocalScreens::setupChanged, this, [this] {
-        const bool active = screens_.setupIsActive();
-        const bool visible = screens_.setupIsVisible();
-        if (active == lastActive_ && visible == lastVisible_)
-            return;
-        lastActive_ = active;
-        lastVisible_ = visible;
-        send({{QStringLiteral("ev"), QStringLiteral("setup")},
-              {QStringLiteral("active"), active},
-              {QStringLiteral("visible"), visible},
-              {QStringLiteral("gen"), setupGeneration_}});
-    });
+    connect(&screens_, &LocalScreens::setupChanged, this, [this] { reportSetup(false); });
     // One journal, written by the resident alone.
     Journal::setForward([this](const QString& tag, const QString& text) {
         send({{QStringLiteral("ev"), QStringLiteral("note")}, {QStringLiteral("tag"), tag}, {QStringLiteral("text"), text}});
@@ -184,6 +173,9 @@ void ScreenHost::run(const QJsonObject& c) {
         screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()), c.value(u"native").toObject(),
                            decodeStrip(c.value(u"strip").toObject()),
                            QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
+        // Every opening gets its first report, changed or not: until it arrives the resident
+        // counts the window as in use.
+        QTimer::singleShot(0, this, [this] { reportSetup(true); });
     } else if (name == u"strip")
         screens_.updateStrip(decodeStrip(c.value(u"strip").toObject()));
     else if (name == u"hideSetup")
@@ -192,6 +184,19 @@ void ScreenHost::run(const QJsonObject& c) {
         screens_.showStart(decodeCard(c.value(u"card").toObject()));
     else if (name == u"quit")
         QCoreApplication::quit();
+}
+
+void ScreenHost::reportSetup(bool always) {
+    const bool active = screens_.setupIsActive();
+    const bool visible = screens_.setupIsVisible();
+    if (!always && active == lastActive_ && visible == lastVisible_)
+        return;
+    lastActive_ = active;
+    lastVisible_ = visible;
+    send({{QStringLiteral("ev"), QStringLiteral("setup")},
+          {QStringLiteral("active"), active},
+          {QStringLiteral("visible"), visible},
+          {QStringLiteral("gen"), setupGeneration_}});
 }
 
 void ScreenHost::residentGone() {

@@ -31,6 +31,7 @@ private:
     void readCommands();
     void run(const QJsonObject& command);
     void residentGone();
+    void reportSetup(bool always);
 
     LocalScreens& screens_;
     QLocalSocket socket_;

@@ -107,8 +107,12 @@ Q_SIGNALS:
     void pageLoaded(tovin::PageRole role);
     void coachFinished(const QString& exercise, qint64 reps, qint64 cleanReps);
     // A menu item chosen in a window that draws: "lock", "rehearse", "pause", "login", "quit",
-    // "begin" (the start window), "setupGeometry" (with the geometry in `value`).
+    // "begin" and "startClosed" (the start window), "setupGeometry" (with the geometry in
+    // `value`).
     void actionChosen(const QString& action, const QString& value);
+    // Nothing shows any more (no shield, no page behind a countdown, no window): whatever drew
+    // has been told to end.
+    void nothingShows();
     // Whatever drew is gone without being asked (it crashed, hung or was killed): any shield
     // and window it held went with it.
     void screensLost(const QString& why);

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 namespace tovin {
@@ -68,9 +69,17 @@ StartWindow::StartWindow(const StartCard& card) {
     });
     // The rehearsal comes from the launch switch, not the checkbox: deliberately so.
     connect(begin, &QPushButton::clicked, this, &StartWindow::begin);
+    // Return begins wherever the focus is: a plain window has no default button of its own.
+    for (const int key : {Qt::Key_Return, Qt::Key_Enter})
+        connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, begin, &QPushButton::click);
     adjustSize();
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
+}
+
+void StartWindow::closeEvent(QCloseEvent* event) {
+    QWidget::closeEvent(event);
+    Q_EMIT closed();
 }
 
 } // namespace tovin

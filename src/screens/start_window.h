@@ -15,6 +15,11 @@ public:
 
 Q_SIGNALS:
     void begin();
+    // The person closed the window without beginning.
+    void closed();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
 };
 
 } // namespace tovin

@@ -17,23 +17,27 @@ using namespace tovin;
 using tovin::fakes::CycleTest;
 
 TEST(LaunchSwitches, TheFirstInOrderWinsWhereverItStands) {
+    // The mode, and whether a lockout it begins is a rehearsal: "--rehearse" anywhere.
     const struct {
         std::vector<const char*> args;
         LaunchMode mode;
+        bool rehearsal;
     } rows[] = {
-        {{}, LaunchMode::Normal},
-        {{"--rehearse", "--why"}, LaunchMode::Why},
-        {{"--self-test", "--update-dry-run", "--rehearse"}, LaunchMode::UpdateDryRun},
-        {{"--self-test", "--layout-check"}, LaunchMode::LayoutCheck},
-        {{"--probe-call", "--self-test"}, LaunchMode::SelfTest},
-        {{"--rehearse", "--probe-call"}, LaunchMode::ProbeCall},
-        {{"--rehearsed", "why"}, LaunchMode::Normal}, // whole arguments only
+        {{}, LaunchMode::Normal, false},
+        {{"--rehearse", "--why"}, LaunchMode::Why, true},
+        {{"--self-test", "--update-dry-run", "--rehearse"}, LaunchMode::UpdateDryRun, true},
+        {{"--self-test", "--layout-check"}, LaunchMode::LayoutCheck, false},
+        {{"--layout-check", "--rehearse"}, LaunchMode::LayoutCheck, true},
+        {{"--probe-call", "--self-test"}, LaunchMode::SelfTest, false},
+        {{"--rehearse", "--probe-call"}, LaunchMode::ProbeCall, true},
+        {{"--rehearsed", "why"}, LaunchMode::Normal, false}, // whole arguments only
     };
     for (const auto& row : rows) {
         QStringList line{QStringLiteral("tovin")};
         for (const char* arg : row.args)
             line.append(QString::fromLatin1(arg));
         EXPECT_EQ(launchModeFor(line), row.mode) << line.join(u' ').toStdString();
+        EXPECT_EQ(launchedForRehearsal(line), row.rehearsal) << line.join(u' ').toStdString();
     }
     EXPECT_EQ(launchModeFor({QStringLiteral("--why")}), LaunchMode::Normal)
         << "the program's own name is not a switch";

@@ -128,10 +128,13 @@ workout)
     settings ',"lockoutWorkoutId":"two-minute-spark","snoozesPerLockout":1,"snoozeMinutes":1'
     start=$SECONDS
     launch "$tovin"
-    check "the due block fires" waitfor 30 journal_has 'FIRE E2E block (workout'
-    check "the countdown shows" waitfor 10 countdown_up
-    # Out of the way: a setup window in use holds lockouts off, and this check is about the snooze.
+    # The setup window opens in front of the person at launch: in use until it says otherwise.
+    check "a block due at launch waits while the setup window is in use" \
+        waitfor 20 journal_has "\[hold\] E2E block held — you're using the setup window"
+    check "... with no countdown over it" never 2 countdown_up
     check "the setup window closes with Ctrl-W" waitfor 10 close_setup
+    check "the due block fires" waitfor 40 journal_has 'FIRE E2E block (workout'
+    check "the countdown shows" waitfor 10 countdown_up
     sleep 1; shot countdown
     # The notice is frameless, whole in the corner, and never takes the focus.
     notice=$(countdown_window)
@@ -171,7 +174,8 @@ away)
     week "$(block away "E2E walk" ',"minutes":1')"
     settings ',"lockoutWorkoutId":"posture-fix"'
     launch "$tovin"
-    check "the away block covers both screens after its countdown" waitfor 40 covered
+    check "the setup window closes with Ctrl-W" waitfor 15 close_setup
+    check "the away block covers both screens after its countdown" waitfor 70 covered
     sleep 1; shot away
     check "its minute served, the screen comes back" waitfor 80 sh -c "! '$xshot' '$shots/away-after.png' --covered >/dev/null"
     check "a kept, attested promise is on disk" waitfor 5 sh -c "grep -q '\"attested\": true' '$data/promises.json' && grep -q '\"exercise\": \"E2E walk\"' '$data/promises.json'"
@@ -183,7 +187,8 @@ retest)
     now=$(date -u -d '-1 day' +%Y-%m-%dT%H:%M:%SZ)
     settings ',"lockoutWorkoutId":"posture-fix","retestDueInDays":0,"retestReportedAt":"'"$now"'"'
     launch "$tovin"
-    check "the overdue fitness check fires" waitfor 30 journal_has 'FIRE Fitness test (retest'
+    check "the setup window closes with Ctrl-W" waitfor 15 close_setup
+    check "the overdue fitness check fires" waitfor 40 journal_has 'FIRE Fitness test (retest'
     check "the check covers both screens" waitfor 30 covered
     sleep 2; shot shield
     check "the fitness check is answered and the plan accepted over the shield" drive 60 retest

@@ -121,7 +121,10 @@ check "QT_QPA_PLATFORM=xcb is overridden: Tovin draws natively on Wayland, and s
     waitfor 20 journal_has 'drawing natively on Wayland, not through Xwayland'
 check "--why says what the shield holds here" \
     sh -c "$(printf '%q ' "${as_user[@]}") '$tovin' --why | grep -q 'shield: Wayland, drawn natively.*shortcuts.*are held while the shield has the focus'"
-waitfor 20 journal_has 'FIRE Wayland block' && sleep 1 && shot countdown
+# The setup window opens in front of the person and holds the due block off until it closes.
+check "the setup window opens in front" waitfor 20 setup_focused
+keys -M ctrl -k w -m ctrl
+waitfor 40 journal_has 'FIRE Wayland block' && sleep 1 && shot countdown
 check "the due block covers both outputs" waitfor 40 covered
 check "the compositor holds its shortcuts for the shield" waitfor 5 journal_has 'the compositor holds its own shortcuts'
 check "... and the journal says the keyboard itself cannot be owned" journal_has 'lets no app own the keyboard'

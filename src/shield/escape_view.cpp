@@ -5,6 +5,7 @@
 
 #include <QPushButton>
 
+#include <QApplication>
 #include <QGridLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -64,8 +65,6 @@ void EscapeView::begin() {
 
     panicLabel_ = addLabel(QStringLiteral("Mouse not working? Hold Space. Still stuck? Keep tapping Esc."),
                            12, QFont::Normal, 0.3);
-    setTabOrder(keep, hold_);
-    setTabOrder(hold_, keep);
     // Space reaches the hold at once; Return is caught by the shield window for "Keep".
     hold_->setFocus(Qt::OtherFocusReason);
 }
@@ -93,7 +92,6 @@ void EscapeView::askReason() {
     addLabel(QStringLiteral("Answer honestly — it only goes in your own log."), 15, QFont::Normal,
              0.4);
     QPushButton* first = nullptr;
-    QPushButton* previous = nullptr;
     for (const auto reason : PromiseRecord::allReasons()) {
         QPushButton* button = addButton(toString(reason));
         button->setObjectName(toString(reason));
@@ -104,9 +102,6 @@ void EscapeView::askReason() {
             first = button;
             button->setDefault(true);
         }
-        if (previous)
-            setTabOrder(previous, button);
-        previous = button;
     }
     addLabel(QStringLiteral("Tab to move · Space or Return to choose."), 12, QFont::Normal, 0.3);
     firstReason_ = first;
@@ -157,6 +152,23 @@ bool EscapeView::eventFilter(QObject* watched, QEvent* event) {
         return false;
     }
     return !pressedSinceAsked_.contains(key->key());
+}
+
+bool EscapeView::focusNextPrevChild(bool next) {
+    // Tab and Shift+Tab go round the warning's own buttons (keep and hold, or the two reasons)
+    // and never on to the page underneath, where Space and Return would press its buttons.
+    QList<QWidget*> ring;
+    for (int i = 0; i < stack_->count(); ++i) {
+        QWidget* w = stack_->itemAt(i)->widget();
+        if (w && (w->focusPolicy() & Qt::TabFocus) && !qobject_cast<QLabel*>(w))
+            ring.append(w);
+    }
+    if (ring.isEmpty())
+        return true;
+    const qsizetype at = ring.indexOf(QApplication::focusWidget());
+    const qsizetype to = at < 0 ? 0 : (at + (next ? 1 : ring.size() - 1)) % ring.size();
+    ring[to]->setFocus(next ? Qt::TabFocusReason : Qt::BacktabFocusReason);
+    return true;
 }
 
 void EscapeView::reasonTapped(QPushButton* button) {

@@ -46,6 +46,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
+    bool focusNextPrevChild(bool next) override;
 
 private:
     QLabel* addLabel(const QString& text, qreal points, QFont::Weight weight, qreal alpha);

@@ -1,5 +1,6 @@
 #include "shield/hold_button.h"
 
+#include <QApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -25,6 +26,9 @@ void HoldButton::engage() {
     if (holding_)
         return;
     holding_ = true;
+    // Only an unbroken hold counts: while it lasts, a Space released or a click made anywhere
+    // lets go, as focus leaving the button does.
+    qApp->installEventFilter(this);
     if (!timer_) {
         lastTick_ = clock_.elapsedSeconds();
         timer_ = clock_.createTimer([this] { tick(); });
@@ -34,8 +38,23 @@ void HoldButton::engage() {
 }
 
 void HoldButton::release() {
+    if (holding_)
+        qApp->removeEventFilter(this);
     holding_ = false;
     update();
+}
+
+bool HoldButton::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::KeyRelease) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Space && !key->isAutoRepeat())
+            release();
+    } else if (event->type() == QEvent::MouseButtonPress && watched != this) {
+        const auto* widget = qobject_cast<QWidget*>(watched);
+        if (!widget || !isAncestorOf(widget))
+            release();
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void HoldButton::tick() {
@@ -49,7 +68,7 @@ void HoldButton::tick() {
 
     if (progress_ >= 1.0 - epsilon) {
         progress_ = 1.0;
-        holding_ = false;
+        release();
         timer_.reset();
         update();
         if (onComplete)
@@ -101,7 +120,7 @@ void HoldButton::focusInEvent(QFocusEvent* event) {
 
 void HoldButton::focusOutEvent(QFocusEvent* event) {
     QWidget::focusOutEvent(event);
-    update();
+    release();
 }
 
 void HoldButton::paintEvent(QPaintEvent*) {

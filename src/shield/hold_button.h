@@ -10,7 +10,8 @@
 namespace tovin {
 
 // A press-and-hold control: its action happens only after it has been held, without letting
-// go, for its whole duration. Letting go drains the bar twice as fast as it filled, so a
+// go, for its whole duration (focus moving away, a click elsewhere or Space released anywhere
+// all let go). Letting go drains the bar twice as fast as it filled, so a
 // half-done hold cannot be finished later for free. Works with the mouse or with Space (the
 // first press, never an auto-repeat). The bar moves by the time that really passed, not by
 // the number of animation ticks, so a busy screen cannot stretch the hold.
@@ -42,6 +43,7 @@ protected:
     void keyReleaseEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void tick();

@@ -125,7 +125,8 @@ bool isTovinProcess(qint64 pid) {
     QFile comm(u"/proc/" + QString::number(pid) + u"/comm");
     if (!comm.open(QIODevice::ReadOnly))
         return true; // no /proc here: the live pid is the best there is
-    return comm.readAll().startsWith("tovin");
+    const QByteArray name = comm.readAll().trimmed();
+    return name == "tovin" || name.startsWith("tovin_"); // tovin_testkey, the test build
 }
 } // namespace
 

@@ -1,5 +1,8 @@
 #include "app/instance_server.h"
 
+#include "core/paths.h"
+#include "journal/journal.h"
+
 #include <QFileInfo>
 #include <QLocalSocket>
 #include <QTimer>
@@ -18,6 +21,16 @@ InstanceServer::InstanceServer(QString name, QObject* parent)
 bool InstanceServer::start() {
     if (name_.isEmpty())
         return false;
+    // Checked again at every listen: the folder may have been deleted and made again by
+    // somebody else since launch, and a socket in their folder is theirs to replace.
+    QString why;
+    if (!paths::isPrivateDir(QFileInfo(name_).absolutePath(), &why)) {
+        if (why != refusedBecause_)
+            Journal::note(QStringLiteral("launch"), u"the instance socket is not listening: " + why);
+        refusedBecause_ = why;
+        return false;
+    }
+    refusedBecause_.clear();
     QLocalServer::removeServer(name_);
     return listen(name_);
 }

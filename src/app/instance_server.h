@@ -20,7 +20,8 @@ public:
 
     explicit InstanceServer(QString name, QObject* parent = nullptr);
 
-    // Listens at the name, replacing whatever a crashed copy left there.
+    // Listens at the name, replacing whatever a crashed copy left there, once its folder is
+    // found private again (else it says why in the journal, once).
     bool start();
     // Listens again when the socket went away (closed by the system, or deleted by hand).
     void keepListening();
@@ -37,6 +38,7 @@ private:
     void take();
 
     QString name_;
+    QString refusedBecause_;
     int callers_ = 0;
 };
 

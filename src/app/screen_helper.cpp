@@ -85,10 +85,12 @@ void ScreenHelper::ensureRunning() {
         p->deleteLater();
     });
     connect(p, &QProcess::errorOccurred, this, [this, p](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart && p == process_) {
+        if (error != QProcess::FailedToStart)
+            return;
+        // Its end of the pair may have closed first and ended it already; either way it goes.
+        if (p == process_)
             processEnded(u"the screen helper could not start — " + p->errorString());
-            p->deleteLater();
-        }
+        p->deleteLater();
     });
     auto* s = new QLocalSocket(this);
     s->setSocketDescriptor(ours);

@@ -18,7 +18,9 @@ FileLock::FileLock(const QString& guardedPath, int patienceMs) {
         return; // a read-only folder: the write that follows fails and says why
     const QDeadlineTimer deadline(patienceMs);
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || deadline.hasExpired()) {
+        const int error = errno;
+        if ((error != EWOULDBLOCK && error != EINTR) || deadline.hasExpired()) {
+            busy_ = error == EWOULDBLOCK || error == EINTR;
             ::close(fd);
             return;
         }

@@ -41,14 +41,22 @@ PromiseLedger::DiskVersion versionOf(const QString& path) {
 }
 } // namespace
 
-QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& onDisk, const QList<PromiseRecord>& ours) {
-    // Every record either side holds, each as many times as the side holding it most: the other
-    // copy's new records join ours, ours not yet on disk stay, and none is doubled.
-    QList<PromiseRecord> all = onDisk;
-    QList<PromiseRecord> unmatched = onDisk;
-    for (const PromiseRecord& r : ours) {
-        if (const qsizetype at = unmatched.indexOf(r); at >= 0)
-            unmatched.removeAt(at);
+QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& preferred, const QList<PromiseRecord>& other) {
+    // A record is the same promise on both sides when it ended at the same second the same way,
+    // with the same exercise and counts; what may differ (attested, set by an account's merge)
+    // is taken from the preferred side. Each promise appears as many times as the side holding
+    // it most: the other copy's new records join, none is doubled.
+    const auto samePromise = [](const PromiseRecord& a, const PromiseRecord& b) {
+        return a.date == b.date && a.outcome == b.outcome && a.exercise == b.exercise && a.reps == b.reps &&
+               a.cleanReps == b.cleanReps;
+    };
+    QList<PromiseRecord> all = preferred;
+    QList<PromiseRecord> unmatched = preferred;
+    for (const PromiseRecord& r : other) {
+        const auto at = std::find_if(unmatched.begin(), unmatched.end(),
+                                     [&](const PromiseRecord& p) { return samePromise(p, r); });
+        if (at != unmatched.end())
+            unmatched.erase(at);
         else
             all.append(r);
     }
@@ -106,9 +114,11 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
                                                     u" not recorded");
         return;
     }
-    // The file keeps whole seconds; so does memory, or a reload would not compare equal.
+    // Memory holds exactly what the file will: whole seconds, and text as UTF-8 carries it (a
+    // lone surrogate does not survive), or the record would never match itself read back.
     promise.date = QDateTime::fromSecsSinceEpoch(promise.date.toSecsSinceEpoch(),
                                                  QTimeZone::utc());
+    promise.exercise = QString::fromUtf8(promise.exercise.toUtf8());
     const QString outcome = toString(promise.outcome);
     const QString exercise = promise.exercise;
     const FileLock lock(path_);
@@ -116,45 +126,52 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
     if (encodedValid_)
         PromiseJson::appendPretty(encoded_, promise);
     records_.append(std::move(promise));
-    const bool saved = saveLocked();
+    const bool saved = saveLocked(lock);
     Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
                                                 QString::number(tovin()) + u" tovin / " +
                                                 QString::number(records_.size()) + u" total)" +
                                                 (saved ? QString() : QStringLiteral(" — not saved yet")));
 }
 
-void PromiseLedger::absorbDisk() {
+bool PromiseLedger::absorbDisk() {
     // Another copy of Tovin (a layout check beside the watcher) may have recorded since this one
     // last read or wrote the file: its records are taken in before this copy writes the whole.
     const DiskVersion now = versionOf(path_);
     if (now == diskVersion_ || now == DiskVersion{})
-        return;
-    diskVersion_ = now;
+        return true;
     const auto bytes = readWholeFile(path_, maxLedgerBytes);
-    std::optional<QList<PromiseRecord>> onDisk;
-    if (bytes)
-        onDisk = PromiseJson::decodeGeneral(*bytes);
+    if (!bytes)
+        return false; // there, but not readable now (no descriptor left, say): try again later
+    diskVersion_ = now;
+    const auto onDisk = PromiseJson::decodeGeneral(*bytes);
     if (!onDisk) {
         // Damaged since: kept aside by the write, as an unreadable file at launch is.
         unreadableOnDisk_ = true;
-        return;
+        return true;
     }
     QList<PromiseRecord> all = merged(*onDisk, records_);
     if (all != records_) {
         records_ = std::move(all);
         encodedValid_ = false;
     }
+    return true;
 }
 
 bool PromiseLedger::save() {
     const FileLock lock(path_);
-    return saveLocked();
+    return saveLocked(lock);
 }
 
-bool PromiseLedger::saveLocked() {
-    absorbDisk();
+bool PromiseLedger::saveLocked(const FileLock& lock) {
     QString reason;
-    if (!writeOut(&reason)) {
+    bool written = false;
+    if (lock.isBusy())
+        reason = QStringLiteral("another copy of Tovin is holding the file");
+    else if (!absorbDisk())
+        reason = QStringLiteral("it changed on disk and could not be read again");
+    else
+        written = writeOut(&reason);
+    if (!written) {
         // Nothing is dropped: the records stay here and are written by the next save, or by the
         // retry on the next tick, whichever comes first.
         SaveFailures::failed(path_, QStringLiteral("your promises"), QStringLiteral("ledger"), reason,
@@ -189,14 +206,16 @@ bool PromiseLedger::writeOut(QString* reason) {
 
 bool PromiseLedger::adopt(QList<PromiseRecord> incoming) {
     const FileLock lock(path_);
-    // Judged against every record there is, the other copy's included.
+    // Judged against every record there is, the other copy's included; and what the page did
+    // not know of (recorded by the other copy since the page was handed the ledger) stays.
     absorbDisk();
     if (incoming.size() < records_.size())
         return false;
-    sortByDate(incoming);
-    records_ = std::move(incoming);
+    for (PromiseRecord& r : incoming)
+        r.exercise = QString::fromUtf8(r.exercise.toUtf8());
+    records_ = merged(incoming, records_);
     encodedValid_ = false;
-    saveLocked();
+    saveLocked(lock);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/file_lock.h"
 #include "promises/promise_record.h"
 
 #include <QList>
@@ -14,7 +15,9 @@ namespace tovin {
 //
 // Two copies of Tovin may run at once (a layout check beside the watcher), each with the file
 // in memory. Every write takes the file's lock, takes in whatever the other copy wrote since
-// (merged, never dropped), then writes the whole: neither copy loses the other's records.
+// (merged, never dropped), then writes the whole: neither copy loses the other's records. A
+// write that cannot take the lock, or cannot read what changed, is not made: it waits for the
+// retry like any failed save.
 class PromiseLedger {
 public:
     // The one ledger of the process: folder created, legacy file copied, file read, on first use.
@@ -35,7 +38,7 @@ public:
 
     // Takes in whatever another copy of Tovin recorded since this one last read or wrote the
     // file, so what is shown (the standing, the counts) is what is on disk.
-    void refresh() { absorbDisk(); }
+    void refresh() { (void)absorbDisk(); }
 
     // Appends and saves; a rehearsal stores nothing. Either way the journal says what happened.
     void record(PromiseRecord promise, bool rehearsal);
@@ -49,8 +52,9 @@ public:
     // replaces the list and saves. Returns false, changing nothing, for a smaller set.
     bool adopt(QList<PromiseRecord> merged);
 
-    // Every record of both lists, each as many times as the list holding it most, by date.
-    static QList<PromiseRecord> merged(const QList<PromiseRecord>& onDisk, const QList<PromiseRecord>& ours);
+    // Every promise of both lists, each as many times as the list holding it most, by date; a
+    // promise on both sides comes as the preferred side holds it.
+    static QList<PromiseRecord> merged(const QList<PromiseRecord>& preferred, const QList<PromiseRecord>& other);
 
     // Which file is on disk (inode, size, modification time): a change means somebody wrote.
     struct DiskVersion {
@@ -75,8 +79,9 @@ public:
     QString standingJSON() const;
 
 private:
-    void absorbDisk();
-    bool saveLocked();
+    // False when the file changed but could not be read again: no write may go over it then.
+    bool absorbDisk();
+    bool saveLocked(const FileLock& lock);
     bool writeOut(QString* reason);
 
     QString path_;

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """What an unkind neighbour does to a running Tovin, for app_e2e.sh's hostile scenario.
 
-  neighbour.py flood SOCKET COUNT SECONDS   holds COUNT idle connections to SOCKET for SECONDS,
-                                            opening new ones as the server closes them
+  neighbour.py flood SOCKET COUNT SECONDS   keeps COUNT idle connections to SOCKET open for
+                                            SECONDS, opening new ones as the server closes them;
+                                            says "made N" once N >= COUNT were connected
   neighbour.py forge RUNTIME_DIR APP HELPER  stops the screen helper, then tries every way in:
                                             each socket in the runtime folder, and the
                                             resident's descriptors through /proc; prints what
@@ -24,6 +25,7 @@ def flood(path, count, seconds):
     hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
     held = []
+    made = 0  # connections the server's socket accepted into its queue, in all
     deadline = time.monotonic() + seconds
     reported = False
     while time.monotonic() < deadline:
@@ -46,14 +48,13 @@ def flood(path, count, seconds):
             s.setblocking(False)
             try:
                 s.connect(path)
-            except (BlockingIOError, InterruptedError):
-                pass  # waiting in the backlog: it still costs the server when taken
             except OSError:
-                s.close()
+                s.close()  # the backlog is full: the server is not taking them fast enough
                 break
             held.append(s)
-        if not reported:
-            print(f"holding {len(held)}", flush=True)
+            made += 1
+        if made >= count and not reported:
+            print(f"made {made}", flush=True)
             reported = True
         time.sleep(0.2)
 

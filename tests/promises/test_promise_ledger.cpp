@@ -115,6 +115,31 @@ TEST_F(LedgerTest, AdoptOnlyGrowsAndSortsByDate) {
     EXPECT_EQ(PromiseLedger(path).records(), sorted);
 }
 
+// Two ledgers over one file stand for two copies of Tovin: neither loses a record of the other's,
+// the page's merged set keeps what the page never saw, an account's edit made by one copy is
+// what the other takes in, and text UTF-8 cannot carry does not make one promise two.
+TEST_F(LedgerTest, TwoCopiesOverOneFileLoseNothing) {
+    PromiseLedger a(path);
+    PromiseLedger b(path);
+    a.record(held(2), false);
+    b.record(broke(3), false);
+    EXPECT_EQ(b.records(), (QList<PromiseRecord>{held(2), broke(3)}));
+    // The page merged with an account knowing only of a's record: b's stays, the account's
+    // edit of a's (attested) wins, and the whole is still judged against both copies' records.
+    EXPECT_FALSE(a.adopt({held(2, true)}));
+    EXPECT_TRUE(a.adopt({held(1), held(2, true)}));
+    EXPECT_EQ(a.records(), (QList<PromiseRecord>{held(1), held(2, true), broke(3)}));
+    PromiseRecord odd = held(4);
+    odd.exercise = QString(QChar(0xD800)) + u'x';
+    b.record(odd, false);
+    a.record(held(5), false);
+    b.record(held(6), false);
+    odd.exercise = u"?x"_qs; // as UTF-8 carries it
+    const QList<PromiseRecord> all{held(1), held(2, true), broke(3), odd, held(5), held(6)};
+    EXPECT_EQ(b.records(), all);
+    EXPECT_EQ(PromiseLedger(path).records(), all);
+}
+
 TEST_F(LedgerTest, OneBadRecordEmptiesTheLedger) {
     const char* bad[] = {
         R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin","exercise":"squat","reps":1}])",

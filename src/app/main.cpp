@@ -137,10 +137,14 @@ int main(int argc, char* argv[]) {
     if (mode == LaunchMode::SelfTest)
         return runSelfTest();
 
-    CallDetector::setProbe(createPlatformCallProbe());
     const auto idle = createPlatformIdleSource();
     // Everything that draws more than a notice lives in the screen helper, started when needed.
     ScreenHelper screens(Clock::system());
+    // The helper's camera (the coach) and microphone are Tovin's own, never a call.
+    CallDetector::setProbe(createPlatformCallProbe([&screens] {
+        const qint64 helper = screens.helperPid();
+        return helper > 0 ? QList<qint64>{helper} : QList<qint64>{};
+    }));
     AppShell shell({Clock::system(), *idle, screens, PromiseLedger::shared(), ScheduleStore::url()},
                    launchedForRehearsal(arguments));
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))

@@ -30,7 +30,8 @@ AlsaCapture scanAlsaCapture(const QString& asoundDir) {
     return result;
 }
 
-bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& procDir) {
+bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& procDir,
+                                    const QList<qint64>& alsoOurs) {
     // Plain POSIX calls: this runs once a second during a countdown and walks every open file
     // of every process, so it avoids building a QString per entry.
     const QByteArray prefix = QFile::encodeName(QDir::cleanPath(deviceDir)) + "/video";
@@ -48,7 +49,7 @@ bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& pro
             break;
         char* end = nullptr;
         const long pid = std::strtol(p->d_name, &end, 10);
-        if (pid <= 0 || *end != '\0' || pid == self)
+        if (pid <= 0 || *end != '\0' || pid == self || alsoOurs.contains(qint64(pid)))
             continue;
         const QByteArray fdDir = proc + '/' + p->d_name + "/fd";
         DIR* fds = ::opendir(fdDir.constData());

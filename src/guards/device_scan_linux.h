@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 
 namespace tovin {
@@ -14,9 +15,11 @@ struct AlsaCapture {
 };
 AlsaCapture scanAlsaCapture(const QString& asoundDir = QStringLiteral("/proc/asound"));
 
-// Whether a process other than this one holds open a file named video* in deviceDir, found by
-// reading the fd links of every process this user may look at.
+// Whether a process other than this one and `alsoOurs` (the screen helper, whose camera coach
+// reads the camera) holds open a file named video* in deviceDir, found by reading the fd links
+// of every process this user may look at.
 bool anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral("/dev"),
-                                    const QString& procDir = QStringLiteral("/proc"));
+                                    const QString& procDir = QStringLiteral("/proc"),
+                                    const QList<qint64>& alsoOurs = {});
 
 } // namespace tovin

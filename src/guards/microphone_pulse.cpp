@@ -64,7 +64,7 @@ struct Connection {
 
 } // namespace
 
-std::optional<PulseReading> readPulseMicrophone(int timeoutMs) {
+std::optional<PulseReading> readPulseMicrophone(int timeoutMs, const QList<qint64>& alsoOurs) {
     Connection c;
     if (!c.loop)
         return std::nullopt;
@@ -117,7 +117,8 @@ std::optional<PulseReading> readPulseMicrophone(int timeoutMs) {
     reading.inputSources = int(q.inputSources.size());
     const long self = long(::getpid());
     for (const auto& stream : q.streams) {
-        if (stream.pid != self && !stream.corked && q.inputSources.contains(stream.source)) {
+        if (stream.pid != self && !alsoOurs.contains(qint64(stream.pid)) && !stream.corked &&
+            q.inputSources.contains(stream.source)) {
             reading.live = true;
             break;
         }

@@ -3,13 +3,18 @@
 #include "guards/call_detector.h"
 #include "guards/idle_source.h"
 
+#include <QList>
+
+#include <functional>
 #include <memory>
 
 namespace tovin {
 
 // This system's call probe: the sound server's recording streams (or ALSA's running capture
 // devices when there is no sound server) and the camera devices other processes hold open.
-std::shared_ptr<CallProbe> createPlatformCallProbe();
+// `ourOthers` names Tovin's processes besides this one (the screen helper, asked afresh each
+// time since it comes and goes): their streams and cameras are never a call.
+std::shared_ptr<CallProbe> createPlatformCallProbe(std::function<QList<qint64>()> ourOthers = {});
 
 // The idle source this session offers, chosen at run time: the X server's screen-saver
 // extension, else a Wayland desktop's idle monitor over D-Bus, else none (always 0, so nobody

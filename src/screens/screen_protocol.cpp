@@ -67,10 +67,15 @@ LockoutPage decodePage(const QJsonObject& o) {
     LockoutPage page;
     page.kind = kindFromName(o.value(u"kind").toString());
     page.native = o.value(u"native").toObject();
-    page.awayLabel = o.value(u"awayLabel").toString();
-    page.awayEndsAt = parseIsoInstant(o.value(u"awayEndsAt").toString()).value_or(QDateTime());
-    page.coachWorkout = o.value(u"coach").toString();
-    page.requiredCleanReps = int(jsonInteger(o.value(u"cleanReps"), 0, 1000).value_or(0));
+    // Read as encode writes: the away fields only for an away page, the coach's for the coach.
+    if (page.kind == LockoutPage::Kind::Away) {
+        page.awayLabel = o.value(u"awayLabel").toString();
+        page.awayEndsAt = parseIsoInstant(o.value(u"awayEndsAt").toString()).value_or(QDateTime());
+    }
+    if (page.kind == LockoutPage::Kind::Coach) {
+        page.coachWorkout = o.value(u"coach").toString();
+        page.requiredCleanReps = int(jsonInteger(o.value(u"cleanReps"), 0, 1000).value_or(0));
+    }
     page.standing = o.value(u"standing").toString();
     return page;
 }

@@ -67,6 +67,8 @@ TEST(PulseMicrophone, OnlyARecordingFromARealSourceIsLive) {
         EXPECT_FALSE(readPulseMicrophone()->live);
         Child microphone(u"parecord -d nullsrc /dev/null");
         EXPECT_TRUE(QTest::qWaitFor([] { return readPulseMicrophone()->live; }, 10000));
+        // The same recording by a process of Tovin's own (the screen helper) is no call.
+        EXPECT_FALSE(readPulseMicrophone(500, {microphone.processId()})->live);
     }
     EXPECT_TRUE(QTest::qWaitFor([] { return !readPulseMicrophone()->live; }, 10000));
 
@@ -86,6 +88,8 @@ TEST(DeviceScan, AnotherProcessHoldingAVideoDeviceMakesTheCameraLive) {
     Child holder(u"sleep 60", video);
     ASSERT_TRUE(holder.waitForStarted(10000));
     EXPECT_TRUE(anotherProcessHoldsVideoDevice(dev.path()));
+    // Unless it is Tovin's own screen helper, the coach reading the camera.
+    EXPECT_FALSE(anotherProcessHoldsVideoDevice(dev.path(), QStringLiteral("/proc"), {holder.processId()}));
     EXPECT_FALSE(anotherProcessHoldsVideoDevice(dev.path(), QStringLiteral("/no/such/proc")));
 }
 

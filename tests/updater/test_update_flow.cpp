@@ -163,6 +163,16 @@ TEST_F(UpdateFlow, TheDryRunPassesAGoodReleaseAndRefusesEveryBadOneLeavingNothin
     makeRelease(u"same"_s, fakeTree(u"1.0"_s), u"1.0"_s);
     const Release same = released(u"same"_s);
     writeFeed(u"same"_s, u"1.1"_s, same.url, same.sha256);
+    // The resident without its screen helper could never show a thing: no such release is made.
+    const QString helpless = fakeTree(u"1.2"_s);
+    QFile::remove(helpless + u"/bin/tovin-screens");
+    QProcess refused;
+    refused.start(u"bash"_s, {QStringLiteral(TOVIN_SOURCE_DIR "/scripts/make-release"), u"--key"_s,
+                              QStringLiteral(TOVIN_BINARY_DIR "/test-release-key/release.key"), u"--out"_s,
+                              path(u"www/helpless"_s), u"--tree"_s, helpless});
+    ASSERT_TRUE(refused.waitForFinished(60000));
+    EXPECT_EQ(refused.exitCode(), 1);
+    EXPECT_TRUE(refused.readAllStandardError().contains("the tree has no bin/tovin-screens"));
 
     const struct {
         const char* feed;

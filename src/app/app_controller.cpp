@@ -258,6 +258,10 @@ void AppController::deferLockout(double minutes, const QString& because) {
 void AppController::warnThenLock() {
     if (countdown_.isShowing())
         return;
+    if (standingAside_) {
+        Journal::state(QStringLiteral("update"), QStringLiteral("installing — no lockout starts until the new version runs"));
+        return;
+    }
     const int snoozesLeft = std::max(0, Settings::snoozesPerLockout() - snoozesUsed_);
     countdown_.show(Settings::warningSeconds(), snoozesLeft);
     prebuild();
@@ -363,7 +367,7 @@ std::optional<Block> AppController::overdueRetestBlock() {
 }
 
 void AppController::raiseLockout(bool rehearsal) {
-    if (shieldIsUp())
+    if (shieldIsUp() || standingAside_)
         return;
     if (!Settings::lockoutWorkoutID() && !rehearsal) {
         dropPrebuilt();

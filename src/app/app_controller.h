@@ -96,6 +96,10 @@ public:
     // A lockout or its countdown is under way: nothing else may interrupt.
     bool lockoutUnderway() const { return screens_.isUp() || countdown_.isShowing(); }
 
+    // While an update installs, Tovin is about to end and start again as the new version: no
+    // countdown or lockout starts (the new copy serves whatever is due).
+    void standAsideForUpdate(bool on) { standingAside_ = on; }
+
     // Pause and resume (an hour at most); each announced by pausedChanged.
     void pauseAnHour();
     void resumeWatching();
@@ -190,6 +194,7 @@ private:
     std::optional<QDateTime> sleptAt_;
     std::optional<QDateTime> lastTickAt_;
     bool finished_ = false;
+    bool standingAside_ = false;
 
     std::unique_ptr<Timer> scheduleTimer_;
     std::unique_ptr<ScheduleFileWatch> scheduleFileWatch_;

@@ -22,6 +22,10 @@ const QString notInstalled = QStringLiteral("The update wasn't installed.");
 UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
     : QObject(parent), controller_(controller) {
     quitting = [this] { Q_EMIT controller_.quitRequested(); };
+    connect(&controller_, &AppController::ticked, this, [this] {
+        if (waiting_ && !controller_.lockoutUnderway())
+            install(std::exchange(waiting_, std::nullopt)->second);
+    });
 }
 
 void UpdateDialogs::checkForUpdates(bool quietly) {
@@ -133,16 +137,32 @@ void UpdateDialogs::download(const Updater::Release& release) {
     dialog->open();
 }
 
-void UpdateDialogs::fetched(const Updater::Release&, const Updater::Fetched& result) {
+void UpdateDialogs::fetched(const Updater::Release& release, const Updater::Fetched& result) {
     if (result.failure) {
         Q_EMIT alertRequested(notInstalled, result.failure->message);
         Q_EMIT fetchEnded();
         return;
     }
+    // A block fired while it downloaded: the install waits for the schedule's first tick with
+    // no countdown and no shield, so the lockout ends (and is recorded) as the person ends it.
+    if (controller_.lockoutUnderway()) {
+        Journal::note(QStringLiteral("update"),
+                      release.version + u" downloaded — installing once the lockout is over");
+        waiting_ = {release, result};
+        return;
+    }
+    install(result);
+}
+
+void UpdateDialogs::install(const Updater::Fetched& result) {
+    // From here Tovin ends and comes back as the new version: no lockout starts in between.
+    controller_.standAsideForUpdate(true);
     const auto failure = Updater::install(result.newApp, result.workingFolder, quitting,
                                           installTarget.value_or(Updater::runningCopy()));
-    if (failure)
+    if (failure) {
+        controller_.standAsideForUpdate(false);
         Q_EMIT alertRequested(notInstalled, failure->message);
+    }
     Q_EMIT fetchEnded();
 }
 

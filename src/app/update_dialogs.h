@@ -42,8 +42,12 @@ Q_SIGNALS:
     void fetchEnded();
 
 private:
+    // A verified download that waits for the lockout (or its countdown) to be over: installing
+    // ends this copy, and a lockout must end the way the person ends it.
+    std::optional<std::pair<Updater::Release, Updater::Fetched>> waiting_;
     void download(const Updater::Release& release);
     void fetched(const Updater::Release& release, const Updater::Fetched& result);
+    void install(const Updater::Fetched& result);
 
     AppController& controller_;
     QPointer<QMessageBox> offerBox_;

@@ -283,17 +283,27 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
               u"the download didn't match its checksum, so it wasn't installed"_s);
     EXPECT_FALSE(quit);
 
-    // The real one: the bar moves, the dialog closes, the hand-over starts and the app quits.
+    // The real one: the bar moves, the dialog closes. A block fires while it downloads: the
+    // install waits for the first tick with no countdown; then the hand-over starts, no lockout
+    // may start any more, and the app quits.
     dialogs.offer(release);
     click(u"Update"_s);
+    controller.countdown().show(60, 1);
     int shownKB = 0;
     ASSERT_TRUE(waitFor([&] {
         if (dialogs.progressBar())
             shownKB = std::max(shownKB, dialogs.progressBar()->value());
-        return ended.size() == 3;
+        return Journal::tail(3).join(u'\n').contains(u"99.0 downloaded — installing once the lockout is over");
     }));
     EXPECT_GT(shownKB, 0);
+    controller.checkSchedule();
+    EXPECT_FALSE(quit);
+    controller.countdown().dismiss();
+    controller.checkSchedule();
+    ASSERT_TRUE(waitFor([&] { return ended.size() == 3; }));
     EXPECT_TRUE(quit);
+    controller.raiseLockout(true);
+    EXPECT_FALSE(screens.isUp());
     EXPECT_EQ(dialogs.progressBox(), nullptr);
     const QString journal = Journal::tail(20).join(u'\n');
     for (const char* step : {"hash matched", "signature verified", "installing — handing over"})

@@ -546,6 +546,15 @@ void AppController::screensLost(const QString& why) {
     if (!raised_ || finished_) {
         // Only a setup window or a prepared page went; the next need starts a fresh helper.
         Journal::note(QStringLiteral("shield"), why + u" — nothing was held");
+        // A window that vanishes (or never comes) is never left unexplained, but said once: a
+        // helper that cannot start at all would otherwise say it at every try.
+        if (!toldScreensLost_) {
+            toldScreensLost_ = true;
+            Q_EMIT alertRequested(QStringLiteral("Tovin couldn't show its window."),
+                                  u"Its screen helper stopped (" + why +
+                                      u"). Open the setup window to try again; tovin --why and the "
+                                      u"journal have the details.");
+        }
         return;
     }
     // As a page that failed over the shield: no record, and the screen is back (the windows
@@ -554,9 +563,12 @@ void AppController::screensLost(const QString& why) {
     Journal::note(QStringLiteral("shield"), u"released — " + why);
     journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
     standDown();
+    // Said as it is: like every ending, this one is final until Tovin starts again (the gate on
+    // finished lockouts), so the person is told how to have it watch again.
     Q_EMIT alertRequested(QStringLiteral("The workout screen stopped."),
                           QStringLiteral("Tovin released your screen rather than hold it without a watcher. "
-                                         "It keeps watching your schedule."));
+                                         "Nothing more locks until you quit Tovin and open it again, or "
+                                         "choose Lock Me Out Now."));
 }
 
 void AppController::workoutWebFailed(const QString& detail) {

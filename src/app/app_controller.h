@@ -195,6 +195,7 @@ private:
     std::optional<QDateTime> lastTickAt_;
     bool finished_ = false;
     bool standingAside_ = false;
+    bool toldScreensLost_ = false;
 
     std::unique_ptr<Timer> scheduleTimer_;
     std::unique_ptr<ScheduleFileWatch> scheduleFileWatch_;

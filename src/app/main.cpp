@@ -73,6 +73,12 @@ bool runtimeFolderIsSafe() {
     return false;
 }
 
+// Chromium refuses to start sandboxed as root, and a screen helper that dies at once shows
+// nothing at all. As root (test machines, some people's own), the engine runs unsandboxed, and
+// the journal and --why say so.
+const bool asRoot = ::geteuid() == 0;
+const QString rootNote = QStringLiteral("running as root, so the web engine runs without its sandbox");
+
 // Sockets, the helper's pipe and the X connection all need descriptors; the soft limit is often
 // a fraction of what the system allows this user, and running out must never be what ends a
 // lockout.
@@ -101,7 +107,9 @@ int main(int argc, char* argv[]) {
         return 0;
     case LaunchMode::Why: {
         QCoreApplication app(argc, argv);
-        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary(), WindowSystem::describeHold());
+        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary(),
+                                                WindowSystem::describeHold() +
+                                                    (asRoot ? u"; " + rootNote : QString()));
         return 0;
     }
     case LaunchMode::UpdateDryRun: {
@@ -113,17 +121,20 @@ int main(int argc, char* argv[]) {
         // The self-check never shows anything; as root, Chromium's sandbox cannot run at all.
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
-        if (::geteuid() == 0)
-            qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
         break;
     default:
         break;
     }
+    if (asRoot)
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
 
     if (checksSingleInstance(mode) && !runtimeFolderIsSafe())
         return 1;
     raiseDescriptorLimit();
 
+    // "Open at Login" alone decides whether Tovin starts with a session: a desktop's session
+    // manager is not told of it, so it never restores it (nor the helper, which inherits this).
+    qunsetenv("SESSION_MANAGER");
     // Chosen here so the screen helper, started from this process, inherits the same choice.
     const QString platformNote = WindowSystem::chooseNativePlatform();
     QApplication app(argc, argv);
@@ -170,6 +181,8 @@ int main(int argc, char* argv[]) {
         // Only the copy that watches the schedule cares about sleep and wake.
         if (!platformNote.isEmpty())
             Journal::note(QStringLiteral("shield"), platformNote);
+        if (asRoot)
+            Journal::note(QStringLiteral("shield"), rootNote);
         sleep = std::make_unique<SleepWatcher>();
         QObject::connect(sleep.get(), &SleepWatcher::willSleep, &app,
                          [&] { shell.controller().machineWillSleep(); });

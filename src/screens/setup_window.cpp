@@ -44,7 +44,10 @@ void SetupWindow::closeEvent(QCloseEvent* event) {
 
 void SetupWindow::hideEvent(QHideEvent* event) {
     QWidget::hideEvent(event);
-    Q_EMIT hidden();
+    // Only a close is a close: minimising, or the window manager unmapping the window for a
+    // workspace switch, leaves the page where it is, ready when the window comes back.
+    if (!event->spontaneous())
+        Q_EMIT hidden();
 }
 
 void SetupWindow::setPage(QWidget* page) {
@@ -77,7 +80,9 @@ QWidget* SetupWindow::buildStrip() {
         row->addWidget(b);
         return b;
     };
-    button(QStringLiteral("Lock Me Out Now"), "lock");
+    // Never in the tab chain: a Space meant for the page must not lock the screen. The mouse and
+    // Ctrl+L reach it.
+    button(QStringLiteral("Lock Me Out Now"), "lock")->setFocusPolicy(Qt::NoFocus);
     button(QStringLiteral("Rehearse Lockout (safe)"), "rehearse");
     pause_ = button(QStringLiteral("Pause for an hour"), "pause");
     login_ = new QCheckBox(QStringLiteral("Open at Login"), strip);

@@ -28,7 +28,8 @@ public:
 Q_SIGNALS:
     // One of the menu's items: "lock", "rehearse", "pause", "login", "quit".
     void chosen(const QString& action);
-    // Closed or hidden: the page goes, and the frame is worth remembering.
+    // Closed or hidden by Tovin (not minimised): the page goes, and the frame is worth
+    // remembering.
     void hidden();
 
 protected:

@@ -46,7 +46,8 @@ void asCommand(const QJsonObject& c) {
     const SetupStrip stripAgain = decodeStrip(encode(strip));
     require(stripAgain.status == strip.status && stripAgain.standing == strip.standing &&
             stripAgain.paused == strip.paused && stripAgain.loginTitle == strip.loginTitle &&
-            stripAgain.loginOn == strip.loginOn && stripAgain.loginBlocked == strip.loginBlocked);
+            stripAgain.loginOn == strip.loginOn && stripAgain.loginBlocked == strip.loginBlocked &&
+            stripAgain.updates == strip.updates);
 
     const StartCard card = decodeCard(c.value(u"card").toObject());
     const StartCard cardAgain = decodeCard(encode(card));

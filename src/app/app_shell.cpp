@@ -56,6 +56,8 @@ void AppShell::chosen(const QString& action, const QString& value) {
         refreshSetupStrip();
     } else if (action == u"login")
         toggleLaunchAtLogin();
+    else if (action == u"updates")
+        checkForUpdates(false);
     else if (action == u"quit")
         QCoreApplication::quit();
     else if (action == u"begin")
@@ -285,8 +287,13 @@ void AppShell::checkForUpdates(bool quietly) {
 
 SetupStrip AppShell::strip() {
     const int status = LaunchAtLogin::status();
-    return {controller_.statusLine(),         controller_.standingLine(),      controller_.pausedUntil().has_value(),
-            LaunchAtLogin::menuTitle(status), status == LaunchAtLogin::Enabled, status == LaunchAtLogin::Blocked};
+    return {controller_.statusLine(),
+            controller_.standingLine(),
+            controller_.pausedUntil().has_value(),
+            LaunchAtLogin::menuTitle(status),
+            status == LaunchAtLogin::Enabled,
+            status == LaunchAtLogin::Blocked,
+            Updater::hasReleaseFeed()};
 }
 
 void AppShell::refreshSetupStrip() {

@@ -40,6 +40,9 @@ struct SetupStrip {
     QString loginTitle;
     bool loginOn = false;
     bool loginBlocked = false;
+    // This copy checks a release feed itself: the strip offers "Check for Updates…", which a
+    // desktop without a tray has nowhere else.
+    bool updates = false;
 };
 
 // The start window's text, decided by the controller.

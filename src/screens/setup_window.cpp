@@ -85,6 +85,8 @@ QWidget* SetupWindow::buildStrip() {
     button(QStringLiteral("Lock Me Out Now"), "lock")->setFocusPolicy(Qt::NoFocus);
     button(QStringLiteral("Rehearse Lockout (safe)"), "rehearse");
     pause_ = button(QStringLiteral("Pause for an hour"), "pause");
+    updates_ = button(QStringLiteral("Check for Updates…"), "updates");
+    updates_->hide();
     login_ = new QCheckBox(QStringLiteral("Open at Login"), strip);
     connect(login_, &QCheckBox::clicked, this, [this] { Q_EMIT chosen(QStringLiteral("login")); });
     row->addWidget(login_);
@@ -99,6 +101,7 @@ void SetupWindow::setStrip(const SetupStrip& strip) {
     login_->setText(strip.loginTitle);
     login_->setChecked(strip.loginOn);
     login_->setEnabled(!strip.loginBlocked);
+    updates_->setVisible(strip.updates);
 }
 
 } // namespace tovin

@@ -26,7 +26,7 @@ public:
     QByteArray frame() const { return saveGeometry(); }
 
 Q_SIGNALS:
-    // One of the menu's items: "lock", "rehearse", "pause", "login", "quit".
+    // One of the menu's items: "lock", "rehearse", "pause", "login", "updates", "quit".
     void chosen(const QString& action);
     // Closed or hidden by Tovin (not minimised): the page goes, and the frame is worth
     // remembering.
@@ -45,6 +45,7 @@ private:
     QPointer<QLabel> standing_;
     QPointer<QPushButton> pause_;
     QPointer<QCheckBox> login_;
+    QPointer<QPushButton> updates_;
 };
 
 } // namespace tovin

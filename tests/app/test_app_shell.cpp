@@ -153,6 +153,7 @@ TEST_F(ShellTest, OneTovinPerSessionAnsweringWithItsProcessId) {
 
 TEST_F(ShellTest, ABuildWithoutAReleaseFeedAnswersOnlyAManualCheck) {
     AppShell& s = makeShell();
+    EXPECT_FALSE(s.strip().updates) << "the setup window offers no check it cannot make";
     s.checkForUpdates(true);
     EXPECT_TRUE(s.openAlerts().isEmpty());
     s.checkForUpdates(false);

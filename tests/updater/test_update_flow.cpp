@@ -4,6 +4,7 @@
 // the real install tree.
 
 #include "app/app_controller.h"
+#include "app/app_shell.h"
 #include "app/countdown_panel.h"
 #include "app/update_dialogs.h"
 #include "core/atomic_file.h"
@@ -231,6 +232,10 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     LocalScreens screens(clock);
     PromiseLedger ledger(path(u"ledger.json"_s));
     AppController controller({clock, idle, screens, ledger, path(u"week.json"_s)});
+    // With a feed, the setup window's strip carries the check, for desktops without a tray.
+    qputenv("TOVIN_UPDATE_FEED", (base + u"/real/version.json").toUtf8());
+    EXPECT_TRUE(AppShell({clock, idle, screens, ledger, path(u"week.json"_s)}, false).strip().updates);
+    qunsetenv("TOVIN_UPDATE_FEED");
     UpdateDialogs dialogs(controller);
     QSignalSpy alerts(&dialogs, &UpdateDialogs::alertRequested);
     QSignalSpy ended(&dialogs, &UpdateDialogs::fetchEnded);

@@ -31,6 +31,7 @@ QString wholeMinutes(double minutes) {
 AppController::AppController(const AppDependencies& deps, QObject* parent)
     : QObject(parent), clock_(deps.clock), idle_(deps.idle), screens_(deps.screens), ledger_(deps.ledger),
       scheduleURL_(deps.scheduleURL.isEmpty() ? ScheduleStore::url() : deps.scheduleURL),
+      mark_(deps.lockoutMarkURL.isEmpty() ? LockoutMark::defaultPath() : deps.lockoutMarkURL),
       bridge_(scheduleURL_, ledger_, clock_), countdown_(clock_), usage_(clock_, idle_) {
     // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
     // deferral; the usage path neither doubles it nor cuts it short.
@@ -83,6 +84,10 @@ void AppController::reloadSchedule() {
 }
 
 void AppController::startScheduleWatch() {
+    // A lockout the last copy left up: Tovin was killed under it, or the machine restarted.
+    if (const auto cut = mark_.takeAbandoned())
+        recordCutShort(cut->exercise, cut->raisedAt.isValid() ? cut->raisedAt : clock_.now(),
+                       QStringLiteral("Tovin was stopped during the lockout (found at launch)"));
     ScheduleStore::writeExampleIfMissing(scheduleURL_);
     reloadSchedule();
 
@@ -390,6 +395,9 @@ void AppController::raiseLockout(bool rehearsal) {
     finished_ = false;
     raised_ = true;
     rehearsing_ = rehearsal;
+    // On disk while it is up: a lockout cut short from outside is found at the next launch.
+    if (!rehearsal)
+        mark_.set(lockoutExercise(), clock_.now());
     // The break warning's standing counts what another copy of Tovin recorded too.
     ledger_.refresh();
     deferTimer_.reset();
@@ -433,6 +441,7 @@ void AppController::awayBlockTovin(const Block& block) {
     if (finished_)
         return;
     finished_ = true;
+    mark_.clear();
     const double idle = idle_.secondsSinceLastInput();
     // Walking away for the whole block is what was promised; being idle since long before it
     // began (a machine left on all morning) is not.
@@ -451,6 +460,7 @@ void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
     if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
+    mark_.clear();
     journalEnding(QStringLiteral("workout completed"));
     record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, reps, std::nullopt, false});
     if (!rehearsing_)
@@ -468,17 +478,29 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
     if (finished_)
         return;
     finished_ = true;
+    mark_.clear();
     journalEnding(u"promise broken (" + (reason ? toString(*reason) : QStringLiteral("no reason given")) + u')');
-    QString exercise = pendingBlock_ ? pendingBlock_->label
-                                     : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
-    record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, reason, std::nullopt});
+    record({{}, PromiseRecord::Outcome::Broken, lockoutExercise(), 0, 0, reason, std::nullopt});
     standDown();
+}
+
+QString AppController::lockoutExercise() const {
+    return pendingBlock_ ? pendingBlock_->label : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
+}
+
+void AppController::recordCutShort(const QString& exercise, const QDateTime& when, const QString& how) {
+    // Ending Tovin is not a way out: only the designed endings, and the panic, leave no record.
+    Journal::note(QStringLiteral("shield"), u"lockout ended — " + how + u", recorded as broken");
+    PromiseRecord promise{when, PromiseRecord::Outcome::Broken, exercise, 0, 0, PromiseRecord::Reason::Stopped,
+                          std::nullopt};
+    ledger_.record(std::move(promise), false);
 }
 
 void AppController::shieldPanicked() {
     if (finished_)
         return;
     finished_ = true;
+    mark_.clear();
     // The way out that leaves no trace, as the start window promises: not even a journal line.
     clearLockoutMark();
     Q_EMIT quitRequested();
@@ -488,6 +510,7 @@ void AppController::shieldYielded() {
     if (finished_)
         return;
     finished_ = true;
+    mark_.clear();
     journalEnding(QStringLiteral("yielded to the system, nothing recorded"));
     standDown();
 }
@@ -496,6 +519,7 @@ void AppController::shieldTimedOut() {
     if (finished_)
         return;
     finished_ = true;
+    mark_.clear();
     journalEnding(QStringLiteral("the safety valve released the screen, nothing recorded"));
     standDown();
 }
@@ -504,6 +528,7 @@ void AppController::finishTovin(const QString& exercise, qint64 reps, qint64 cle
     if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
+    mark_.clear();
     journalEnding(QStringLiteral("camera coach finished"));
     record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, cleanReps, std::nullopt, false});
     screens_.coachDone(ledger_.streak());
@@ -541,7 +566,7 @@ void AppController::pageFailed(PageRole role, const QString& detail) {
     }
 }
 
-void AppController::screensLost(const QString& why) {
+void AppController::screensLost(const QString& why, bool stoppedFromOutside) {
     prepared_ = false;
     if (!raised_ || finished_) {
         // Only a setup window or a prepared page went; the next need starts a fresh helper.
@@ -557,11 +582,15 @@ void AppController::screensLost(const QString& why) {
         }
         return;
     }
-    // As a page that failed over the shield: no record, and the screen is back (the windows
-    // went with the process). The watch goes on: the next lockout starts a fresh helper.
+    // The screen is back (the windows went with the process). Killed from outside, it is a way
+    // out like any other and on the record; a crash or a hang is Tovin's own fault, and not.
     finished_ = true;
+    mark_.clear();
     Journal::note(QStringLiteral("shield"), u"released — " + why);
-    journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
+    if (stoppedFromOutside && !rehearsing_)
+        recordCutShort(lockoutExercise(), clock_.now(), QStringLiteral("its screen helper was stopped from outside"));
+    else
+        journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
     standDown();
     // Said as it is: like every ending, this one is final until Tovin starts again (the gate on
     // finished lockouts), so the person is told how to have it watch again.
@@ -575,6 +604,7 @@ void AppController::workoutWebFailed(const QString& detail) {
     if (!shieldIsUp() || finished_)
         return;
     finished_ = true;
+    mark_.clear();
     clearLockoutMark();
     // Never hold a machine for a blank window: the screen comes back first.
     screens_.lower();

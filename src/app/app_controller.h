@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/countdown_panel.h"
+#include "app/lockout_mark.h"
 #include "core/calendar.h"
 #include "core/clock.h"
 #include "guards/idle_source.h"
@@ -28,6 +29,8 @@ struct AppDependencies {
     Screens& screens;
     PromiseLedger& ledger;
     QString scheduleURL;
+    // Where a real lockout that is up is marked on disk; by default in tovin's data folder.
+    QString lockoutMarkURL = {};
 };
 
 // The one object that decides when the person is interrupted. Every 30 seconds it asks the
@@ -84,7 +87,7 @@ public:
     void shieldYielded();
     void workoutCompleted(const QString& exercise, qint64 reps);
     void workoutWebFailed(const QString& detail);
-    void screensLost(const QString& why);
+    void screensLost(const QString& why, bool stoppedFromOutside);
     // The camera coach's ending.
     void finishTovin(const QString& exercise, qint64 reps, qint64 cleanReps);
     // A page's message through its bridge, applied here: the person's files are written here.
@@ -125,6 +128,9 @@ public:
     void machineDidWake();
 
     bool lockoutIsOver() const { return finished_; }
+    // A crash of this process (a fault, not a kill) takes the lockout's mark with it: Tovin's
+    // own faults are not broken promises.
+    void clearMarkOnCrash() { mark_.clearOnCrash(); }
     bool hasPendingDeferral() const { return deferTimer_ && deferTimer_->isActive(); }
     std::optional<QDateTime> pausedUntil() const { return pausedUntil_; }
     void setPausedUntil(std::optional<QDateTime> until) { pausedUntil_ = std::move(until); }
@@ -170,12 +176,15 @@ private:
     void journalEnding(const QString& how);
     bool choseCameraCoach() const;
     void record(PromiseRecord promise);
+    QString lockoutExercise() const;
+    void recordCutShort(const QString& exercise, const QDateTime& when, const QString& how);
 
     Clock& clock_;
     IdleSource& idle_;
     Screens& screens_;
     PromiseLedger& ledger_;
     QString scheduleURL_;
+    LockoutMark mark_;
     BridgeMessages bridge_;
     std::optional<QString> webRoot_;
     std::optional<Calendar> pinnedCalendar_;

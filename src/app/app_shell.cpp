@@ -120,18 +120,6 @@ QString AppShell::instanceName() {
     return dir.isEmpty() ? QString() : dir + u"/instance.socket";
 }
 
-namespace {
-// A live process id in the record could be anybody's once the pid is reused: only a Tovin
-// counts as the running copy.
-bool isTovinProcess(qint64 pid) {
-    QFile comm(u"/proc/" + QString::number(pid) + u"/comm");
-    if (!comm.open(QIODevice::ReadOnly))
-        return true; // no /proc here: the live pid is the best there is
-    const QByteArray name = comm.readAll().trimmed();
-    return name == "tovin" || name.startsWith("tovin_"); // tovin_testkey, the test build
-}
-} // namespace
-
 bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     QLocalSocket probe;
     probe.connectToServer(instanceName());
@@ -152,7 +140,7 @@ bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     // callers, or was deleted by hand): it is still the watcher, and taking its name would
     // make two.
     const auto record = InstanceRecord::readLive();
-    if (!running && record && record->pid != ::getpid() && isTovinProcess(record->pid))
+    if (!running && record && record->pid != ::getpid() && isRunningTovin(record->pid))
         running = true;
     if (running) {
         if (pid <= 0 && record)

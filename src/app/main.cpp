@@ -188,6 +188,7 @@ int main(int argc, char* argv[]) {
                          [&] { shell.controller().machineWillSleep(); });
         QObject::connect(sleep.get(), &SleepWatcher::didWake, &app,
                          [&] { shell.controller().machineDidWake(); });
+        shell.controller().clearMarkOnCrash();
         shell.launch();
         break;
     }

@@ -8,6 +8,7 @@
 #include <QLocalSocket>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <fcntl.h>
@@ -79,9 +80,17 @@ void ScreenHelper::ensureRunning() {
     // an update's script) gets neither.
     p->setChildProcessModifier([theirs] { ::fcntl(theirs, F_SETFD, 0); });
     connect(p, &QProcess::finished, this, [this, p](int code, QProcess::ExitStatus status) {
-        if (p == process_)
-            processEnded(status == QProcess::CrashExit ? QStringLiteral("the screen helper crashed")
-                                                       : u"the screen helper ended (code " + QString::number(code) + u')');
+        if (p == process_) {
+            // For a crash exit the code is the signal. The resident's own kills (a hang, the
+            // valve, a slow quit) let go of the process first and never come here.
+            const bool killed = status == QProcess::CrashExit &&
+                                (code == SIGKILL || code == SIGTERM || code == SIGINT || code == SIGHUP || code == SIGQUIT);
+            if (killed)
+                processEnded(u"the screen helper was stopped from outside (signal " + QString::number(code) + u')', true);
+            else
+                processEnded(status == QProcess::CrashExit ? QStringLiteral("the screen helper crashed")
+                                                           : u"the screen helper ended (code " + QString::number(code) + u')');
+        }
         p->deleteLater();
     });
     connect(p, &QProcess::errorOccurred, this, [this, p](QProcess::ProcessError error) {
@@ -97,8 +106,14 @@ void ScreenHelper::ensureRunning() {
     socket_ = s;
     connect(s, &QLocalSocket::readyRead, this, &ScreenHelper::readEvents);
     connect(s, &QLocalSocket::disconnected, this, [this, s] {
-        if (s == socket_)
-            processEnded(QStringLiteral("the screen helper's connection closed"));
+        if (s != socket_)
+            return;
+        // The process's own end usually follows at once and says how it ended (killed from
+        // outside, or crashed); it gets a second before the closed line alone decides.
+        QTimer::singleShot(1000, this, [this, s] {
+            if (s == socket_)
+                processEnded(QStringLiteral("the screen helper's connection closed"));
+        });
     });
     process_ = p;
     greeted_ = false;
@@ -216,7 +231,7 @@ void ScreenHelper::checkAlive() {
         processEnded(u"the screen helper stopped answering for " + QString::number(qint64(limit)) + u" seconds");
 }
 
-void ScreenHelper::processEnded(const QString& why) {
+void ScreenHelper::processEnded(const QString& why, bool stoppedFromOutside) {
     if (!process_)
         return;
     const bool wasShowing = showsAnything();
@@ -235,7 +250,7 @@ void ScreenHelper::processEnded(const QString& why) {
     watch_.stop();
     release();
     if (wasShowing)
-        Q_EMIT screensLost(why);
+        Q_EMIT screensLost(why, stoppedFromOutside);
 }
 
 void ScreenHelper::release() {

@@ -76,7 +76,7 @@ private:
     void readEvents();
     void handle(const QJsonObject& event);
     void checkAlive();
-    void processEnded(const QString& why);
+    void processEnded(const QString& why, bool stoppedFromOutside = false);
     void release();
     void stopWhenIdle();
     bool showsAnything() const;

@@ -5,6 +5,7 @@
 #include "core/json_values.h"
 #include "core/paths.h"
 
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -21,6 +22,16 @@ bool processIsAlive(qint64 pid) {
     return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
 }
 } // namespace
+
+bool isRunningTovin(qint64 pid) {
+    if (!processIsAlive(pid))
+        return false;
+    QFile comm(u"/proc/" + QString::number(pid) + u"/comm");
+    if (!comm.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray name = comm.readAll().trimmed();
+    return name == "tovin" || name.startsWith("tovin_");
+}
 
 QString InstanceRecord::defaultPath() {
     // No private folder, no record: an empty path reads as nobody and is never written.

@@ -26,12 +26,19 @@ std::optional<PromiseRecord::Outcome> outcomeFromString(QStringView text) {
 }
 
 QString toString(PromiseRecord::Reason reason) {
-    return reason == PromiseRecord::Reason::Urgent ? QStringLiteral("Genuinely urgent")
-                                                   : QStringLiteral("Didn't feel like it");
+    switch (reason) {
+    case PromiseRecord::Reason::Urgent:
+        return QStringLiteral("Genuinely urgent");
+    case PromiseRecord::Reason::DidntFeelLikeIt:
+        return QStringLiteral("Didn't feel like it");
+    case PromiseRecord::Reason::Stopped:
+        break;
+    }
+    return QStringLiteral("Tovin was stopped during the lockout");
 }
 
 std::optional<PromiseRecord::Reason> reasonFromString(QStringView text) {
-    for (const auto reason : PromiseRecord::allReasons()) {
+    for (const auto reason : PromiseRecord::allReasons() + QList{PromiseRecord::Reason::Stopped}) {
         if (text == toString(reason))
             return reason;
     }

@@ -13,8 +13,10 @@ namespace tovin {
 // One ended promise: honoured ("tovin") or broken, with what was asked and what was done.
 struct PromiseRecord {
     enum class Outcome { Tovin, Broken };
-    // The raw value is also the display text: what is stored is what the person reads.
-    enum class Reason { Urgent, DidntFeelLikeIt };
+    // The raw value is also the display text: what is stored is what the person reads. The
+    // person chooses between the first two; Stopped is written for a lockout cut short from
+    // outside (Tovin or its screen helper killed, the machine restarted under it).
+    enum class Reason { Urgent, DidntFeelLikeIt, Stopped };
 
     QDateTime date; // whole seconds, UTC
     Outcome outcome = Outcome::Tovin;
@@ -24,6 +26,7 @@ struct PromiseRecord {
     std::optional<Reason> reason;  // only for a broken promise
     std::optional<bool> attested;  // taken on the person's word instead of counted
 
+    // The reasons the break warning offers, in its order.
     static QList<Reason> allReasons() { return {Reason::Urgent, Reason::DidntFeelLikeIt}; }
 
     bool operator==(const PromiseRecord&) const = default;

@@ -117,8 +117,9 @@ Q_SIGNALS:
     // has been told to end.
     void nothingShows();
     // Whatever drew is gone without being asked (it crashed, hung or was killed): any shield
-    // and window it held went with it.
-    void screensLost(const QString& why);
+    // and window it held went with it. `stoppedFromOutside` when a signal it did not send
+    // itself ended it (a kill, not a crash or a hang).
+    void screensLost(const QString& why, bool stoppedFromOutside = false);
 };
 
 } // namespace tovin

@@ -51,7 +51,7 @@ protected:
             built.append({page, prepared});
             return new QLabel(QStringLiteral("workout"));
         });
-        return {clock, idle, *screens, ledger, schedulePath};
+        return {clock, idle, *screens, ledger, schedulePath, markPath};
     }
 
     // A fresh controller, as after a launch.
@@ -85,6 +85,7 @@ protected:
     const bool offscreenBefore = std::exchange(CountdownPanel::offscreenForTests, true);
     QTemporaryDir dir;
     QString schedulePath = dir.filePath(QStringLiteral("schedule.json"));
+    QString markPath = dir.filePath(QStringLiteral("lockout-underway.json"));
     QString webRoot = dir.filePath(QStringLiteral("web"));
     PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
     // Monday 2 March 2026, 09:00 UTC (the pinned calendar is UTC).

@@ -4,6 +4,7 @@
 #include "shield/shield_window.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 using namespace tovin;
 using tovin::fakes::CycleTest;
@@ -86,6 +87,40 @@ TEST_F(LifecycleTest, RacingRaisesAndEndingsActOnce) {
     EXPECT_EQ(terminations, 0);
     EXPECT_TRUE(alerts.isEmpty());
     EXPECT_FALSE(shield().isUp());
+}
+
+// Ending Tovin is no way out. Its helper killed from outside is a broken promise at once; Tovin
+// itself killed leaves the lockout's mark on disk, a broken promise at the next launch; a crash
+// or hang of the helper, and any rehearsal, stay unrecorded; a designed ending takes the mark.
+TEST_F(LifecycleTest, ALockoutCutShortFromOutsideIsOnTheRecord) {
+    const auto stopped = [this](qsizetype n) {
+        return ledger.records().size() == n && ledger.records().last().outcome == Outcome::Broken &&
+               ledger.records().last().reason == PromiseRecord::Reason::Stopped &&
+               ledger.records().last().exercise == u"Nine";
+    };
+    AppController& c = raised();
+    EXPECT_TRUE(QFileInfo::exists(markPath));
+    c.screensLost(QStringLiteral("the screen helper crashed"), false);
+    EXPECT_TRUE(ledger.records().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(markPath));
+
+    raised().screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
+    EXPECT_TRUE(stopped(1));
+    EXPECT_FALSE(QFileInfo::exists(markPath));
+
+    launch().raiseLockout(true); // a rehearsal is never marked
+    EXPECT_FALSE(QFileInfo::exists(markPath));
+    controller->screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
+    EXPECT_EQ(ledger.records().size(), 1);
+
+    raised();
+    const QDateTime raisedAt = clock.now();
+    controller.reset(); // Tovin killed under its lockout: nothing ran to take the mark
+    launch().startScheduleWatch();
+    EXPECT_TRUE(stopped(2));
+    EXPECT_EQ(ledger.records().last().date, QDateTime::fromSecsSinceEpoch(raisedAt.toSecsSinceEpoch(), QTimeZone::utc()));
+    EXPECT_FALSE(QFileInfo::exists(markPath));
+    EXPECT_TRUE(journal(QStringLiteral("shield")).last().contains(u"Tovin was stopped during the lockout (found at launch), recorded as broken"));
 }
 
 TEST_F(LifecycleTest, AnAwayBlockCountsOnlyWhenSomeoneWasThereAndItsValveIsCapped) {

@@ -22,9 +22,10 @@
 #   rehearse --rehearse: the warning leaves "Simulate the system taking the screen" clickable;
 #            a normal launch beside it watches the schedule; Ctrl-Q quits a rehearsal
 #   helper   the screen helper lives only while something shows: gone once the setup window
-#            closes; killed or hung mid-lockout, the screen comes back, journalled, nothing
-#            recorded, and the resident still locks from Ctrl-L; the resident killed mid-lockout
-#            takes the shield with it within a second
+#            closes; killed mid-lockout, the screen comes back and the promise is broken on the
+#            record; hung, the screen comes back with nothing recorded; the resident still locks
+#            from Ctrl-L; the resident killed mid-lockout takes the shield with it within a
+#            second, and its next launch records that lockout as broken
 #   hostile  an unkind neighbour: another user's runtime folder (or a link) stops Tovin with a
 #            message; a same-user forger with the helper stopped reaches nothing that takes a
 #            command and records nothing; a helper handed a stranger's socket refuses it; 1,100
@@ -411,8 +412,10 @@ helper)
         sh -c "! tr '\\0' '\\n' < /proc/$h/environ | grep -q '^SESSION_MANAGER='"
     kill -KILL "$h"
     check "the helper killed mid-lockout gives the screen back" waitfor 10 sh -c "! '$xshot' '$shots/helper-after.png' --covered >/dev/null"
-    check "the journal says why" waitfor 5 journal_has '\[shield\] released — the screen helper'
-    check "nothing is recorded" test "$(records)" = 0
+    check "the journal says why" waitfor 5 journal_has '\[shield\] released — the screen helper was stopped from outside (signal 9)'
+    # Ending Tovin is no way out: killed from outside, the lockout is a broken promise.
+    check "... and it is a broken promise on the record" waitfor 5 ledger_has '"reason": "Tovin was stopped during the lockout"'
+    check "exactly one" test "$(records)" = 1
     check "the resident keeps running" alive
     check "the person is told" waitfor 5 small_window
     shot alert
@@ -428,7 +431,7 @@ helper)
     echo "     figures: helper stopped → screen back: $((SECONDS - hung_at)) s (it has 10 s to answer)"
     check "... ended, not left stopped" waitfor 5 gone "$h"
     check "the journal says why" journal_has '\[shield\] released — the screen helper stopped answering for 10 seconds'
-    check "still nothing recorded" test "$(records)" = 0
+    check "a hang is Tovin's own fault: nothing more recorded" test "$(records)" = 1
     check "a second launch brings the setup window back" open_setup_again
     check "Ctrl-L in it locks at once" lock_from_setup
     check "... over both screens" waitfor 20 covered
@@ -437,7 +440,11 @@ helper)
     sleep 1
     check "the resident killed mid-lockout takes the shield with it within a second" sh -c "! '$xshot' '$shots/helper-gone.png' --covered >/dev/null"
     check "... and the helper" waitfor 3 sh -c "! pgrep -x tovin-screens >/dev/null"
-    check "nothing is recorded" test "$(records)" = 0
+    check "nothing is recorded while Tovin is not running" test "$(records)" = 1
+    launch "$tovin"
+    check "started again, it finds the lockout cut short and records it as broken" waitfor 20 sh -c "test \$(grep -c 'Tovin was stopped during the lockout' '$data/promises.json') = 2"
+    check "... and says so in the journal" journal_has 'Tovin was stopped during the lockout (found at launch), recorded as broken'
+    check "exactly two records" test "$(records)" = 2
     ;;
 hostile)
     uid=$(id -u)

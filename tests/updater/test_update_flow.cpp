@@ -231,10 +231,10 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     CountdownPanel::offscreenForTests = true;
     LocalScreens screens(clock);
     PromiseLedger ledger(path(u"ledger.json"_s));
-    AppController controller({clock, idle, screens, ledger, path(u"week.json"_s)});
+    AppController controller({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)});
     // With a feed, the setup window's strip carries the check, for desktops without a tray.
     qputenv("TOVIN_UPDATE_FEED", (base + u"/real/version.json").toUtf8());
-    EXPECT_TRUE(AppShell({clock, idle, screens, ledger, path(u"week.json"_s)}, false).strip().updates);
+    EXPECT_TRUE(AppShell({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)}, false).strip().updates);
     qunsetenv("TOVIN_UPDATE_FEED");
     UpdateDialogs dialogs(controller);
     QSignalSpy alerts(&dialogs, &UpdateDialogs::alertRequested);

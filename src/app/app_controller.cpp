@@ -560,7 +560,7 @@ void AppController::pageFailed(PageRole role, const QString& detail) {
         Journal::note(QStringLiteral("shield"), u"the setup screen failed — " + detail.section(u'\n', 0, 0));
         screens_.hideSetup();
         Q_EMIT alertRequested(QStringLiteral("The setup screen didn't load."),
-                              u"Tovin keeps watching your schedule; open the setup window again to retry.\n\n" +
+                              u"Nothing was locked. Open the setup window again to retry.\n\n" +
                                   detail);
         break;
     }
@@ -594,10 +594,14 @@ void AppController::screensLost(const QString& why, bool stoppedFromOutside) {
     standDown();
     // Said as it is: like every ending, this one is final until Tovin starts again (the gate on
     // finished lockouts), so the person is told how to have it watch again.
+    const QString record = stoppedFromOutside && !rehearsing_
+                               ? QStringLiteral("It was stopped from outside, so this lockout is on the "
+                                                "record as a broken promise. ")
+                               : QString();
     Q_EMIT alertRequested(QStringLiteral("The workout screen stopped."),
-                          QStringLiteral("Tovin released your screen rather than hold it without a watcher. "
-                                         "Nothing more locks until you quit Tovin and open it again, or "
-                                         "choose Lock Me Out Now."));
+                          u"Tovin released your screen rather than hold it without a watcher. " + record +
+                              u"Nothing more locks until you quit Tovin and open it again, or choose "
+                              u"Lock Me Out Now.");
 }
 
 void AppController::workoutWebFailed(const QString& detail) {

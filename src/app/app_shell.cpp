@@ -315,6 +315,8 @@ void AppShell::openSetupWindow() {
 }
 
 void AppShell::lockNow(bool rehearsal) {
+    // A copy launched to rehearse only ever rehearses, whatever its setup window asks.
+    rehearsal = rehearsal || launchedForRehearsal_;
     // A lockout asked for by hand is on the record like any other.
     Journal::note(QStringLiteral("shield"), rehearsal ? QStringLiteral("rehearsal asked for from the menu")
                                                       : QStringLiteral("Lock Me Out Now — asked for from the menu"));

@@ -21,8 +21,11 @@ namespace {
 // Kept where a signal handler can reach it: only async-signal-safe calls may use it.
 char crashPath[4096];
 
-extern "C" void removeMarkAndDie(int signal) {
-    ::unlink(crashPath);
+extern "C" void removeMarkAndDie(int signal, siginfo_t* info, void*) {
+    // A fault of this process's own; the same signal sent by somebody else (kill -SEGV) is a
+    // kill from outside like any other, and the mark stays for the next launch to find.
+    if (info->si_code > 0 || info->si_pid == ::getpid())
+        ::unlink(crashPath);
     // The default action again, so the crash is still a crash (a core, the right exit status).
     ::signal(signal, SIG_DFL);
     ::raise(signal);
@@ -43,7 +46,14 @@ void LockoutMark::set(const QString& exercise, const QDateTime& raisedAt) {
 }
 
 void LockoutMark::clear() {
-    QFile::remove(path_);
+    // Only this copy's own: a second copy (a layout check) ending its lockout must not take the
+    // mark of the one the watcher holds.
+    const auto bytes = readWholeFile(path_, 64 * 1024);
+    if (!bytes)
+        return;
+    const auto pid = jsonInteger(QJsonDocument::fromJson(*bytes).object().value(u"pid"));
+    if (!pid || *pid == ::getpid())
+        QFile::remove(path_);
 }
 
 std::optional<LockoutMark::Mark> LockoutMark::takeAbandoned() {
@@ -55,7 +65,7 @@ std::optional<LockoutMark::Mark> LockoutMark::takeAbandoned() {
     mark.pid = jsonInteger(o.value(u"pid")).value_or(0);
     if (mark.pid > 0 && mark.pid != ::getpid() && isRunningTovin(mark.pid))
         return std::nullopt; // its copy still runs, and still holds that lockout
-    clear();
+    QFile::remove(path_);
     mark.exercise = o.value(u"exercise").toString();
     mark.raisedAt = parseIsoInstant(o.value(u"raisedAt").toString()).value_or(QDateTime());
     return mark;
@@ -66,8 +76,18 @@ void LockoutMark::clearOnCrash() {
     if (native.size() >= qsizetype(sizeof crashPath))
         return;
     std::memcpy(crashPath, native.constData(), size_t(native.size()) + 1);
+    // A stack of its own, so a stack overflow's fault still runs the handler.
+    static char altStack[64 * 1024];
+    stack_t stack{};
+    stack.ss_sp = altStack;
+    stack.ss_size = sizeof altStack;
+    ::sigaltstack(&stack, nullptr);
+    struct sigaction action {};
+    action.sa_sigaction = removeMarkAndDie;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
     for (const int signal : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL})
-        ::signal(signal, removeMarkAndDie);
+        ::sigaction(signal, &action, nullptr);
 }
 
 } // namespace tovin

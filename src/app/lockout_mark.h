@@ -24,12 +24,14 @@ public:
     static QString defaultPath();
 
     void set(const QString& exercise, const QDateTime& raisedAt);
+    // Takes this copy's own mark away (another copy's stays).
     void clear();
     // The mark left by a copy of Tovin that no longer runs, taken away as it is read; none when
     // there is none, or when the copy that made it still runs (a second copy's own lockout).
     std::optional<Mark> takeAbandoned();
 
-    // From now on a crash (a fault signal) removes the mark before the process dies.
+    // From now on a crash (a fault of this process's own, not the same signal sent by somebody
+    // else) removes the mark before the process dies.
     void clearOnCrash();
 
 private:

@@ -167,6 +167,9 @@ int main(int argc, char* argv[]) {
     // person has nothing left to reach it by, so it ends rather than run on unseen.
     if (mode == LaunchMode::LayoutCheck || mode == LaunchMode::Rehearse)
         QObject::connect(&screens, &Screens::nothingShows, &shell, &AppShell::quit);
+    // Every copy that may hold a real lockout (a layout check's Begin) takes its mark with it
+    // when it crashes.
+    shell.controller().clearMarkOnCrash();
     switch (mode) {
     case LaunchMode::LayoutCheck:
         shell.showStartWindow();
@@ -188,7 +191,6 @@ int main(int argc, char* argv[]) {
                          [&] { shell.controller().machineWillSleep(); });
         QObject::connect(sleep.get(), &SleepWatcher::didWake, &app,
                          [&] { shell.controller().machineDidWake(); });
-        shell.controller().clearMarkOnCrash();
         shell.launch();
         break;
     }

@@ -111,6 +111,10 @@ void ScreenHelper::ensureRunning() {
         // The process's own end usually follows at once and says how it ended (killed from
         // outside, or crashed); it gets a second before the closed line alone decides.
         QTimer::singleShot(1000, this, [this, s] {
+            // A busy resident may come here before it has looked at the exit: a process already
+            // gone is reaped now, and its own end is told (the finished handler runs in here).
+            if (s == socket_ && process_ && process_->waitForFinished(100))
+                return;
             if (s == socket_)
                 processEnded(QStringLiteral("the screen helper's connection closed"));
         });
@@ -251,6 +255,9 @@ void ScreenHelper::processEnded(const QString& why, bool stoppedFromOutside) {
     release();
     if (wasShowing)
         Q_EMIT screensLost(why, stoppedFromOutside);
+    // Unless the loss itself brought something back (a rehearsal's end opens the setup window).
+    if (!showsAnything())
+        Q_EMIT nothingShows();
 }
 
 void ScreenHelper::release() {
@@ -372,6 +379,8 @@ void ScreenHelper::enforceValve(const QDateTime& now) {
     watch_.stop();
     release();
     Q_EMIT shieldTimedOut();
+    if (!showsAnything())
+        Q_EMIT nothingShows();
 }
 
 void ScreenHelper::showStanding(const QString& json) {

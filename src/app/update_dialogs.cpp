@@ -3,6 +3,7 @@
 #include "app/app_controller.h"
 #include "journal/journal.h"
 
+#include <QCoreApplication>
 #include <QDialog>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -21,7 +22,9 @@ const QString notInstalled = QStringLiteral("The update wasn't installed.");
 
 UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
     : QObject(parent), controller_(controller) {
-    quitting = [this] { Q_EMIT controller_.quitRequested(); };
+    // The hand-over waits for this copy to end: it ends now, not once some alert is read (while
+    // it lingers, no lockout may start).
+    quitting = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
     connect(&controller_, &AppController::ticked, this, [this] {
         if (waiting_ && !controller_.lockoutUnderway())
             install(std::exchange(waiting_, std::nullopt)->second);

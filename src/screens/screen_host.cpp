@@ -175,7 +175,8 @@ void ScreenHost::run(const QJsonObject& c) {
                            QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
         // Every opening gets its first report, changed or not: until it arrives the resident
         // counts the window as in use.
-        QTimer::singleShot(0, this, [this] { reportSetup(true); });
+        setupOpened_.start();
+        QTimer::singleShot(firstReportWithinMs, this, [this] { reportSetup(false); });
     } else if (name == u"strip")
         screens_.updateStrip(decodeStrip(c.value(u"strip").toObject()));
     else if (name == u"hideSetup")
@@ -189,6 +190,14 @@ void ScreenHost::run(const QJsonObject& c) {
 void ScreenHost::reportSetup(bool always) {
     const bool active = screens_.setupIsActive();
     const bool visible = screens_.setupIsVisible();
+    // Just opened, the window waits for the window manager to hand it the keyboard: until it
+    // has it (or two seconds pass), "not in use" would be a guess the resident acts on.
+    if (setupOpened_.isValid()) {
+        if (visible && !active && setupOpened_.elapsed() < firstReportWithinMs)
+            return;
+        setupOpened_.invalidate();
+        always = true;
+    }
     if (!always && active == lastActive_ && visible == lastVisible_)
         return;
     lastActive_ = active;

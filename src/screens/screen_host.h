@@ -25,6 +25,8 @@ public:
     bool attach(int fd, QString* why);
 
     static constexpr int heartbeatMs = 1000;
+    // The longest a newly opened setup window waits for the keyboard before it is reported.
+    static constexpr int firstReportWithinMs = 2000;
 
 private:
     void send(const QJsonObject& event);
@@ -41,6 +43,7 @@ private:
     bool lastActive_ = false;
     bool lastVisible_ = false;
     qint64 setupGeneration_ = 0;
+    QElapsedTimer setupOpened_;
 };
 
 } // namespace tovin

@@ -56,6 +56,7 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecordAndClearsTheMidWorkoutMark
         EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
         EXPECT_FALSE(shield().isUp()) << c.ending;
         EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
+        EXPECT_FALSE(QFileInfo::exists(markPath)) << c.ending << ": a designed ending is no cut-short lockout";
         if (c.expected) {
             ASSERT_EQ(ledger.records().size(), 1) << c.ending;
             PromiseRecord got = ledger.records()[0];

@@ -45,4 +45,4 @@ tally() { # the last line a run prints, and its exit status
 
 journal_has() { grep -q -- "$1" "$data/tovin.log" 2>/dev/null; }
 ledger_has() { grep -q -- "$1" "$data/promises.json" 2>/dev/null; }
-records() { grep -c '"outcome"' "$data/promises.json" 2>/dev/null || echo 0; }
+records() { local n; n=$(grep -c '"outcome"' "$data/promises.json" 2>/dev/null); echo "${n:-0}"; }

@@ -63,7 +63,8 @@ int main(int argc, char* argv[]) {
     QList<double> covered;
     for (int i = 0; i < runs; ++i) {
         ScreenHelper screens(clock, QStringLiteral(TOVIN_SCREENS_PROGRAM));
-        AppController c({clock, idle, screens, ledger, dir.filePath(QStringLiteral("schedule.json")),
+        AppController c({clock, idle, screens, ledger,
+                         dir.filePath(QStringLiteral("schedule.json")),
                          dir.filePath(QStringLiteral("lockout-underway.json"))});
         c.setCalendar(Calendar::utc());
         bool prepared = false;

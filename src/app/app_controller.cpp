@@ -29,10 +29,16 @@ QString wholeMinutes(double minutes) {
 } // namespace
 
 AppController::AppController(const AppDependencies& deps, QObject* parent)
-    : QObject(parent), clock_(deps.clock), idle_(deps.idle), screens_(deps.screens), ledger_(deps.ledger),
-      scheduleURL_(deps.scheduleURL.isEmpty() ? ScheduleStore::url() : deps.scheduleURL),
-      mark_(deps.lockoutMarkURL.isEmpty() ? LockoutMark::defaultPath() : deps.lockoutMarkURL),
-      bridge_(scheduleURL_, ledger_, clock_), countdown_(clock_), usage_(clock_, idle_) {
+    : QObject(parent)
+    , clock_(deps.clock)
+    , idle_(deps.idle)
+    , screens_(deps.screens)
+    , ledger_(deps.ledger)
+    , scheduleURL_(deps.scheduleURL.isEmpty() ? ScheduleStore::url() : deps.scheduleURL)
+    , mark_(deps.lockoutMarkURL.isEmpty() ? LockoutMark::defaultPath() : deps.lockoutMarkURL)
+    , bridge_(scheduleURL_, ledger_, clock_)
+    , countdown_(clock_)
+    , usage_(clock_, idle_) {
     // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
     // deferral; the usage path neither doubles it nor cuts it short.
     connect(&usage_, &UsageWatcher::due, this, [this] {
@@ -264,7 +270,8 @@ void AppController::warnThenLock() {
     if (countdown_.isShowing())
         return;
     if (standingAside_) {
-        Journal::state(QStringLiteral("update"), QStringLiteral("installing — no lockout starts until the new version runs"));
+        Journal::state(QStringLiteral("update"),
+                       QStringLiteral("installing — no lockout starts until the new version runs"));
         return;
     }
     const int snoozesLeft = std::max(0, Settings::snoozesPerLockout() - snoozesUsed_);
@@ -485,14 +492,16 @@ void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason)
 }
 
 QString AppController::lockoutExercise() const {
-    return pendingBlock_ ? pendingBlock_->label : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
+    return pendingBlock_ ? pendingBlock_->label
+                         : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
 }
 
-void AppController::recordCutShort(const QString& exercise, const QDateTime& when, const QString& how) {
+void AppController::recordCutShort(const QString& exercise, const QDateTime& when,
+                                   const QString& how) {
     // Ending Tovin is not a way out: only the designed endings, and the panic, leave no record.
     Journal::note(QStringLiteral("shield"), u"lockout ended — " + how + u", recorded as broken");
-    PromiseRecord promise{when, PromiseRecord::Outcome::Broken, exercise, 0, 0, PromiseRecord::Reason::Stopped,
-                          std::nullopt};
+    PromiseRecord promise{when, PromiseRecord::Outcome::Broken, exercise,    0,
+                          0,    PromiseRecord::Reason::Stopped, std::nullopt};
     ledger_.record(std::move(promise), false);
 }
 
@@ -588,20 +597,23 @@ void AppController::screensLost(const QString& why, bool stoppedFromOutside) {
     mark_.clear();
     Journal::note(QStringLiteral("shield"), u"released — " + why);
     if (stoppedFromOutside && !rehearsing_)
-        recordCutShort(lockoutExercise(), clock_.now(), QStringLiteral("its screen helper was stopped from outside"));
+        recordCutShort(lockoutExercise(), clock_.now(),
+                       QStringLiteral("its screen helper was stopped from outside"));
     else
         journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
     standDown();
     // Said as it is: like every ending, this one is final until Tovin starts again (the gate on
     // finished lockouts), so the person is told how to have it watch again.
-    const QString record = stoppedFromOutside && !rehearsing_
-                               ? QStringLiteral("It was stopped from outside, so this lockout is on the "
-                                                "record as a broken promise. ")
-                               : QString();
-    Q_EMIT alertRequested(QStringLiteral("The workout screen stopped."),
-                          u"Tovin released your screen rather than hold it without a watcher. " + record +
-                              u"Nothing more locks until you quit Tovin and open it again, or choose "
-                              u"Lock Me Out Now.");
+    const QString record =
+        stoppedFromOutside && !rehearsing_
+            ? QStringLiteral("It was stopped from outside, so this lockout is on the "
+                             "record as a broken promise. ")
+            : QString();
+    Q_EMIT alertRequested(
+        QStringLiteral("The workout screen stopped."),
+        u"Tovin released your screen rather than hold it without a watcher. " + record +
+            u"Nothing more locks until you quit Tovin and open it again, or choose "
+            u"Lock Me Out Now.");
 }
 
 void AppController::workoutWebFailed(const QString& detail) {

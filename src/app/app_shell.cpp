@@ -22,7 +22,6 @@
 #include <QLocalSocket>
 
 #include <cstdio>
-
 #include <unistd.h>
 
 namespace tovin {

@@ -26,7 +26,8 @@ bool InstanceServer::start() {
     QString why;
     if (!paths::isPrivateDir(QFileInfo(name_).absolutePath(), &why)) {
         if (why != refusedBecause_)
-            Journal::note(QStringLiteral("launch"), u"the instance socket is not listening: " + why);
+            Journal::note(QStringLiteral("launch"),
+                          u"the instance socket is not listening: " + why);
         refusedBecause_ = why;
         return false;
     }

@@ -12,7 +12,6 @@
 
 #include <csignal>
 #include <cstring>
-
 #include <unistd.h>
 
 namespace tovin {
@@ -32,7 +31,9 @@ extern "C" void removeMarkAndDie(int signal, siginfo_t* info, void*) {
 }
 } // namespace
 
-LockoutMark::LockoutMark(QString path) : path_(std::move(path)) {}
+LockoutMark::LockoutMark(QString path)
+    : path_(std::move(path)) {
+}
 
 QString LockoutMark::defaultPath() {
     return paths::dataDir() + u"/lockout-underway.json";

@@ -6,12 +6,12 @@
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
-#include "shield/shield_style.h"
-#include "shield/window_system.h"
-#include "journal/journal.h"
 #include "journal/diagnostics.h"
+#include "journal/journal.h"
 #include "promises/promise_ledger.h"
 #include "schedule/schedule_store.h"
+#include "shield/shield_style.h"
+#include "shield/window_system.h"
 #include "updater/dry_run.h"
 #include "updater/updater.h"
 
@@ -22,7 +22,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -77,7 +76,8 @@ bool runtimeFolderIsSafe() {
 // nothing at all. As root (test machines, some people's own), the engine runs unsandboxed, and
 // the journal and --why say so.
 const bool asRoot = ::geteuid() == 0;
-const QString rootNote = QStringLiteral("running as root, so the web engine runs without its sandbox");
+const QString rootNote =
+    QStringLiteral("running as root, so the web engine runs without its sandbox");
 
 // Sockets, the helper's pipe and the X connection all need descriptors; the soft limit is often
 // a fraction of what the system allows this user, and running out must never be what ends a
@@ -85,7 +85,8 @@ const QString rootNote = QStringLiteral("running as root, so the web engine runs
 void raiseDescriptorLimit() {
     struct rlimit limit {};
     constexpr rlim_t enough = 16384;
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < std::min(limit.rlim_max, enough)) {
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+        limit.rlim_cur < std::min(limit.rlim_max, enough)) {
         limit.rlim_cur = std::min(limit.rlim_max, enough);
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }

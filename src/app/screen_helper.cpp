@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -24,7 +23,9 @@ QJsonObject command(const char* name) {
 } // namespace
 
 ScreenHelper::ScreenHelper(Clock& clock, QString program, QObject* parent)
-    : Screens(parent), clock_(clock), program_(std::move(program)) {
+    : Screens(parent)
+    , clock_(clock)
+    , program_(std::move(program)) {
     // The helper runs in real time whatever clock drives the schedule, so its silence is
     // measured on a real one.
     watch_.setInterval(1000);
@@ -60,13 +61,16 @@ void ScreenHelper::ensureRunning() {
     // process started below.
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-        const QString why = u"the screen helper could not start — " +
-                            QString::fromLocal8Bit(std::strerror(errno));
+        const QString why =
+            u"the screen helper could not start — " + QString::fromLocal8Bit(std::strerror(errno));
         // Nothing was shown, and nothing will be: say so rather than claim a shield.
-        QMetaObject::invokeMethod(this, [this, why, wasShowing = showsAnything()] {
-            if (wasShowing)
-                Q_EMIT screensLost(why);
-        }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this,
+            [this, why, wasShowing = showsAnything()] {
+                if (wasShowing)
+                    Q_EMIT screensLost(why);
+            },
+            Qt::QueuedConnection);
         release();
         return;
     }
@@ -84,12 +88,17 @@ void ScreenHelper::ensureRunning() {
             // For a crash exit the code is the signal. The resident's own kills (a hang, the
             // valve, a slow quit) let go of the process first and never come here.
             const bool killed = status == QProcess::CrashExit &&
-                                (code == SIGKILL || code == SIGTERM || code == SIGINT || code == SIGHUP || code == SIGQUIT);
+                                (code == SIGKILL || code == SIGTERM || code == SIGINT ||
+                                 code == SIGHUP || code == SIGQUIT);
             if (killed)
-                processEnded(u"the screen helper was stopped from outside (signal " + QString::number(code) + u')', true);
+                processEnded(u"the screen helper was stopped from outside (signal " +
+                                 QString::number(code) + u')',
+                             true);
             else
-                processEnded(status == QProcess::CrashExit ? QStringLiteral("the screen helper crashed")
-                                                           : u"the screen helper ended (code " + QString::number(code) + u')');
+                processEnded(status == QProcess::CrashExit
+                                 ? QStringLiteral("the screen helper crashed")
+                                 : u"the screen helper ended (code " + QString::number(code) +
+                                       u')');
         }
         p->deleteLater();
     });
@@ -391,7 +400,8 @@ void ScreenHelper::coachDone(int streak) {
     send({{QStringLiteral("do"), QStringLiteral("coachDone")}, {QStringLiteral("streak"), streak}});
 }
 
-void ScreenHelper::openSetup(const QString& /*webRoot: the helper serves its own*/, const QJsonObject& native, const SetupStrip& strip,
+void ScreenHelper::openSetup(const QString& /*webRoot: the helper serves its own*/,
+                             const QJsonObject& native, const SetupStrip& strip,
                              const QByteArray& geometry) {
     setupVisible_ = true;
     // In use until the helper says otherwise: a block due the moment Tovin opens must not go

@@ -86,7 +86,8 @@ int runSelfTest() {
     {
         // The real screen helper, drawing offscreen; this side keeps a hand-moved clock.
         ScreenHelper screens(clock);
-        AppController c({clock, idle, screens, ledger, schedule, dir.filePath(QStringLiteral("lockout-underway.json"))});
+        AppController c({clock, idle, screens, ledger, schedule,
+                         dir.filePath(QStringLiteral("lockout-underway.json"))});
         c.setCalendar(Calendar::utc());
         c.setRehearsalOnly(true);
         QObject::connect(&c, &AppController::setupWindowWanted, [&] { ++setupOpened; });

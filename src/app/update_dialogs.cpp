@@ -24,7 +24,9 @@ UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
     : QObject(parent), controller_(controller) {
     // The hand-over waits for this copy to end: it ends now, not once some alert is read (while
     // it lingers, no lockout may start).
-    quitting = [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); };
+    quitting = [] {
+        QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    };
     connect(&controller_, &AppController::ticked, this, [this] {
         if (waiting_ && !controller_.lockoutUnderway())
             install(std::exchange(waiting_, std::nullopt)->second);

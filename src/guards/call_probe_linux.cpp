@@ -8,7 +8,8 @@ namespace {
 
 class LinuxCallProbe final : public CallProbe {
 public:
-    explicit LinuxCallProbe(std::function<QList<qint64>()> ourOthers) : ourOthers_(std::move(ourOthers)) {}
+    explicit LinuxCallProbe(std::function<QList<qint64>()> ourOthers)
+        : ourOthers_(std::move(ourOthers)) {}
 
     bool microphoneIsLive() override {
         if (const auto pulse = readPulseMicrophone(500, ours()))
@@ -16,7 +17,8 @@ public:
         return scanAlsaCapture().running;
     }
     bool cameraIsLive() override {
-        return anotherProcessHoldsVideoDevice(QStringLiteral("/dev"), QStringLiteral("/proc"), ours());
+        return anotherProcessHoldsVideoDevice(QStringLiteral("/dev"), QStringLiteral("/proc"),
+                                              ours());
     }
     int inputDeviceCount() override {
         if (const auto pulse = readPulseMicrophone())

@@ -98,7 +98,8 @@ QString bounded(const QString& message) {
 QString oneLine(QString text) {
     for (QChar& c : text) {
         const auto cat = c.category();
-        if (cat == QChar::Other_Control || cat == QChar::Separator_Line || cat == QChar::Separator_Paragraph)
+        if (cat == QChar::Other_Control || cat == QChar::Separator_Line ||
+            cat == QChar::Separator_Paragraph)
             c = u' ';
     }
     return text;

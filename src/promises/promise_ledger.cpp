@@ -13,7 +13,6 @@
 #include <QTimeZone>
 
 #include <algorithm>
-
 #include <sys/stat.h>
 
 namespace tovin {
@@ -27,8 +26,9 @@ bool isHeld(const PromiseRecord& r) {
 }
 
 void sortByDate(QList<PromiseRecord>& records) {
-    std::stable_sort(records.begin(), records.end(),
-                     [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
+    std::stable_sort(
+        records.begin(), records.end(),
+        [](const PromiseRecord& a, const PromiseRecord& b) { return a.date < b.date; });
 }
 
 // Which version of the file is on disk: every save renames a new file into place, so a write by
@@ -37,18 +37,20 @@ PromiseLedger::DiskVersion versionOf(const QString& path) {
     struct stat st {};
     if (::stat(QFile::encodeName(path).constData(), &st) != 0)
         return {};
-    return {qint64(st.st_ino), qint64(st.st_size), qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+    return {qint64(st.st_ino), qint64(st.st_size),
+            qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
 }
 } // namespace
 
-QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& preferred, const QList<PromiseRecord>& other) {
+QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& preferred,
+                                           const QList<PromiseRecord>& other) {
     // A record is the same promise on both sides when it ended at the same second the same way,
     // with the same exercise and counts; what may differ (attested, set by an account's merge)
     // is taken from the preferred side. Each promise appears as many times as the side holding
     // it most: the other copy's new records join, none is doubled.
     const auto samePromise = [](const PromiseRecord& a, const PromiseRecord& b) {
-        return a.date == b.date && a.outcome == b.outcome && a.exercise == b.exercise && a.reps == b.reps &&
-               a.cleanReps == b.cleanReps;
+        return a.date == b.date && a.outcome == b.outcome && a.exercise == b.exercise &&
+               a.reps == b.reps && a.cleanReps == b.cleanReps;
     };
     QList<PromiseRecord> all = preferred;
     QList<PromiseRecord> unmatched = preferred;

@@ -54,7 +54,8 @@ public:
 
     // Every promise of both lists, each as many times as the list holding it most, by date; a
     // promise on both sides comes as the preferred side holds it.
-    static QList<PromiseRecord> merged(const QList<PromiseRecord>& preferred, const QList<PromiseRecord>& other);
+    static QList<PromiseRecord> merged(const QList<PromiseRecord>& preferred,
+                                       const QList<PromiseRecord>& other);
 
     // Which file is on disk (inode, size, modification time): a change means somebody wrote.
     struct DiskVersion {

@@ -6,13 +6,11 @@
 #include "shield/shield_window.h"
 #include "workoutweb/bundle_routes.h"
 
+#include <QCoreApplication>
 #include <QScreen>
 #include <QWindow>
 
 #include <algorithm>
-
-#include <QCoreApplication>
-
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -108,11 +106,12 @@ bool ScreenHost::attach(int fd, QString* why) {
     socklen_t size = sizeof peer;
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != ::getuid() ||
         peer.pid != ::getppid()) {
-        *why = QStringLiteral("the other end of descriptor %1 is not the resident that started this "
-                              "helper (pid %2, uid %3)")
-                   .arg(fd)
-                   .arg(peer.pid)
-                   .arg(peer.uid);
+        *why =
+            QStringLiteral("the other end of descriptor %1 is not the resident that started this "
+                           "helper (pid %2, uid %3)")
+                .arg(fd)
+                .arg(peer.pid)
+                .arg(peer.uid);
         return false;
     }
 #endif
@@ -156,8 +155,8 @@ void ScreenHost::run(const QJsonObject& c) {
     else if (name == u"drop")
         screens_.dropPrepared();
     else if (name == u"raise")
-        screens_.raise(bundled(decodePage(c.value(u"page").toObject())), c.value(u"rehearsal").toBool(),
-                       c.value(u"valve").toDouble(15));
+        screens_.raise(bundled(decodePage(c.value(u"page").toObject())),
+                       c.value(u"rehearsal").toBool(), c.value(u"valve").toDouble(15));
     else if (name == u"lower")
         screens_.lower();
     else if (name == u"valve") {
@@ -170,8 +169,8 @@ void ScreenHost::run(const QJsonObject& c) {
     else if (name == u"setup") {
         // Reports from now on answer this opening; the resident drops any older one.
         setupGeneration_ = c.value(u"gen").toInteger();
-        screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()), c.value(u"native").toObject(),
-                           decodeStrip(c.value(u"strip").toObject()),
+        screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()),
+                           c.value(u"native").toObject(), decodeStrip(c.value(u"strip").toObject()),
                            QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
         // Every opening gets its first report, changed or not: until it arrives the resident
         // counts the window as in use.

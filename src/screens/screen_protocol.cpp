@@ -81,15 +81,17 @@ LockoutPage decodePage(const QJsonObject& o) {
 }
 
 QJsonObject encode(const SetupStrip& s) {
-    return {{QStringLiteral("status"), s.status},         {QStringLiteral("standing"), s.standing},   {QStringLiteral("paused"), s.paused},
-            {QStringLiteral("loginTitle"), s.loginTitle}, {QStringLiteral("loginOn"), s.loginOn},     {QStringLiteral("loginBlocked"), s.loginBlocked},
-            {QStringLiteral("updates"), s.updates}};
+    return {
+        {QStringLiteral("status"), s.status},   {QStringLiteral("standing"), s.standing},
+        {QStringLiteral("paused"), s.paused},   {QStringLiteral("loginTitle"), s.loginTitle},
+        {QStringLiteral("loginOn"), s.loginOn}, {QStringLiteral("loginBlocked"), s.loginBlocked},
+        {QStringLiteral("updates"), s.updates}};
 }
 
 SetupStrip decodeStrip(const QJsonObject& o) {
-    return {o.value(u"status").toString(),     o.value(u"standing").toString(),
-            o.value(u"paused").toBool(),       o.value(u"loginTitle").toString(),
-            o.value(u"loginOn").toBool(),      o.value(u"loginBlocked").toBool(),
+    return {o.value(u"status").toString(), o.value(u"standing").toString(),
+            o.value(u"paused").toBool(),   o.value(u"loginTitle").toString(),
+            o.value(u"loginOn").toBool(),  o.value(u"loginBlocked").toBool(),
             o.value(u"updates").toBool()};
 }
 

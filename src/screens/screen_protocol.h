@@ -10,8 +10,9 @@
 namespace tovin {
 
 // The wire between the resident and the screen helper: one compact JSON object per line, over a
-// socket pair the resident makes and the helper inherits: no name, nobody else on it. The resident sends commands ("do"), the helper sends
-// events ("ev"). Unknown commands and events are ignored, so either side may be newer.
+// socket pair the resident makes and the helper inherits: no name, nobody else on it. The resident
+// sends commands ("do"), the helper sends events ("ev"). Unknown commands and events are ignored,
+// so either side may be newer.
 //
 // Commands, resident → helper:
 //   {"do":"prepare","page":PAGE}          build a lockout's page behind its countdown

@@ -71,7 +71,8 @@ StartWindow::StartWindow(const StartCard& card) {
     connect(begin, &QPushButton::clicked, this, &StartWindow::begin);
     // Return begins wherever the focus is: a plain window has no default button of its own.
     for (const int key : {Qt::Key_Return, Qt::Key_Enter})
-        connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, begin, &QPushButton::click);
+        connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, begin,
+                &QPushButton::click);
     adjustSize();
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());

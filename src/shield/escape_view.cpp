@@ -3,8 +3,6 @@
 #include "shield/hold_button.h"
 #include "shield/shield_style.h"
 
-#include <QPushButton>
-
 #include <QApplication>
 #include <QGridLayout>
 #include <QKeyEvent>
@@ -63,8 +61,9 @@ void EscapeView::begin() {
     stack_->addWidget(hold_, 0, Qt::AlignHCenter);
     hold_->show();
 
-    panicLabel_ = addLabel(QStringLiteral("Mouse not working? Hold Space. Still stuck? Keep tapping Esc."),
-                           12, QFont::Normal, 0.3);
+    panicLabel_ =
+        addLabel(QStringLiteral("Mouse not working? Hold Space. Still stuck? Keep tapping Esc."),
+                 12, QFont::Normal, 0.3);
     // Space reaches the hold at once; Return is caught by the shield window for "Keep".
     hold_->setFocus(Qt::OtherFocusReason);
 }

@@ -1,5 +1,4 @@
 #include "cycle_fixture.h"
-
 #include "promises/promise_ledger.h"
 #include "shield/shield_window.h"
 
@@ -56,7 +55,8 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecordAndClearsTheMidWorkoutMark
         EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
         EXPECT_FALSE(shield().isUp()) << c.ending;
         EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
-        EXPECT_FALSE(QFileInfo::exists(markPath)) << c.ending << ": a designed ending is no cut-short lockout";
+        EXPECT_FALSE(QFileInfo::exists(markPath))
+            << c.ending << ": a designed ending is no cut-short lockout";
         if (c.expected) {
             ASSERT_EQ(ledger.records().size(), 1) << c.ending;
             PromiseRecord got = ledger.records()[0];
@@ -105,13 +105,15 @@ TEST_F(LifecycleTest, ALockoutCutShortFromOutsideIsOnTheRecord) {
     EXPECT_TRUE(ledger.records().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(markPath));
 
-    raised().screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
+    raised().screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"),
+                         true);
     EXPECT_TRUE(stopped(1));
     EXPECT_FALSE(QFileInfo::exists(markPath));
 
     launch().raiseLockout(true); // a rehearsal is never marked
     EXPECT_FALSE(QFileInfo::exists(markPath));
-    controller->screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
+    controller->screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"),
+                            true);
     EXPECT_EQ(ledger.records().size(), 1);
 
     raised();
@@ -119,9 +121,14 @@ TEST_F(LifecycleTest, ALockoutCutShortFromOutsideIsOnTheRecord) {
     controller.reset(); // Tovin killed under its lockout: nothing ran to take the mark
     launch().startScheduleWatch();
     EXPECT_TRUE(stopped(2));
-    EXPECT_EQ(ledger.records().last().date, QDateTime::fromSecsSinceEpoch(raisedAt.toSecsSinceEpoch(), QTimeZone::utc()));
+    EXPECT_EQ(ledger.records().last().date,
+              QDateTime::fromSecsSinceEpoch(raisedAt.toSecsSinceEpoch(), QTimeZone::utc()));
     EXPECT_FALSE(QFileInfo::exists(markPath));
-    EXPECT_TRUE(journal(QStringLiteral("shield")).last().contains(u"Tovin was stopped during the lockout (found at launch), recorded as broken"));
+    EXPECT_TRUE(
+        journal(QStringLiteral("shield"))
+            .last()
+            .contains(
+                u"Tovin was stopped during the lockout (found at launch), recorded as broken"));
 }
 
 TEST_F(LifecycleTest, AnAwayBlockCountsOnlyWhenSomeoneWasThereAndItsValveIsCapped) {

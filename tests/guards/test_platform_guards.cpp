@@ -89,7 +89,8 @@ TEST(DeviceScan, AnotherProcessHoldingAVideoDeviceMakesTheCameraLive) {
     ASSERT_TRUE(holder.waitForStarted(10000));
     EXPECT_TRUE(anotherProcessHoldsVideoDevice(dev.path()));
     // Unless it is Tovin's own screen helper, the coach reading the camera.
-    EXPECT_FALSE(anotherProcessHoldsVideoDevice(dev.path(), QStringLiteral("/proc"), {holder.processId()}));
+    EXPECT_FALSE(
+        anotherProcessHoldsVideoDevice(dev.path(), QStringLiteral("/proc"), {holder.processId()}));
     EXPECT_FALSE(anotherProcessHoldsVideoDevice(dev.path(), QStringLiteral("/no/such/proc")));
 }
 

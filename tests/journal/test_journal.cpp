@@ -44,11 +44,13 @@ TEST_F(JournalTest, OneEntryIsOneLine) {
     Journal::note(u"shield\r\n" + forged, QStringLiteral("raised"));
     Journal::state(u"hold\u2028" + forged + QString(40, u'x'), u"held\u2029\u0085\v" + forged);
     const QString pid = QString::number(::getpid());
-    EXPECT_EQ(lines(), (QStringList{
-                           u"2026-03-02T09:00:12Z  [" + pid + u"] [schedule] idle " + forged,
-                           u"2026-03-02T09:00:12Z  [" + pid + u"] [shield  2026-01-01T00:00:00Z  [1] raised",
-                           u"2026-03-02T09:00:12Z  [" + pid + u"] [hold 2026-01-01T00:00:00Z  [1] [] held   " + forged,
-                       }));
+    EXPECT_EQ(lines(),
+              (QStringList{
+                  u"2026-03-02T09:00:12Z  [" + pid + u"] [schedule] idle " + forged,
+                  u"2026-03-02T09:00:12Z  [" + pid + u"] [shield  2026-01-01T00:00:00Z  [1] raised",
+                  u"2026-03-02T09:00:12Z  [" + pid +
+                      u"] [hold 2026-01-01T00:00:00Z  [1] [] held   " + forged,
+              }));
 }
 
 TEST_F(JournalTest, EventsRepeatStatesDoNotAndEachTagHasItsOwn) {

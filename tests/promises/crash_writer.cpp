@@ -25,8 +25,13 @@ int main(int argc, char* argv[]) {
     PromiseLedger ledger(dir + u"/promises.json");
 
     for (qint64 n = ledger.records().size() + 1, mine = 1;; ++n, ++mine) {
-        ledger.record(PromiseRecord{QDateTime::currentDateTimeUtc(), PromiseRecord::Outcome::Tovin,
-                                    exercise, n, n, {}, {}},
+        ledger.record(PromiseRecord{QDateTime::currentDateTimeUtc(),
+                                    PromiseRecord::Outcome::Tovin,
+                                    exercise,
+                                    n,
+                                    n,
+                                    {},
+                                    {}},
                       false);
         std::printf("ack %lld %lld\n", static_cast<long long>(n), static_cast<long long>(mine));
         std::fflush(stdout);

@@ -9,10 +9,9 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <csignal>
+#include <gtest/gtest.h>
 #include <thread>
 
 using namespace tovin;
@@ -91,11 +90,13 @@ TEST(CrashSafety, TwoCopiesRecordingAtOnceLoseNothing) {
             if (line.startsWith("ack "))
                 acknowledged[i] = line.split(' ').value(2).toLongLong();
 
-    const auto records = PromiseJson::decode(*readWholeFile(dir.filePath(QStringLiteral("promises.json")), 1 << 28));
+    const auto records =
+        PromiseJson::decode(*readWholeFile(dir.filePath(QStringLiteral("promises.json")), 1 << 28));
     ASSERT_TRUE(records);
     for (int i = 0; i < 2; ++i) {
-        const auto mine = std::count_if(records->begin(), records->end(),
-                                        [&](const PromiseRecord& r) { return r.exercise == names[i]; });
+        const auto mine =
+            std::count_if(records->begin(), records->end(),
+                          [&](const PromiseRecord& r) { return r.exercise == names[i]; });
         // Every acknowledged record, and at most the one it was killed while writing.
         EXPECT_GE(mine, acknowledged[i]) << names[i].toStdString();
         EXPECT_LE(mine, acknowledged[i] + 1) << names[i].toStdString();

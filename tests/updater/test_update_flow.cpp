@@ -169,8 +169,8 @@ TEST_F(UpdateFlow, TheDryRunPassesAGoodReleaseAndRefusesEveryBadOneLeavingNothin
     QFile::remove(helpless + u"/bin/tovin-screens");
     QProcess refused;
     refused.start(u"bash"_s, {QStringLiteral(TOVIN_SOURCE_DIR "/scripts/make-release"), u"--key"_s,
-                              QStringLiteral(TOVIN_BINARY_DIR "/test-release-key/release.key"), u"--out"_s,
-                              path(u"www/helpless"_s), u"--tree"_s, helpless});
+                              QStringLiteral(TOVIN_BINARY_DIR "/test-release-key/release.key"),
+                              u"--out"_s, path(u"www/helpless"_s), u"--tree"_s, helpless});
     ASSERT_TRUE(refused.waitForFinished(60000));
     EXPECT_EQ(refused.exitCode(), 1);
     EXPECT_TRUE(refused.readAllStandardError().contains("the tree has no bin/tovin-screens"));
@@ -231,10 +231,14 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     CountdownPanel::offscreenForTests = true;
     LocalScreens screens(clock);
     PromiseLedger ledger(path(u"ledger.json"_s));
-    AppController controller({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)});
+    AppController controller(
+        {clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)});
     // With a feed, the setup window's strip carries the check, for desktops without a tray.
     qputenv("TOVIN_UPDATE_FEED", (base + u"/real/version.json").toUtf8());
-    EXPECT_TRUE(AppShell({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)}, false).strip().updates);
+    EXPECT_TRUE(
+        AppShell({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)}, false)
+            .strip()
+            .updates);
     qunsetenv("TOVIN_UPDATE_FEED");
     UpdateDialogs dialogs(controller);
     QSignalSpy alerts(&dialogs, &UpdateDialogs::alertRequested);
@@ -298,7 +302,8 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     ASSERT_TRUE(waitFor([&] {
         if (dialogs.progressBar())
             shownKB = std::max(shownKB, dialogs.progressBar()->value());
-        return Journal::tail(3).join(u'\n').contains(u"99.0 downloaded — installing once the lockout is over");
+        return Journal::tail(3).join(u'\n').contains(
+            u"99.0 downloaded — installing once the lockout is over");
     }));
     EXPECT_GT(shownKB, 0);
     controller.checkSchedule();

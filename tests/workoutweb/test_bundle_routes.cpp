@@ -41,7 +41,8 @@ TEST(BundleRoutes, ResolveTable) {
     // No bundle (an empty root) or a relative one serves nothing, least of all the whole disk.
     const QString secret = dir.filePath(QStringLiteral("secret.txt"));
     EXPECT_EQ(BundleRoutes::resolve(QString(), secret), std::nullopt);
-    EXPECT_EQ(BundleRoutes::resolve(QStringLiteral("web"), QStringLiteral("/index.html")), std::nullopt);
+    EXPECT_EQ(BundleRoutes::resolve(QStringLiteral("web"), QStringLiteral("/index.html")),
+              std::nullopt);
 }
 
 TEST(BundleRoutes, TheThreeAnswersCarryExactlyTheirHeaders) {

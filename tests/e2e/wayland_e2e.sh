@@ -144,9 +144,15 @@ check "... and the lockout goes on" never 2 journal_has 'lockout ended'
 # Focus moved to a window the compositor will show: one on a workspace of its own (a window
 # behind a full-screen one on its workspace is refused the focus, which would prove nothing).
 run swaymsg '[app_id=capture] move to workspace 9' >/dev/null
-run swaymsg '[app_id=capture] focus' >/dev/null
+steal() { # the focus to the other program; true once the shield has noticed and said so
+    run swaymsg '[app_id=capture] focus' >/dev/null
+    waitfor 5 journal_has 'another window took the focus'
+}
+# On a loaded machine sway may hand the focus back before the shield's window ever lost it: such
+# a steal never happened, so it is tried again (at most three times).
+tries=1; until steal || [ $tries -ge 3 ]; do tries=$((tries + 1)); done
 check "a program taking the focus (swaymsg focus) has it taken back" waitfor 5 covered
-check "... journalled" waitfor 5 journal_has 'another window took the focus'
+check "... journalled (steals tried: $tries)" journal_has 'another window took the focus'
 keys "still here"; sleep 0.5
 check "... and typing after that reaches only the shield" nothing_typed
 run swaymsg '[app_id=dev.tovin.Tovin] kill' >/dev/null; sleep 1

@@ -32,6 +32,10 @@ if [ "$(id -u)" -eq 0 ]; then
     as_user=(setpriv --reuid=65534 --regid=65534 --clear-groups --)
 fi
 chmod 700 "$work/run"
+# Everything started from here runs in a folder the unprivileged user may enter: a checkout in a
+# private folder (a clone under mktemp -d) would leave sway's children, the terminal among them,
+# in a working directory they cannot read.
+cd "$work"
 unset DISPLAY WAYLAND_DISPLAY SWAYSOCK
 export XDG_RUNTIME_DIR=$work/run HOME=$work/home XDG_DATA_HOME=$work/home/data \
     XDG_CONFIG_HOME=$work/home/config XDG_SESSION_TYPE=wayland

@@ -215,8 +215,8 @@ void AppController::checkSchedule() {
 
 std::optional<QString> AppController::holdOffReason() {
     const CallDetector::State call = CallDetector::current();
-    if (CallDetector::isBusy(call.mic, call.camera))
-        return CallDetector::explanation(call.mic, call.camera);
+    if (CallDetector::isBusy(call))
+        return CallDetector::explanation(call);
     if (Settings::isBusy(clock_.now()))
         return Settings::busyReason().value_or(QStringLiteral("you're mid-session"));
 

@@ -148,10 +148,11 @@ void CountdownPanel::snooze() {
 }
 
 void CountdownPanel::tick() {
-    // A call that starts mid-countdown cancels the lockout, even on the last second.
+    // A call or a screen share that starts mid-countdown cancels the lockout, even on the last
+    // second.
     const CallDetector::State call = CallDetector::current();
-    if (CallDetector::isBusy(call.mic, call.camera)) {
-        const QString why = CallDetector::explanation(call.mic, call.camera);
+    if (CallDetector::isBusy(call)) {
+        const QString why = CallDetector::explanation(call);
         dismiss();
         Q_EMIT cancelled(why);
         return;

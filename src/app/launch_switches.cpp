@@ -36,17 +36,29 @@ bool checksSingleInstance(LaunchMode mode) {
            mode == LaunchMode::Normal;
 }
 
-void writeProbeHeader(QTextStream& out, int inputDevices) {
+void writeProbeHeader(QTextStream& out, int inputDevices, const QStringList& sources) {
     out << "recording-capable audio devices: " << inputDevices << '\n';
     if (inputDevices == 0)
         out << "  ⚠︎ none found — the microphone check cannot fire\n";
-    out << "watching mic + camera — Ctrl-C to stop\n\n";
+    for (const QString& source : sources)
+        out << "  " << source << '\n';
+    out << "watching mic + camera + shared screen — Ctrl-C to stop\n\n";
 }
 
-QString probeLine(bool mic, bool camera, bool wouldNotLock) {
-    return QLatin1String(mic ? "mic LIVE " : "mic idle ") + u' ' +
-           QLatin1String(camera ? "camera LIVE " : "camera idle") + u"  " +
-           (wouldNotLock ? QStringLiteral("→ WOULD NOT LOCK") : QStringLiteral("→ free to lock"));
+QString probeLine(const CallState& state) {
+    const auto part = [](const char* name, bool live, const char* liveWord,
+                         const QStringList& by) {
+        QString text = QLatin1String(name) + u' ' +
+                       (live ? QLatin1String(liveWord) : QLatin1String("idle"));
+        if (live && !by.isEmpty())
+            text += u" (" + by.join(u", ") + u')';
+        return text;
+    };
+    return part("mic", state.mic, "LIVE", state.micBy) + u"  " +
+           part("camera", state.camera, "LIVE", state.cameraBy) + u"  " +
+           part("screen", state.screen, "SHARED", state.screenBy) + u"  " +
+           (CallDetector::isBusy(state) ? QStringLiteral("→ WOULD NOT LOCK")
+                                        : QStringLiteral("→ free to lock"));
 }
 
 } // namespace tovin

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "guards/call_detector.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -30,9 +32,10 @@ bool launchedForRehearsal(const QStringList& arguments);
 // The single-instance rule applies to every launch but the two test modes.
 bool checksSingleInstance(LaunchMode mode);
 
-// The call probe's opening lines, for this many recording-capable audio devices.
-void writeProbeHeader(QTextStream& out, int inputDevices);
-// One line of the call probe.
-QString probeLine(bool mic, bool camera, bool wouldNotLock);
+// The call probe's opening lines: how many recording-capable audio devices there are and what
+// this desktop lets Tovin see, source by source.
+void writeProbeHeader(QTextStream& out, int inputDevices, const QStringList& sources);
+// One line of the call probe: each source, who is using it, and whether a lockout could start.
+QString probeLine(const CallState& state);
 
 } // namespace tovin

@@ -43,16 +43,15 @@ const char* const helpText =
     "  --version          print the version\n"
     "  --help             print this help\n";
 
-// One line a second: what the microphone and camera are doing and whether a lockout could
-// start now.
+// One line a second: what the microphone, the camera and the screen are doing and whether a
+// lockout could start now.
 void probeCall(QCoreApplication& app, QTimer& timer) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     static QTextStream out(stdout);
-    writeProbeHeader(out, CallDetector::inputDeviceCount());
+    writeProbeHeader(out, CallDetector::inputDeviceCount(), CallDetector::sources());
     out.flush();
     QObject::connect(&timer, &QTimer::timeout, &app, [] {
-        const CallDetector::State s = CallDetector::current();
-        out << probeLine(s.mic, s.camera, CallDetector::isBusy(s.mic, s.camera)) << '\n';
+        out << probeLine(CallDetector::current()) << '\n';
         out.flush();
     });
     timer.start(1000);
@@ -108,9 +107,10 @@ int main(int argc, char* argv[]) {
         return 0;
     case LaunchMode::Why: {
         QCoreApplication app(argc, argv);
-        QTextStream(stdout) << Diagnostics::why(Updater::feedSummary(),
-                                                WindowSystem::describeHold() +
-                                                    (asRoot ? u"; " + rootNote : QString()));
+        QTextStream(stdout) << Diagnostics::why(
+            Updater::feedSummary(),
+            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()),
+            createPlatformCallProbe()->sources());
         return 0;
     }
     case LaunchMode::UpdateDryRun: {

@@ -14,19 +14,6 @@ DetectorState& detector() {
     return s;
 }
 
-class NothingLive final : public CallProbe {
-public:
-    bool microphoneIsLive() override { return false; }
-    bool cameraIsLive() override { return false; }
-    int inputDeviceCount() override { return 0; }
-};
-
-CallProbe& probe() {
-    static NothingLive nothing;
-    auto& p = detector().probe;
-    return p ? *p : nothing;
-}
-
 } // namespace
 
 std::optional<State> forcedState() {
@@ -41,30 +28,35 @@ void setProbe(std::shared_ptr<CallProbe> p) {
     detector().probe = std::move(p);
 }
 
-bool microphoneIsLive() {
+State current() {
     if (const auto forced = detector().forced)
-        return forced->mic;
-    return probe().microphoneIsLive();
+        return *forced;
+    const auto& probe = detector().probe;
+    return probe ? probe->read() : State{};
+}
+
+bool microphoneIsLive() {
+    return current().mic;
 }
 
 bool cameraIsLive() {
-    if (const auto forced = detector().forced)
-        return forced->camera;
-    return probe().cameraIsLive();
+    return current().camera;
 }
 
-State current() {
-    return {microphoneIsLive(), cameraIsLive()};
+bool screenIsShared() {
+    return current().screen;
 }
 
 bool isBusy() {
-    // The microphone alone is enough; the camera is only asked when the microphone is quiet.
-    return microphoneIsLive() || cameraIsLive();
+    return isBusy(current());
+}
+
+bool isBusy(const State& state) {
+    return isBusy(state.mic, state.camera) || state.screen;
 }
 
 QString explanation() {
-    const State s = current();
-    return explanation(s.mic, s.camera);
+    return explanation(current());
 }
 
 QString explanation(bool mic, bool camera) {
@@ -77,8 +69,24 @@ QString explanation(bool mic, bool camera) {
     return QStringLiteral("Nothing is listening. Tovin is free to interrupt.");
 }
 
+QString explanation(const State& state) {
+    if (!state.screen)
+        return explanation(state.mic, state.camera);
+    const QString to =
+        state.screenBy.isEmpty() ? QString() : u" (" + state.screenBy.join(u", ") + u')';
+    if (isBusy(state.mic, state.camera))
+        return u"You're on a call and sharing your screen" + to + u" — Tovin won't interrupt.";
+    return u"You're sharing your screen" + to + u" — Tovin won't interrupt.";
+}
+
 int inputDeviceCount() {
-    return probe().inputDeviceCount();
+    const auto& probe = detector().probe;
+    return probe ? probe->inputDeviceCount() : 0;
+}
+
+QStringList sources() {
+    const auto& probe = detector().probe;
+    return probe ? probe->sources() : QStringList{QStringLiteral("none — nothing is watched")};
 }
 
 } // namespace tovin::CallDetector

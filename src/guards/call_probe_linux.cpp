@@ -1,34 +1,101 @@
 #include "guards/device_scan_linux.h"
+#include "guards/media_graph.h"
 #include "guards/microphone_pulse.h"
 #include "guards/platform_guards.h"
+
+#include <QFile>
 
 namespace tovin {
 
 namespace {
 
+// The name the kernel keeps for a process: what it runs, not what it says of itself.
+QString processName(qint64 pid) {
+    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
+    if (!comm.open(QIODevice::ReadOnly))
+        return QStringLiteral("pid %1").arg(pid);
+    return QString::fromUtf8(comm.readAll().trimmed());
+}
+
+bool sessionIsX11() {
+    return qEnvironmentVariable("XDG_SESSION_TYPE") == u"x11" ||
+           (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+            !qEnvironmentVariableIsEmpty("DISPLAY"));
+}
+
+// Desktops route sound, cameras and screen casts through PipeWire; its graph names every stream
+// and its program. Without it (or where sound still goes through PulseAudio) the sound server
+// answers for the microphone and ALSA after it; the camera is also looked for as a device file
+// held open, since programs may read one directly.
 class LinuxCallProbe final : public CallProbe {
 public:
     explicit LinuxCallProbe(std::function<QList<qint64>()> ourOthers)
         : ourOthers_(std::move(ourOthers)) {}
 
-    bool microphoneIsLive() override {
-        if (const auto pulse = readPulseMicrophone(500, ours()))
-            return pulse->live;
-        return scanAlsaCapture().running;
+    CallState read() override {
+        const QList<qint64> ours = ourOthers_ ? ourOthers_() : QList<qint64>{};
+        const auto graph = readPipeWireGraph();
+        const MediaSightings seen = graph ? sightingsIn(*graph, ours) : MediaSightings{};
+        CallState s;
+        if (seen.carriesAudio)
+            s.micBy = seen.microphone;
+        else if (const auto pulse = readPulseMicrophone(500, ours))
+            s.mic = pulse->live;
+        else
+            s.mic = scanAlsaCapture().running;
+        s.mic = s.mic || !s.micBy.isEmpty();
+
+        s.cameraBy = seen.camera;
+        if (const qint64 holder = anotherProcessHoldsVideoDevice(QStringLiteral("/dev"),
+                                                                 QStringLiteral("/proc"), ours)) {
+            const QString name = processName(holder);
+            if (!s.cameraBy.contains(name))
+                s.cameraBy.append(name);
+        }
+        s.camera = !s.cameraBy.isEmpty();
+        s.screenBy = seen.screen;
+        s.screen = !s.screenBy.isEmpty();
+        return s;
     }
-    bool cameraIsLive() override {
-        return anotherProcessHoldsVideoDevice(QStringLiteral("/dev"), QStringLiteral("/proc"),
-                                              ours());
-    }
+
     int inputDeviceCount() override {
+        if (const auto graph = readPipeWireGraph()) {
+            if (const MediaSightings seen = sightingsIn(*graph); seen.carriesAudio)
+                return seen.audioInputs;
+        }
         if (const auto pulse = readPulseMicrophone())
             return pulse->inputSources;
         return scanAlsaCapture().devices;
     }
 
-private:
-    QList<qint64> ours() const { return ourOthers_ ? ourOthers_() : QList<qint64>{}; }
+    QStringList sources() override {
+        const auto graph = readPipeWireGraph();
+        const MediaSightings seen = graph ? sightingsIn(*graph) : MediaSightings{};
+        QStringList lines;
+        if (seen.carriesAudio)
+            lines << QStringLiteral("microphone: PipeWire (%1 recording-capable input(s))")
+                         .arg(seen.audioInputs);
+        else if (const auto pulse = readPulseMicrophone())
+            lines << QStringLiteral("microphone: the PulseAudio sound server (%1 input(s))")
+                         .arg(pulse->inputSources);
+        else if (const int alsa = scanAlsaCapture().devices)
+            lines << QStringLiteral("microphone: ALSA's capture devices (%1)").arg(alsa);
+        else
+            lines << QStringLiteral("microphone: none found — a recording cannot be seen");
+        lines << (graph ? QStringLiteral("camera: PipeWire, and video devices held open")
+                        : QStringLiteral("camera: video devices held open"));
+        if (!graph)
+            lines << QStringLiteral(
+                "shared screen: cannot be seen — PipeWire is not running on this desktop");
+        else if (sessionIsX11())
+            lines << QStringLiteral("shared screen: PipeWire's screen casts only — on X11 a "
+                                    "program reading the screen directly cannot be seen");
+        else
+            lines << QStringLiteral("shared screen: PipeWire (the desktop's screen casts)");
+        return lines;
+    }
 
+private:
     std::function<QList<qint64>()> ourOthers_;
 };
 

@@ -30,8 +30,8 @@ AlsaCapture scanAlsaCapture(const QString& asoundDir) {
     return result;
 }
 
-bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& procDir,
-                                    const QList<qint64>& alsoOurs) {
+qint64 anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& procDir,
+                                      const QList<qint64>& alsoOurs) {
     // Plain POSIX calls: this runs once a second during a countdown and walks every open file
     // of every process, so it avoids building a QString per entry.
     const QByteArray prefix = QFile::encodeName(QDir::cleanPath(deviceDir)) + "/video";
@@ -40,8 +40,8 @@ bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& pro
 
     DIR* processes = ::opendir(proc.constData());
     if (!processes)
-        return false;
-    bool found = false;
+        return 0;
+    qint64 found = 0;
     char link[4096];
     while (!found) {
         const dirent* p = ::readdir(processes);
@@ -64,7 +64,7 @@ bool anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& pro
                 continue;
             link[n] = '\0';
             if (std::strncmp(link, prefix.constData(), size_t(prefix.size())) == 0) {
-                found = true;
+                found = pid;
                 break;
             }
         }

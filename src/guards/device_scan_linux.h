@@ -15,10 +15,10 @@ struct AlsaCapture {
 };
 AlsaCapture scanAlsaCapture(const QString& asoundDir = QStringLiteral("/proc/asound"));
 
-// Whether a process other than this one and `alsoOurs` (the screen helper, whose camera coach
-// reads the camera) holds open a file named video* in deviceDir, found by reading the fd links
-// of every process this user may look at.
-bool anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral("/dev"),
+// A process other than this one and `alsoOurs` (the screen helper, whose camera coach reads the
+// camera) that holds open a file named video* in deviceDir, found by reading the fd links of
+// every process this user may look at: its pid, or 0 when there is none.
+qint64 anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral("/dev"),
                                     const QString& procDir = QStringLiteral("/proc"),
                                     const QList<qint64>& alsoOurs = {});
 

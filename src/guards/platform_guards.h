@@ -10,8 +10,9 @@
 
 namespace tovin {
 
-// This system's call probe: the sound server's recording streams (or ALSA's running capture
-// devices when there is no sound server) and the camera devices other processes hold open.
+// This system's call probe: PipeWire's graph (recordings, cameras, shared screens), else the
+// sound server's recording streams or ALSA's running capture devices, and the camera devices
+// other processes hold open.
 // `ourOthers` names Tovin's processes besides this one (the screen helper, asked afresh each
 // time since it comes and goes): their streams and cameras are never a call.
 std::shared_ptr<CallProbe> createPlatformCallProbe(std::function<QList<qint64>()> ourOthers = {});

@@ -114,6 +114,10 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         out << "  updates: " << sources.updates << '\n';
     if (!sources.shield.isEmpty())
         out << "  shield: " << sources.shield << '\n';
+    if (!sources.calls.isEmpty())
+        out << "  watching for calls:\n";
+    for (const QString& line : sources.calls)
+        out << "    " << line << '\n';
     out << '\n';
 
     if (sources.ledger) {
@@ -143,8 +147,9 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     return text;
 }
 
-QString why(const QString& updates, const QString& shield) {
-    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(), updates, shield},
+QString why(const QString& updates, const QString& shield, const QStringList& calls) {
+    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(),
+                updates, shield, calls},
                Clock::system(), Calendar::system());
 }
 

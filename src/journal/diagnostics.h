@@ -4,6 +4,7 @@
 #include "core/clock.h"
 
 #include <QString>
+#include <QStringList>
 
 namespace tovin {
 
@@ -21,12 +22,15 @@ struct WhySources {
     QString updates;
     // What the shield holds on this desktop; no line when empty.
     QString shield;
+    // What the call detector can see on this desktop, one line per source; none when empty.
+    QStringList calls;
 };
 
 QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
 
 // The same report over the person's real files.
-QString why(const QString& updates = {}, const QString& shield = {});
+QString why(const QString& updates = {}, const QString& shield = {},
+            const QStringList& calls = {});
 
 } // namespace Diagnostics
 } // namespace tovin

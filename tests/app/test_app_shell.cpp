@@ -14,6 +14,7 @@
 #include <vector>
 
 using namespace tovin;
+using namespace Qt::Literals::StringLiterals;
 using tovin::fakes::CycleTest;
 
 TEST(LaunchSwitches, TheFirstInOrderWinsWhereverItStands) {
@@ -46,17 +47,22 @@ TEST(LaunchSwitches, TheFirstInOrderWinsWhereverItStands) {
     EXPECT_TRUE(checksSingleInstance(LaunchMode::Rehearse));
 }
 
-TEST(LaunchSwitches, TheCallProbeWarnsBeforeItWatchesWhenThereIsNoMicrophone) {
+TEST(LaunchSwitches, TheCallProbeSaysWhatItWatchesThenEachSourceAndWho) {
     for (const int devices : {0, 2}) {
         QString said;
         QTextStream out(&said);
-        writeProbeHeader(out, devices);
+        writeProbeHeader(out, devices, {QStringLiteral("shared screen: cannot be seen")});
         out.flush();
-        // The warning comes before the watching starts, or it scrolls away unread.
-        EXPECT_EQ(said.indexOf(u"none found") >= 0 && said.indexOf(u"none found") < said.indexOf(u"watching"),
+        // The warning and the sources come before the watching starts, or they scroll away.
+        const qsizetype watching = said.indexOf(u"watching");
+        EXPECT_EQ(said.indexOf(u"none found") >= 0 && said.indexOf(u"none found") < watching,
                   devices == 0)
             << said.toStdString();
+        EXPECT_LT(said.indexOf(u"  shared screen: cannot be seen\n"), watching);
     }
+    EXPECT_EQ(probeLine({}), u"mic idle  camera idle  screen idle  → free to lock");
+    EXPECT_EQ(probeLine({true, false, true, {u"parecord"_s}, {}, {u"obs"_s, u"zoom"_s}}),
+              u"mic LIVE (parecord)  camera idle  screen SHARED (obs, zoom)  → WOULD NOT LOCK");
 }
 
 class ShellTest : public CycleTest {

@@ -13,14 +13,15 @@ public:
     QString name() const override { return QStringLiteral("fake"); }
 };
 
-// A microphone and camera the test switches on and off.
+// A microphone, camera and shared screen the test switches on and off.
 class FakeCallProbe final : public CallProbe {
 public:
     bool mic = false;
     bool camera = false;
+    bool screen = false;
+    QStringList screenBy;
     int inputs = 1;
-    bool microphoneIsLive() override { return mic; }
-    bool cameraIsLive() override { return camera; }
+    CallState read() override { return {mic, camera, screen, {}, {}, screenBy}; }
     int inputDeviceCount() override { return inputs; }
 };
 

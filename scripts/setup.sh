@@ -25,6 +25,10 @@ packages=(
     tzdata
     # real parts for the platform tests: a sound server, an X server and input, a private bus
     pulseaudio pulseaudio-utils xvfb xauth xdotool x11-xserver-utils dbus-daemon openbox
+    # the desktop's media graph, which the call detector reads (recordings, cameras, shared
+    # screens), and a PipeWire desktop of its own for the tests: the daemon, its session manager,
+    # its Pulse server and its command-line tools
+    libpipewire-0.3-dev pipewire wireplumber pipewire-pulse pipewire-bin
     fonts-dejavu-core
     # a tray for the resident's benchmark to click, as a person's desktop has
     trayer

@@ -1,11 +1,16 @@
 // The platform adapters against real parts of this machine: a user-mode PulseAudio with a null
-// source, processes holding device files open, an Xvfb server driven by xdotool, and a private
-// D-Bus daemon standing in for logind and a desktop's idle monitor.
+// source, a PipeWire desktop (the daemon, WirePlumber and its Pulse server) with programs
+// recording, filming and sharing a screen, processes holding device files open, an Xvfb server
+// driven by xdotool, and a private D-Bus daemon standing in for logind and a desktop's idle
+// monitor.
 
+#include "guards/call_detector.h"
 #include "guards/device_scan_linux.h"
 #include "guards/idle_source_dbus.h"
 #include "guards/idle_source_x11.h"
+#include "guards/media_graph.h"
 #include "guards/microphone_pulse.h"
+#include "guards/platform_guards.h"
 #include "guards/sleep_watcher.h"
 
 #include "core/atomic_file.h"
@@ -23,6 +28,7 @@
 #include <gtest/gtest.h>
 
 using namespace tovin;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -74,6 +80,102 @@ TEST(PulseMicrophone, OnlyARecordingFromARealSourceIsLive) {
 
     server.stop();
     EXPECT_FALSE(readPulseMicrophone(300)) << "no server is no answer, not an error";
+}
+
+namespace {
+
+// A desktop's media graph of its own: PipeWire, WirePlumber and pipewire-pulse in this test's
+// private runtime folder, with a microphone (a virtual source) to record from.
+class PipeWireDesktop : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // WirePlumber, which links streams to their sources, needs a session bus.
+        ASSERT_TRUE(QTest::qWaitFor([this] { return bus.canReadLine(); }, 10000));
+        qputenv("DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed());
+        daemon = std::make_unique<Child>(u"pipewire");
+        session = std::make_unique<Child>(u"wireplumber");
+        pulse = std::make_unique<Child>(u"pipewire-pulse");
+        ASSERT_TRUE(QTest::qWaitFor([] { return readPipeWireGraph(200).has_value(); }, 15000))
+            << daemon->readAllStandardError().toStdString();
+        Child mic(u"pw-cli create-node adapter \"{ factory.name=support.null-audio-sink"
+                  u" node.name=mic media.class=Audio/Source/Virtual audio.position=[MONO]"
+                  u" object.linger=true }\"");
+        ASSERT_TRUE(mic.waitForFinished(10000));
+        ASSERT_TRUE(QTest::qWaitFor([] { return readPulseMicrophone(200).has_value(); }, 15000))
+            << "pipewire-pulse did not answer";
+    }
+    // Whatever the probe sees, once it settles on `busy`.
+    CallState settle(bool busy) {
+        CallState s;
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] { return CallDetector::isBusy(s = probe->read()) == busy; }, 10000))
+            << CallDetector::explanation(s).toStdString();
+        return s;
+    }
+    static QString video() { return QStringLiteral(TOVIN_PW_VIDEO); }
+
+    Child bus{u"dbus-daemon --session --nofork --print-address=1"};
+    std::unique_ptr<Child> daemon, session, pulse;
+    QList<qint64> ours;
+    std::shared_ptr<CallProbe> probe = createPlatformCallProbe([this] { return ours; });
+};
+
+} // namespace
+
+TEST_F(PipeWireDesktop, EachCaptureHoldsALockoutOffInItsOwnWordsUntilItStops) {
+    CallState s = settle(false);
+    EXPECT_EQ(CallDetector::explanation(s), u"Nothing is listening. Tovin is free to interrupt.");
+    EXPECT_EQ(probe->inputDeviceCount(), 1);
+    EXPECT_TRUE(probe->sources().contains(u"shared screen: PipeWire (the desktop's screen casts)"))
+        << probe->sources().join(u'\n').toStdString();
+    {
+        Child recorder(u"pw-record --target mic /dev/null");
+        s = settle(true);
+        EXPECT_EQ(s.micBy, QStringList{u"pw-record"_s});
+        EXPECT_EQ(CallDetector::explanation(s), u"Your mic is live — Tovin won't interrupt.");
+    }
+    settle(false);
+    {
+        // Through the Pulse server, as most programs on a stock desktop record: the graph names
+        // the program, and the Pulse interface agrees.
+        Child recorder(u"parecord -d mic /dev/null");
+        EXPECT_EQ(settle(true).micBy, QStringList{u"parecord"_s});
+        EXPECT_TRUE(readPulseMicrophone()->live);
+    }
+    settle(false);
+    {
+        Child camera(QString(video() + u" source webcam camera"));
+        Child reader(QString(video() + u" read webcam"));
+        s = settle(true);
+        EXPECT_TRUE(s.camera && !s.screen && !s.mic);
+        EXPECT_EQ(CallDetector::explanation(s), u"Your camera is live — Tovin won't interrupt.");
+        // The same reading by Tovin's own screen helper (the coach) is no call.
+        ours = {reader.processId()};
+        settle(false);
+        ours.clear();
+    }
+    {
+        Child screen(QString(video() + u" source screencast"));
+        Child reader(QString(video() + u" read screencast"));
+        s = settle(true);
+        EXPECT_TRUE(s.screen && !s.camera);
+        EXPECT_EQ(CallDetector::explanation(s),
+                  u"You're sharing your screen (pw_video) — Tovin won't interrupt.");
+        Child recorder(u"pw-record --target mic /dev/null");
+        EXPECT_TRUE(QTest::qWaitFor([&] { return probe->read().mic; }, 10000));
+        EXPECT_EQ(CallDetector::explanation(probe->read()),
+                  u"You're on a call and sharing your screen (pw_video) — Tovin won't interrupt.");
+    }
+    settle(false);
+
+    // With the graph gone, the shared screen cannot be seen, and the probe says so.
+    pulse->stop();
+    session->stop();
+    daemon->stop();
+    EXPECT_FALSE(readPipeWireGraph(200));
+    EXPECT_TRUE(probe->sources().contains(
+        u"shared screen: cannot be seen — PipeWire is not running on this desktop"));
+    EXPECT_FALSE(CallDetector::isBusy(probe->read()));
 }
 
 TEST(DeviceScan, AnotherProcessHoldingAVideoDeviceMakesTheCameraLive) {

@@ -12,6 +12,9 @@
 #            quitting; the one built at the raise fails too → the screen back, no record, the alert
 #   call     a live recording at the due minute holds the block off, and the journal says why;
 #            a stray Space in the setup window raises nothing
+#   share    PipeWire's desktop: a screen being shared holds the due block off in its own words;
+#            it fires once the sharing stops, and a share started mid-countdown ends the
+#            countdown and defers the block
 #   firstrun no schedule file: the example week is written and the setup page shows it
 #   break    the phrase → the warning: Space down, Tab, Space up completes no hold; four Tabs
 #            come back to the hold; a 3.4 s hold of Space → the reason question; two Tabs then
@@ -112,9 +115,21 @@ helper_pid() { pgrep -P "$app" -x tovin-screens; } # the screen helper, a child 
 no_helper() { ! helper_pid >/dev/null; }
 alive() { kill -0 "$app" 2>/dev/null; }
 
-# A sound server with a null source, so the call detector asks a real one.
-pulseaudio --daemonize=no --exit-idle-time=-1 -n -L "module-null-sink sink_name=nullsink" \
-    -L "module-null-source source_name=nullsrc" -L module-native-protocol-unix >/dev/null 2>&1 & pids+=($!)
+if [ "$scenario" = share ]; then
+    # A PipeWire desktop, as Debian's GNOME and KDE are: the daemon, its session manager (which
+    # needs a session bus) and its Pulse server.
+    export DBUS_SESSION_BUS_ADDRESS=unix:path=$XDG_RUNTIME_DIR/bus
+    dbus-daemon --session --nofork --address="$DBUS_SESSION_BUS_ADDRESS" >/dev/null 2>&1 & pids+=($!)
+    waitfor 10 test -S "$XDG_RUNTIME_DIR/bus" || give_up "the session bus did not start"
+    pipewire >/dev/null 2>&1 & pids+=($!)
+    waitfor 10 test -S "$XDG_RUNTIME_DIR/pipewire-0" || give_up "PipeWire did not start"
+    wireplumber >/dev/null 2>&1 & pids+=($!)
+    pipewire-pulse >/dev/null 2>&1 & pids+=($!)
+else
+    # A sound server with a null source, so the call detector asks a real one.
+    pulseaudio --daemonize=no --exit-idle-time=-1 -n -L "module-null-sink sink_name=nullsink" \
+        -L "module-null-source source_name=nullsrc" -L module-native-protocol-unix >/dev/null 2>&1 & pids+=($!)
+fi
 waitfor 15 pactl info >/dev/null 2>&1
 
 port=$((9300 + n))
@@ -235,6 +250,8 @@ call)
     check "a live microphone holds the due block off, and the journal says why" \
         waitfor 30 journal_has '\[hold\] E2E block held — Your mic is live — Tovin won.t interrupt.'
     check "no shield while the call lasts" sh -c "! '$xshot' '$shots/call.png' --covered >/dev/null"
+    check "--why says a shared screen cannot be seen without PipeWire" sh -c \
+        "'$tovin' --why | grep -q 'shared screen: cannot be seen — PipeWire is not running on this desktop'"
     check "and no countdown" never 2 countdown_up
     # A stray Space in the setup window scrolls its page; it never presses "Lock Me Out Now", not
     # even once the window has been minimised and brought back.
@@ -248,6 +265,36 @@ call)
     check "restored, it shows its page again" drive 20 has-text "E2E block"
     setup_keys space
     check "... and a Space in it raises no lockout" never 4 covered
+    ;;
+share)
+    # Somebody shares their screen (a video source that is no camera, and a program receiving
+    # it, as the desktop portal's screen cast and a meeting app would be).
+    pw_video=${TOVIN_PW_VIDEO:?}
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"posture-fix","warningSeconds":30'
+    "$pw_video" source screencast >/dev/null 2>&1 & pids+=($!)
+    "$pw_video" read screencast >/dev/null 2>&1 & viewer=$!; pids+=($viewer)
+    launch "$tovin"
+    check "the setup window opens, and closes with Ctrl-W" waitfor 15 close_setup
+    check "a shared screen holds the due block off, and the journal says who receives it" \
+        waitfor 40 journal_has "\[hold\] E2E block held — You.re sharing your screen (pw_video) — Tovin won.t interrupt."
+    check "no countdown while the screen is shared" never 2 countdown_up
+    kill "$viewer"
+    check "the sharing over, the block fires" waitfor 40 journal_has 'FIRE E2E block (workout'
+    check "the countdown shows" waitfor 10 countdown_up
+    shot countdown
+    "$pw_video" read screencast >/dev/null 2>&1 & pids+=($!)
+    check "a share starting mid-countdown takes the countdown down" waitfor 5 eval '! countdown_up'
+    check "... and defers the block three minutes, saying why" \
+        journal_has '\[defer\] usage lockout deferred 3m — You.re sharing your screen (pw_video)'
+    check "no shield over the shared screen" never 4 covered
+    shot after
+    check "nothing is recorded" test "$(records)" = 0
+    check "--why names what this desktop lets Tovin see" sh -c "'$tovin' --why | grep -q '    shared screen: PipeWire.s screen casts only — on X11'"
+    # The probe is a copy of its own, which stands aside for a running Tovin.
+    kill "$app"; waitfor 10 gone "$app"
+    check "--probe-call sees the share and who receives it" sh -c \
+        "timeout 3 '$tovin' --probe-call | grep -q 'screen SHARED (pw_video)  → WOULD NOT LOCK'"
     ;;
 firstrun)
     # No schedule file at all: the example week is written, and the setup page shows it.

@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 using namespace tovin;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -55,6 +56,16 @@ void probeCall(QCoreApplication& app, QTimer& timer) {
         out.flush();
     });
     timer.start(1000);
+}
+
+// What --why says of calls: whether one would hold a lockout off now, then what this desktop
+// lets Tovin see.
+QStringList callLines() {
+    const auto probe = createPlatformCallProbe();
+    const CallState now = probe->read();
+    return QStringList{u"now: " + (CallDetector::isBusy(now) ? u"YES — "_s : u"no — "_s) +
+                       CallDetector::explanation(now)} +
+           probe->sources();
 }
 
 // The single-instance socket and record live in a folder only this user may enter. When the
@@ -110,7 +121,7 @@ int main(int argc, char* argv[]) {
         QTextStream(stdout) << Diagnostics::why(
             Updater::feedSummary(),
             WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()),
-            createPlatformCallProbe()->sources());
+            callLines());
         return 0;
     }
     case LaunchMode::UpdateDryRun: {

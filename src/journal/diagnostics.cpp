@@ -115,7 +115,7 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     if (!sources.shield.isEmpty())
         out << "  shield: " << sources.shield << '\n';
     if (!sources.calls.isEmpty())
-        out << "  watching for calls:\n";
+        out << "  calls and shared screens:\n";
     for (const QString& line : sources.calls)
         out << "    " << line << '\n';
     out << '\n';

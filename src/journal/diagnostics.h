@@ -22,7 +22,8 @@ struct WhySources {
     QString updates;
     // What the shield holds on this desktop; no line when empty.
     QString shield;
-    // What the call detector can see on this desktop, one line per source; none when empty.
+    // Whether a call or a shared screen would hold a lockout off now, and what the call
+    // detector can see on this desktop, one line per source; none when empty.
     QStringList calls;
 };
 

@@ -290,7 +290,11 @@ share)
     check "no shield over the shared screen" never 4 covered
     shot after
     check "nothing is recorded" test "$(records)" = 0
-    check "--why names what this desktop lets Tovin see" sh -c "'$tovin' --why | grep -q '    shared screen: PipeWire.s screen casts only — on X11'"
+    "$tovin" --why > "$work/why.txt"
+    check "--why says the share holds a lockout off now" \
+        grep -q '    now: YES — You.re sharing your screen (pw_video)' "$work/why.txt"
+    check "... and what this desktop lets Tovin see" \
+        grep -q '    shared screen: PipeWire.s screen casts only — on X11' "$work/why.txt"
     # The probe is a copy of its own, which stands aside for a running Tovin.
     kill "$app"; waitfor 10 gone "$app"
     check "--probe-call sees the share and who receives it" sh -c \

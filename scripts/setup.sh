@@ -7,8 +7,10 @@
 set -euo pipefail
 
 packages=(
-    # toolchain
-    build-essential cmake ninja-build pkg-config git
+    # toolchain, with a compiler cache the package build shares
+    build-essential cmake ninja-build pkg-config git ccache
+    # the Debian package: its build and its check
+    debhelper lintian
     # Qt, and the system services the platform layer talks to
     qt6-base-dev qt6-webengine-dev qt6-webchannel-dev libpulse-dev libx11-dev libxcb1-dev libxss-dev
     libsodium-dev libarchive-dev minisign openssl

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds Tovin (installing what is missing) and runs the whole test suite through ctest.
-# Extra arguments go to ctest, e.g. scripts/test.sh -L core
+# Builds Tovin (installing what is missing) and runs the whole test suite through ctest; with no
+# arguments also the fuzz targets briefly and the Debian package's checks (built, lintian clean,
+# installed and used end to end, removed). Extra arguments go to ctest, e.g. scripts/test.sh -L core
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/build.sh"
@@ -14,4 +15,10 @@ ctest -j2 --output-on-failure --timeout 600 "$@"
 # its corpus, so the fuzzing build can never rot unnoticed. A subset (arguments given) skips it.
 if [ $# -eq 0 ]; then
     "$root/scripts/fuzz.sh" "${TOVIN_FUZZ_SECONDS:-15}"
+    # The Debian package: built (lintian clean), installed on this machine, used end to end from
+    # /usr/bin, removed.
+    "$root/scripts/package.sh"
+    build=${TOVIN_BUILD_DIR:-$root/build}
+    TOVIN_DEB=$(ls "$build"/package/tovin_*.deb) \
+        "$root/tests/e2e/app_e2e.sh" /usr/bin/tovin "$build/tests/xshot" "$build/screenshots" package
 fi

@@ -67,6 +67,8 @@ void AppShell::chosen(const QString& action, const QString& value) {
 }
 
 void AppShell::alert(const QString& title, const QString& detail) {
+    // What the person was told belongs with the decisions that led to it.
+    Journal::note(QStringLiteral("alert"), title);
     // Not modal: the schedule keeps ticking while the person reads it.
     auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
     box->setInformativeText(detail);

@@ -1,6 +1,7 @@
 #include "app/screen_helper.h"
 
 #include "core/iso_date.h"
+#include "core/paths.h"
 #include "journal/journal.h"
 #include "screens/screen_protocol.h"
 
@@ -46,7 +47,7 @@ ScreenHelper::~ScreenHelper() {
 }
 
 QString ScreenHelper::defaultProgram() {
-    return QCoreApplication::applicationDirPath() + u"/tovin-screens";
+    return paths::installedProgram(QStringLiteral("tovin-screens"));
 }
 
 qint64 ScreenHelper::helperPid() const {

@@ -36,6 +36,14 @@ UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
 void UpdateDialogs::checkForUpdates(bool quietly) {
     // A build without a release feed does not pretend to check: the quiet check at launch is
     // skipped, and the menu's check says where updates come from instead.
+    if (Updater::managedByPackageManager()) {
+        if (!quietly)
+            Q_EMIT alertRequested(
+                QStringLiteral("Your package manager keeps Tovin up to date."),
+                QStringLiteral("This copy was installed as a package, so it never updates itself: "
+                               "new versions come with your system's software updates."));
+        return;
+    }
     if (!Updater::hasReleaseFeed()) {
         if (!quietly)
             Q_EMIT alertRequested(

@@ -1,6 +1,7 @@
 #include "coach/pose_model.h"
 
 #include "core/atomic_file.h"
+#include "core/paths.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -146,8 +147,7 @@ PoseModel::PoseModel() : d(std::make_unique<Impl>()) {}
 PoseModel::~PoseModel() = default;
 
 QString PoseModel::bundledPath() {
-    const QString dir = QCoreApplication::applicationDirPath();
-    for (const QString& candidate : {QString(dir + u"/../share/tovin/models/movenet-lightning.json"),
+    for (const QString& candidate : {paths::installedShare(QStringLiteral("models/movenet-lightning.json")),
                                      QStringLiteral(TOVIN_STAGED_MODEL_DIR "/movenet-lightning.json")}) {
         if (QFileInfo(candidate).isFile())
             return QFileInfo(candidate).canonicalFilePath();

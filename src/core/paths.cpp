@@ -1,6 +1,8 @@
 #include "core/paths.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -81,6 +83,31 @@ QString runtimeDir(QString* why) {
     // The temporary folder is shared with every user: whoever makes a name there first owns
     // it, so the name carries the uid and an impostor's folder is refused, never used.
     return privateFolder(QDir::tempPath() + u"/tovin-" + QString::number(::geteuid()), why);
+}
+
+namespace {
+QString orRunning(const QString& programDir) {
+    return programDir.isEmpty() ? QCoreApplication::applicationDirPath() : programDir;
+}
+} // namespace
+
+QString installedShare(const QString& relative, const QString& programDir) {
+    const QString dir = orRunning(programDir);
+    for (const QString& share : {QString(dir + u"/../share/tovin/"),
+                                 QString(dir + u"/../../share/tovin/")}) {
+        if (QFileInfo::exists(share + relative))
+            return QDir::cleanPath(share + relative);
+    }
+    return {};
+}
+
+QString installedProgram(const QString& name, const QString& programDir) {
+    const QString dir = orRunning(programDir);
+    const QString beside = dir + u'/' + name;
+    if (QFileInfo(beside).isExecutable())
+        return beside;
+    const QString packaged = QDir::cleanPath(dir + u"/../libexec/tovin/" + name);
+    return QFileInfo(packaged).isExecutable() ? packaged : beside;
 }
 
 } // namespace tovin::paths

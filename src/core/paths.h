@@ -22,6 +22,15 @@ QString configDir();
 // that others may enter, is refused. Empty on refusal, with the reason in `why`.
 QString runtimeDir(QString* why = nullptr);
 
+// A file or folder Tovin ships, under share/tovin beside the running program: for a program in
+// bin/ (a self-contained copy, or /usr/bin) that is ../share/tovin, for one in libexec/tovin/
+// (the screen helper of a package) ../../share/tovin. Empty when neither holds it.
+QString installedShare(const QString& relative, const QString& programDir = {});
+
+// A program Tovin ships beside this one: in the same folder (a self-contained copy), else in
+// ../libexec/tovin (a package, where only the commands people run sit in bin/).
+QString installedProgram(const QString& name, const QString& programDir = {});
+
 // Whether `path` is a real folder (not a link to one) owned by this user that nobody else may
 // read, write or enter; when not, `why` says what is wrong in plain words.
 bool isPrivateDir(const QString& path, QString* why = nullptr);

@@ -12,7 +12,9 @@ int updateDryRun(QTextStream& out) {
     if (!Updater::hasReleaseFeed()) {
         out << "Tovin update — dry run\n"
             << "  " << Updater::feedSummary() << '\n'
-            << "nothing to check: this build was made without a release feed or key\n";
+            << (Updater::managedByPackageManager()
+                    ? "nothing to check: the package manager keeps this copy up to date\n"
+                    : "nothing to check: this build was made without a release feed or key\n");
         out.flush();
         return 1;
     }

@@ -84,12 +84,24 @@ QUrl feedURL() {
     return QUrl(QStringLiteral(TOVIN_FEED_URL));
 }
 
+bool managedByPackageManager() {
+#ifdef TOVIN_PACKAGED
+    return true;
+#else
+    return false;
+#endif
+}
+
 bool hasReleaseFeed() {
+    if (managedByPackageManager())
+        return false;
     const QUrl url = feedURL();
     return url.isValid() && !url.isEmpty() && !trustedKeys().isEmpty();
 }
 
 QString feedSummary() {
+    if (managedByPackageManager())
+        return QStringLiteral("managed by the package manager");
     if (!hasReleaseFeed())
         return QStringLiteral("no release feed configured — this copy gets its updates elsewhere");
     return u"checks " + feedURL().toString() + u" (running " + currentVersion() + u')';

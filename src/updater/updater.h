@@ -38,9 +38,13 @@ struct Status {
 // pointed elsewhere by TOVIN_UPDATE_FEED (and trust a test authority in TOVIN_UPDATE_CA).
 QUrl feedURL();
 
+// Whether this copy was built as a distribution's package: the package manager keeps it up to
+// date, and it never checks, downloads or installs an update itself.
+bool managedByPackageManager();
+
 // Whether this build checks for updates itself: it names a release feed and trusts a release
-// key. A build made without them (the default, as a distribution packages it) gets its updates
-// elsewhere and never pretends to check.
+// key, and is no package. A build made without them gets its updates elsewhere and never
+// pretends to check.
 bool hasReleaseFeed();
 // One line for `--why`: the feed this copy asks, or that it has none.
 QString feedSummary();

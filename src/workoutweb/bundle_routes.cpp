@@ -1,5 +1,7 @@
 #include "workoutweb/bundle_routes.h"
 
+#include "core/paths.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -99,7 +101,7 @@ Answer answer(const QString& root, const QString& host, const QString& urlPath) 
 }
 
 std::optional<QString> bundledRoot() {
-    QStringList candidates{QCoreApplication::applicationDirPath() + u"/../share/tovin/web"};
+    QStringList candidates{paths::installedShare(QStringLiteral("web"))};
 #ifdef TOVIN_STAGED_WEB_DIR
     candidates.append(QStringLiteral(TOVIN_STAGED_WEB_DIR));
 #endif

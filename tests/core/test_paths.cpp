@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -50,4 +51,38 @@ TEST(Paths, RuntimeFolderIsPrivateOrRefused) {
 
     qputenv("XDG_RUNTIME_DIR", savedRuntime);
     qputenv("TMPDIR", savedTmp);
+}
+
+// Both install layouts: a self-contained copy (everything in bin/ beside share/tovin) and a
+// package (/usr/bin, the helper in /usr/libexec/tovin, share/tovin under /usr).
+TEST(Paths, ShippedFilesAreFoundFromEitherLayout) {
+    QTemporaryDir root;
+    const auto make = [&](const QString& relative, bool executable) {
+        const QString path = root.filePath(relative);
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        if (executable)
+            f.setPermissions(f.permissions() | QFileDevice::ExeOwner);
+    };
+    make(QStringLiteral("own/bin/tovin-screens"), true);
+    make(QStringLiteral("own/share/tovin/web/index.html"), false);
+    make(QStringLiteral("usr/libexec/tovin/tovin-screens"), true);
+    make(QStringLiteral("usr/share/tovin/web/index.html"), false);
+    QDir().mkpath(root.filePath(QStringLiteral("usr/bin")));
+    const QString ownBin = root.filePath(QStringLiteral("own/bin"));
+    const QString usrBin = root.filePath(QStringLiteral("usr/bin"));
+    const QString usrHelper = root.filePath(QStringLiteral("usr/libexec/tovin"));
+
+    EXPECT_EQ(paths::installedProgram(QStringLiteral("tovin-screens"), ownBin),
+              ownBin + u"/tovin-screens");
+    EXPECT_EQ(paths::installedProgram(QStringLiteral("tovin-screens"), usrBin),
+              usrHelper + u"/tovin-screens");
+    EXPECT_EQ(paths::installedShare(QStringLiteral("web"), ownBin),
+              root.filePath(QStringLiteral("own/share/tovin/web")));
+    EXPECT_EQ(paths::installedShare(QStringLiteral("web"), usrBin),
+              root.filePath(QStringLiteral("usr/share/tovin/web")));
+    EXPECT_EQ(paths::installedShare(QStringLiteral("web"), usrHelper),
+              root.filePath(QStringLiteral("usr/share/tovin/web")));
+    EXPECT_EQ(paths::installedShare(QStringLiteral("models"), usrHelper), QString());
 }

@@ -15,6 +15,10 @@
 #   share    PipeWire's desktop: a screen being shared holds the due block off in its own words;
 #            it fires once the sharing stops, and a share started mid-countdown ends the
 #            countdown and defers the block
+#   package  the Debian package (TOVIN_DEB): apt installs it where the filesystem standard puts
+#            things; its self-check, --why and the update dry run; a due block → both screens
+#            covered → the workout to its end → one kept promise; the tray menu's update check
+#            and Open at Login; apt removes it and the person's files stay as they were
 #   firstrun no schedule file: the example week is written and the setup page shows it
 #   break    the phrase → the warning: Space down, Tab, Space up completes no hold; four Tabs
 #            come back to the hold; a 3.4 s hold of Space → the reason question; two Tabs then
@@ -299,6 +303,60 @@ share)
     kill "$app"; waitfor 10 gone "$app"
     check "--probe-call sees the share and who receives it" sh -c \
         "timeout 3 '$tovin' --probe-call | grep -q 'screen SHARED (pw_video)  → WOULD NOT LOCK'"
+    ;;
+package)
+    # The Debian package, installed the way people install software, used, then removed.
+    deb=${TOVIN_DEB:?the .deb to install}
+    asroot=""
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo -n true 2>/dev/null || give_up "installing the package needs root (or sudo without a password)"
+        asroot="sudo -n"
+    fi
+    if [ "$(dpkg-query -W -f='${Status}' tovin 2>/dev/null)" = "install ok installed" ]; then
+        give_up "a tovin package is installed here already; this check installs and removes its own, so it leaves that one alone (apt-get remove tovin, then run it again)"
+    fi
+    check "apt installs the package" sh -c "$asroot apt-get install -y -qq '$deb' >'$work/apt.log' 2>&1"
+    check "... its files where the filesystem standard puts them" sh -c \
+        "test -x /usr/bin/tovin && test -x /usr/libexec/tovin/tovin-screens && test ! -e /usr/bin/tovin-screens &&
+         test -f /usr/share/tovin/web/index.html && test -f /usr/share/tovin/models/movenet-lightning.bin &&
+         test -f /usr/share/applications/dev.tovin.Tovin.desktop && test -f /usr/share/metainfo/dev.tovin.Tovin.metainfo.xml"
+    check "the installed copy's self-check passes" sh -c "/usr/bin/tovin --self-test >'$work/self-test.log' 2>&1"
+    check "--why says the package manager brings updates" sh -c "/usr/bin/tovin --why | grep -q '  updates: managed by the package manager'"
+    check "... and so does the update dry run" sh -c \
+        "/usr/bin/tovin --update-dry-run | grep -q 'the package manager keeps this copy up to date'"
+    # A tray, as a person's desktop has, to reach the menu by.
+    trayer --edge top --align left --widthtype pixel --width 120 --heighttype pixel --height 28 >/dev/null 2>&1 & pids+=($!)
+    week "$(block workout "E2E block")"
+    settings ',"lockoutWorkoutId":"two-minute-spark"'
+    launch /usr/bin/tovin
+    check "the setup window closes with Ctrl-W" waitfor 20 close_setup
+    check "the due block fires" waitfor 40 journal_has 'FIRE E2E block (workout'
+    check "both screens are covered when the countdown runs out" waitfor 30 covered
+    shot shield
+    check "the installed helper draws it" sh -c "pgrep -P $app -f /usr/libexec/tovin/tovin-screens >/dev/null"
+    check "the workout page runs to its end" drive 150 workout
+    check "finishing it keeps exactly one promise on disk" waitfor 10 sh -c "test \"\$(grep -c '\"outcome\": \"tovin\"' '$data/promises.json')\" = 1"
+    check "the shield lowers after the workout" waitfor 15 sh -c "! '$xshot' '$shots/package-after.png' --covered >/dev/null"
+    icon=""
+    for w in $(xdotool search --class tovin 2>/dev/null); do
+        eval "$(xdotool getwindowgeometry --shell "$w")"
+        [ "$WIDTH" -le 64 ] && [ "$HEIGHT" -le 64 ] && icon=$w
+    done
+    check "the tray holds Tovin's icon" test -n "$icon"
+    # The menu from the bottom: Quit Tovin, Check for Updates…, Open at Login.
+    xdotool mousemove --window "$icon" 10 10 click 3; sleep 1; xdotool key Up Up Return
+    check "Check for Updates… says the package manager keeps Tovin up to date" \
+        waitfor 10 journal_has '\[alert\] Your package manager keeps Tovin up to date.'
+    shot updates
+    xdotool key Return
+    xdotool mousemove --window "$icon" 10 10 click 3; sleep 1; xdotool key Up Up Up Return
+    check "Open at Login starts /usr/bin/tovin" waitfor 10 grep -q '^Exec="/usr/bin/tovin"$' "$XDG_CONFIG_HOME/autostart/dev.tovin.Tovin.desktop"
+    kill "$app"; waitfor 10 gone "$app"
+    person_files() { sha256sum "$data"/schedule.json "$data"/promises.json "$data"/tovin.log "$XDG_CONFIG_HOME"/Tovin/settings.json; }
+    person_files >"$work/before.sum"
+    check "apt removes the package" sh -c "$asroot apt-get remove -y -qq tovin >>'$work/apt.log' 2>&1 && test ! -e /usr/bin/tovin"
+    check "... and leaves the person's week, settings, ledger and journal as they were" \
+        eval 'person_files | cmp -s - "$work/before.sum"'
     ;;
 firstrun)
     # No schedule file at all: the example week is written, and the setup page shows it.

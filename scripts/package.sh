@@ -58,5 +58,5 @@ echo "package: $out/tovin_${version}_${arch}.deb ($(du -k "$out/tovin_${version}
     "installed size $(dpkg-deb -f "$out/tovin_${version}_${arch}.deb" Installed-Size) KiB)"
 # Every tag lintian has, informational ones included, so what remains is seen; errors and
 # warnings fail.
-lintian --info --display-info --fail-on error,warning "$out/tovin_${version}_${arch}.changes"
+lintian --display-info --fail-on error,warning "$out/tovin_${version}_${arch}.changes"
 echo "package: lintian found no errors or warnings"

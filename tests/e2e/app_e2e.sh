@@ -49,11 +49,12 @@ here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$shots"
 . "$here/lib.sh"
 
-n=70; while [ -e /tmp/.X11-unix/X$n ] || [ -e /tmp/.X$n-lock ]; do n=$((n + 1)); done
+# Xvfb picks a free display itself, so checks running side by side never race for one.
+Xvfb -displayfd 3 -screen 0 3840x1080x24 -noreset -nolisten tcp 3>"$work/display" >/dev/null 2>&1 & pids+=($!)
+waitfor 15 test -s "$work/display" || give_up "Xvfb did not start"
+n=$(tr -dc 0-9 <"$work/display")
 export DISPLAY=:$n XDG_SESSION_TYPE=x11
 unset WAYLAND_DISPLAY # an X11 check, even when run from a Wayland session
-Xvfb "$DISPLAY" -screen 0 3840x1080x24 -noreset -nolisten tcp >/dev/null 2>&1 & pids+=($!)
-waitfor 15 test -e /tmp/.X11-unix/X$n || give_up "Xvfb did not start"
 xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null
 xrandr --setmonitor RIGHT 1920/508x1080/286+1920+0 none >/dev/null
 openbox >/dev/null 2>&1 & pids+=($!)
@@ -104,10 +105,18 @@ open_setup_again() { # as a person would: launch Tovin again, which brings the s
     waitfor 15 setup_visible
 }
 lock_from_setup() { setup_keys ctrl+l; } # "Lock Me Out Now" by its key
+mine() { # a process of this check's (it runs with this check's runtime folder), not a neighbour's
+    tr '\0' '\n' <"/proc/$1/environ" 2>/dev/null | grep -qxF "XDG_RUNTIME_DIR=$XDG_RUNTIME_DIR"
+}
 renderers() { # the web engine's renderers: children of its sandboxed zygote, which keep its name
     local zygotes
     zygotes=$(ps -eo pid=,args= | awk '/QtWebEngineProcess --type=zygote/ && !/no-zygote-sandbox/ {print $1}')
-    for z in $zygotes; do ps -o pid= --ppid "$z"; done | sort -n
+    for z in $zygotes; do mine "$z" && ps -o pid= --ppid "$z"; done | sort -n
+}
+no_helper_of_mine() { # not even one orphaned by its resident
+    local h
+    for h in $(pgrep -x tovin-screens); do mine "$h" && return 1; done
+    return 0
 }
 gone() { # a process that no longer runs (a zombie awaiting its parent counts as gone)
     local state
@@ -306,7 +315,7 @@ share)
     ;;
 package)
     # The Debian package, installed the way people install software, used, then removed.
-    deb=${TOVIN_DEB:?the .deb to install}
+    deb=$(realpath "${TOVIN_DEB:?the .deb to install}") # apt takes a local file by its path
     asroot=""
     if [ "$(id -u)" -ne 0 ]; then
         sudo -n true 2>/dev/null || give_up "installing the package needs root (or sudo without a password)"
@@ -315,7 +324,8 @@ package)
     if [ "$(dpkg-query -W -f='${Status}' tovin 2>/dev/null)" = "install ok installed" ]; then
         give_up "a tovin package is installed here already; this check installs and removes its own, so it leaves that one alone (apt-get remove tovin, then run it again)"
     fi
-    check "apt installs the package" sh -c "$asroot apt-get install -y -qq '$deb' >'$work/apt.log' 2>&1"
+    $asroot apt-get install -y -qq "$deb" >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; give_up "apt could not install $deb"; }
+    check "apt installs the package" test "$(dpkg-query -W -f='${Status}' tovin)" = "install ok installed"
     check "... its files where the filesystem standard puts them" sh -c \
         "test -x /usr/bin/tovin && test -x /usr/libexec/tovin/tovin-screens && test ! -e /usr/bin/tovin-screens &&
          test -f /usr/share/tovin/web/index.html && test -f /usr/share/tovin/models/movenet-lightning.bin &&
@@ -553,7 +563,7 @@ helper)
     kill -KILL "$app"
     sleep 1
     check "the resident killed mid-lockout takes the shield with it within a second" sh -c "! '$xshot' '$shots/helper-gone.png' --covered >/dev/null"
-    check "... and the helper" waitfor 3 sh -c "! pgrep -x tovin-screens >/dev/null"
+    check "... and the helper" waitfor 3 no_helper_of_mine
     check "nothing is recorded while Tovin is not running" test "$(records)" = 1
     launch "$tovin"
     check "started again, it finds the lockout cut short and records it as broken" waitfor 20 sh -c "test \$(grep -c 'Tovin was stopped during the lockout' '$data/promises.json') = 2"

@@ -4,12 +4,15 @@
 #
 #   scripts/package.sh [OUT_DIR]        default: build/package
 #
+# dpkg-buildpackage writes its results beside the source folder first; they are moved to OUT_DIR.
+#
 # What the build needs from the network (the web app's npm packages, the pose model) is fetched
 # first; dpkg-buildpackage then runs without a network (in a network namespace of its own where
 # the machine allows one), so a package build that tried to download would fail here.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-out=${1:-$root/build/package}
+build=$(realpath -m "${TOVIN_BUILD_DIR:-$root/build}")
+out=$(realpath -m "${1:-$build/package}")
 "$root/scripts/setup.sh"
 if [ -d "$root/.tools/node/node_modules/.bin" ]; then
     export PATH="$root/.tools/node/node_modules/.bin:$PATH"
@@ -19,7 +22,7 @@ started=$SECONDS
 
 # Fetched before: the web app's packages (installed into web/node_modules from the lock file,
 # and built once, which proves them whole) and the pose model's package.
-export TOVIN_DEPS_CACHE=$root/build/_deps
+export TOVIN_DEPS_CACHE=$build/_deps
 "$root/scripts/build-web.sh" "$TOVIN_DEPS_CACHE/web-check" >/dev/null
 "$root/scripts/fetch-pose-model.sh" "$TOVIN_DEPS_CACHE/model-check" "$TOVIN_DEPS_CACHE/pose-model" >/dev/null
 fetched=$SECONDS
@@ -33,12 +36,18 @@ fi
 cd "$root"
 # A fresh package tree every time; -nc keeps dpkg from also sweeping backup-looking files out of
 # the whole source folder (node_modules included).
-rm -rf obj-*/ debian/tovin debian/.debhelper debian/files debian/*.substvars debian/debhelper-build-stamp
+clear_package_tree() {
+    rm -rf obj-*/ debian/tovin debian/.debhelper debian/files debian/*.substvars \
+        debian/*.debhelper.log debian/debhelper-build-stamp
+}
+clear_package_tree
 export TOVIN_CXX_LAUNCHER
 export DEB_BUILD_OPTIONS="parallel=$(nproc) ${DEB_BUILD_OPTIONS:-}"
-"${offline[@]}" dpkg-buildpackage -b -nc -us -uc >"$root/build/package-build.log" 2>&1 || {
-    tail -n 40 "$root/build/package-build.log"
-    echo "package: dpkg-buildpackage failed (the whole log: build/package-build.log)" >&2
+mkdir -p "$build"
+"${offline[@]}" dpkg-buildpackage -b -nc -us -uc >"$build/package-build.log" 2>&1 || {
+    tail -n 40 "$build/package-build.log"
+    clear_package_tree
+    echo "package: dpkg-buildpackage failed (the whole log: $build/package-build.log)" >&2
     exit 1
 }
 built=$SECONDS
@@ -51,7 +60,7 @@ for f in "tovin_${version}_${arch}.deb" "tovin-dbgsym_${version}_${arch}.deb" \
     "tovin_${version}_${arch}.buildinfo" "tovin_${version}_${arch}.changes"; do
     mv "../$f" "$out/"
 done
-rm -rf obj-*/ debian/tovin debian/.debhelper debian/files debian/*.substvars debian/debhelper-build-stamp
+clear_package_tree
 
 echo "package: fetched in $((fetched - started)) s, built in $((built - fetched)) s"
 echo "package: $out/tovin_${version}_${arch}.deb ($(du -k "$out/tovin_${version}_${arch}.deb" | cut -f1) KiB;" \

@@ -147,8 +147,11 @@ PoseModel::PoseModel() : d(std::make_unique<Impl>()) {}
 PoseModel::~PoseModel() = default;
 
 QString PoseModel::bundledPath() {
-    for (const QString& candidate : {paths::installedShare(QStringLiteral("models/movenet-lightning.json")),
-                                     QStringLiteral(TOVIN_STAGED_MODEL_DIR "/movenet-lightning.json")}) {
+    QStringList candidates{paths::installedShare(QStringLiteral("models/movenet-lightning.json"))};
+#ifdef TOVIN_STAGED_MODEL_DIR
+    candidates.append(QStringLiteral(TOVIN_STAGED_MODEL_DIR "/movenet-lightning.json"));
+#endif
+    for (const QString& candidate : candidates) {
         if (QFileInfo(candidate).isFile())
             return QFileInfo(candidate).canonicalFilePath();
     }

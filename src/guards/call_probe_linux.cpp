@@ -3,6 +3,7 @@
 #include "guards/microphone_pulse.h"
 #include "guards/platform_guards.h"
 
+#include <QCoreApplication>
 #include <QFile>
 
 namespace tovin {
@@ -33,16 +34,23 @@ public:
         : ourOthers_(std::move(ourOthers)) {}
 
     CallState read() override {
-        const QList<qint64> ours = ourOthers_ ? ourOthers_() : QList<qint64>{};
+        QList<qint64> ours = ourOthers_ ? ourOthers_() : QList<qint64>{};
+        ours.append(QCoreApplication::applicationPid());
+        // A report (--why, --probe-call) runs beside the copy that shows the lockout: that copy's
+        // screen helper, its coach reading the camera, is Tovin's own too.
+        ours.append(ownProcessesNamed("tovin-screens"));
         const auto graph = readPipeWireGraph();
         const MediaSightings seen = graph ? sightingsIn(*graph, ours) : MediaSightings{};
         CallState s;
-        if (seen.carriesAudio)
-            s.micBy = seen.microphone;
-        else if (const auto pulse = readPulseMicrophone(500, ours))
-            s.mic = pulse->live;
-        else
-            s.mic = scanAlsaCapture().running;
+        s.micBy = seen.microphone;
+        // PipeWire may carry only video while PulseAudio serves sound (or both serve some): when
+        // the graph saw no recording, the sound server, then ALSA, are asked as well.
+        if (s.micBy.isEmpty()) {
+            if (const auto pulse = readPulseMicrophone(500, ours))
+                s.mic = pulse->live;
+            else if (!seen.carriesAudio)
+                s.mic = scanAlsaCapture().running;
+        }
         s.mic = s.mic || !s.micBy.isEmpty();
 
         s.cameraBy = seen.camera;

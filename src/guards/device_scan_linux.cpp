@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -69,6 +70,29 @@ qint64 anotherProcessHoldsVideoDevice(const QString& deviceDir, const QString& p
             }
         }
         ::closedir(fds);
+    }
+    ::closedir(processes);
+    return found;
+}
+
+QList<qint64> ownProcessesNamed(const QByteArray& comm, const QString& procDir) {
+    QList<qint64> found;
+    const QByteArray proc = QFile::encodeName(procDir);
+    DIR* processes = ::opendir(proc.constData());
+    if (!processes)
+        return found;
+    while (const dirent* p = ::readdir(processes)) {
+        char* end = nullptr;
+        const long pid = std::strtol(p->d_name, &end, 10);
+        if (pid <= 0 || *end != '\0' || pid == long(::getpid()))
+            continue;
+        const QByteArray dir = proc + '/' + p->d_name;
+        struct stat st {};
+        if (::stat(dir.constData(), &st) != 0 || st.st_uid != ::getuid())
+            continue;
+        QFile name(QFile::decodeName(dir + "/comm"));
+        if (name.open(QIODevice::ReadOnly) && name.readAll().trimmed() == comm)
+            found.append(pid);
     }
     ::closedir(processes);
     return found;

@@ -22,4 +22,9 @@ qint64 anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral(
                                     const QString& procDir = QStringLiteral("/proc"),
                                     const QList<qint64>& alsoOurs = {});
 
+// This user's processes that run the program named `comm` (as the kernel names it), other than
+// this one.
+QList<qint64> ownProcessesNamed(const QByteArray& comm,
+                                const QString& procDir = QStringLiteral("/proc"));
+
 } // namespace tovin

@@ -5,8 +5,8 @@ namespace tovin {
 namespace {
 
 bool isAudioInput(const MediaGraph::Node& n) {
-    // A monitor is a port of a sink, never a source node of its own, so every source here is
-    // something that hears the room: a microphone, a headset, a virtual source.
+    // A monitor of what plays is a port of its sink, never a source node of its own: a source
+    // is a microphone, a headset, or a virtual source standing for one.
     return n.mediaClass.startsWith(u"Audio/Source") || n.mediaClass == u"Audio/Duplex";
 }
 
@@ -40,7 +40,12 @@ MediaSightings sightingsIn(const MediaGraph& graph, const QList<qint64>& ours) {
         const auto to = graph.nodes.constFind(link.to);
         if (from == graph.nodes.cend() || to == graph.nodes.cend())
             continue;
-        const MediaGraph::Client owner = graph.clients.value(to->client);
+        // A capture stream that no connected program owns is one the daemon made for itself (a
+        // loopback, an echo canceller, a filter chain): plumbing, not somebody listening.
+        const auto client = graph.clients.constFind(to->client);
+        if (client == graph.clients.cend())
+            continue;
+        const MediaGraph::Client& owner = *client;
         if (owner.pid > 0 && ours.contains(owner.pid))
             continue;
         // The stream's own name for its program first: a Pulse client's streams all belong to

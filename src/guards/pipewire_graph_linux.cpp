@@ -4,6 +4,7 @@
 
 #include <pipewire/pipewire.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace tovin {
@@ -114,24 +115,28 @@ std::optional<MediaGraph> readPipeWireGraph(int timeoutMs) {
         spa_hook registryHook{};
         pw_core_add_listener(core, &coreHook, &coreListener, &snapshot);
         pw_registry* registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
-        pw_registry_add_listener(registry, &registryHook, &registryListener, &snapshot);
-        snapshot.syncSeq = pw_core_sync(core, PW_ID_CORE, 0);
+        if (registry) {
+            pw_registry_add_listener(registry, &registryHook, &registryListener, &snapshot);
+            snapshot.syncSeq = pw_core_sync(core, PW_ID_CORE, 0);
 
-        QElapsedTimer clock;
-        clock.start();
-        pw_loop_enter(loop);
-        while (!snapshot.done && !snapshot.failed) {
-            const qint64 left = timeoutMs - clock.elapsed();
-            if (left <= 0 || pw_loop_iterate(loop, int(left)) < 0)
-                break;
+            QElapsedTimer clock;
+            clock.start();
+            pw_loop_enter(loop);
+            while (!snapshot.done && !snapshot.failed) {
+                const qint64 left = timeoutMs - clock.elapsed();
+                if (left <= 0)
+                    break;
+                // A signal landing on the wait is no answer either way: wait out the rest.
+                if (const int n = pw_loop_iterate(loop, int(left)); n < 0 && n != -EINTR)
+                    break;
+            }
+            pw_loop_leave(loop);
+            if (snapshot.done && !snapshot.failed)
+                result = std::move(snapshot.graph);
+            spa_hook_remove(&registryHook);
+            pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
         }
-        pw_loop_leave(loop);
-        if (snapshot.done && !snapshot.failed)
-            result = std::move(snapshot.graph);
-
-        spa_hook_remove(&registryHook);
         spa_hook_remove(&coreHook);
-        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
         pw_core_disconnect(core);
     }
     if (context)

@@ -129,8 +129,10 @@ no_helper() { ! helper_pid >/dev/null; }
 alive() { kill -0 "$app" 2>/dev/null; }
 
 if [ "$scenario" = share ]; then
-    # A PipeWire desktop, as Debian's GNOME and KDE are: the daemon, its session manager (which
-    # needs a session bus) and its Pulse server.
+    # A PipeWire desktop, as Debian 12's GNOME is: the daemon, its session manager (which needs a
+    # session bus, and here leaves the machine's own devices alone) and its Pulse server.
+    mkdir -p "$XDG_CONFIG_HOME/wireplumber"
+    cp -r "$here/../support/wireplumber/." "$XDG_CONFIG_HOME/wireplumber/"
     export DBUS_SESSION_BUS_ADDRESS=unix:path=$XDG_RUNTIME_DIR/bus
     dbus-daemon --session --nofork --address="$DBUS_SESSION_BUS_ADDRESS" >/dev/null 2>&1 & pids+=($!)
     waitfor 10 test -S "$XDG_RUNTIME_DIR/bus" || give_up "the session bus did not start"
@@ -324,7 +326,10 @@ package)
     if [ "$(dpkg-query -W -f='${Status}' tovin 2>/dev/null)" = "install ok installed" ]; then
         give_up "a tovin package is installed here already; this check installs and removes its own, so it leaves that one alone (apt-get remove tovin, then run it again)"
     fi
-    $asroot apt-get install -y -qq "$deb" >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; give_up "apt could not install $deb"; }
+    apt=($asroot env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 -y -qq)
+    "${apt[@]}" install "$deb" >"$work/apt.log" 2>&1 || { cat "$work/apt.log"; give_up "apt could not install $deb"; }
+    # Whatever happens below, the machine is left without the package, as it was found.
+    on_exit+=("${apt[*]} remove tovin >/dev/null 2>&1")
     check "apt installs the package" test "$(dpkg-query -W -f='${Status}' tovin)" = "install ok installed"
     check "... its files where the filesystem standard puts them" sh -c \
         "test -x /usr/bin/tovin && test -x /usr/libexec/tovin/tovin-screens && test ! -e /usr/bin/tovin-screens &&
@@ -364,7 +369,7 @@ package)
     kill "$app"; waitfor 10 gone "$app"
     person_files() { sha256sum "$data"/schedule.json "$data"/promises.json "$data"/tovin.log "$XDG_CONFIG_HOME"/Tovin/settings.json; }
     person_files >"$work/before.sum"
-    check "apt removes the package" sh -c "$asroot apt-get remove -y -qq tovin >>'$work/apt.log' 2>&1 && test ! -e /usr/bin/tovin"
+    check "apt removes the package" sh -c "${apt[*]} remove tovin >>'$work/apt.log' 2>&1 && test ! -e /usr/bin/tovin"
     check "... and leaves the person's week, settings, ledger and journal as they were" \
         eval 'person_files | cmp -s - "$work/before.sum"'
     ;;
@@ -463,6 +468,7 @@ frozen)
     check "... over both screens" waitfor 20 covered
     sleep 3
     r=$(renderers | tail -n 1)
+    check "the second page has a renderer too" test -n "$r"
     kill -STOP "$r"
     sleep 4 # long enough for a person to see that the page is stuck
     lines=$(wc -l < "$data/tovin.log")

@@ -65,6 +65,7 @@ MediaGraph desktop() {
         {22, {u"Stream/Input/Video"_s, u"obs-cam"_s, u""_s, u""_s, false, 70}},
         {23, {u"Stream/Input/Video"_s, u"obs-screen"_s, u""_s, u""_s, false, 70}},
         {24, {u"Stream/Input/Video"_s, u"reader"_s, u""_s, u""_s, false, 90}},
+        {25, {u"Stream/Input/Audio"_s, u"echo-cancel-capture"_s, u""_s, u""_s, false, 0}},
     };
     return g;
 }
@@ -87,6 +88,7 @@ TEST(MediaGraphRules, EachCaptureIsSeenWithItsProgramAndOursNever) {
         {"a nameless program falls back to its node", {{13, 24}}, {}, {}, {}, {u"reader"_s}},
         {"Tovin's own reader, by the kernel's pid", {{12, 22}, {13, 23}}, {4003}, {}, {}, {}},
         {"a link to a node already gone", {{99, 20}, {10, 98}}, {}, {}, {}, {}},
+        {"the daemon's own capture stream (an echo canceller)", {{10, 25}}, {}, {}, {}, {}},
     };
     for (const auto& c : cases) {
         MediaGraph g = desktop();

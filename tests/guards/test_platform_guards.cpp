@@ -17,7 +17,9 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -89,9 +91,16 @@ namespace {
 class PipeWireDesktop : public ::testing::Test {
 protected:
     void SetUp() override {
-        // WirePlumber, which links streams to their sources, needs a session bus.
+        // WirePlumber, which links streams to their sources, needs a session bus; its settings
+        // keep it from the machine's own sound cards and cameras.
         ASSERT_TRUE(QTest::qWaitFor([this] { return bus.canReadLine(); }, 10000));
         qputenv("DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed());
+        const QString config = qEnvironmentVariable("XDG_CONFIG_HOME") + u"/wireplumber";
+        for (const char* file : {"main.lua.d/51-no-devices.lua", "bluetooth.lua.d/51-no-devices.lua"}) {
+            const QString to = config + u'/' + QLatin1String(file);
+            QDir().mkpath(QFileInfo(to).path());
+            ASSERT_TRUE(QFile::copy(QStringLiteral(TOVIN_TEST_WIREPLUMBER "/") + QLatin1String(file), to));
+        }
         daemon = std::make_unique<Child>(u"pipewire");
         session = std::make_unique<Child>(u"wireplumber");
         pulse = std::make_unique<Child>(u"pipewire-pulse");

@@ -68,6 +68,20 @@ QStringList callLines() {
            probe->sources();
 }
 
+// What --why says of idle time: where it comes from on this desktop, and what it reads now.
+QString idleLine() {
+    const auto idle = createPlatformIdleSource();
+    if (idle->name() == u"none")
+        return QStringLiteral("none — this desktop tells Tovin nothing of input, so nobody is "
+                              "ever judged away from the desk");
+    QString line = idle->name();
+    // XWayland hears only the X programs' own input: the person may be typing elsewhere.
+    if (idle->name() == u"X11 screen saver" && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        line += u" through XWayland, which sees only X programs' input"_s;
+    return line + QStringLiteral(" (%1 s since the last input)")
+                      .arg(qRound(idle->secondsSinceLastInput()));
+}
+
 // The single-instance socket and record live in a folder only this user may enter. When the
 // folder there is somebody else's, anyone could answer for Tovin or sit in its place: better
 // not to run, and say why, than to watch the schedule through a stranger's socket.
@@ -120,7 +134,7 @@ int main(int argc, char* argv[]) {
         QCoreApplication app(argc, argv);
         QTextStream(stdout) << Diagnostics::why(
             Updater::feedSummary(),
-            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()),
+            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()), idleLine(),
             callLines());
         return 0;
     }

@@ -114,6 +114,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         out << "  updates: " << sources.updates << '\n';
     if (!sources.shield.isEmpty())
         out << "  shield: " << sources.shield << '\n';
+    if (!sources.idle.isEmpty())
+        out << "  idle: " << sources.idle << '\n';
     if (!sources.calls.isEmpty())
         out << "  calls and shared screens:\n";
     for (const QString& line : sources.calls)
@@ -147,9 +149,10 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     return text;
 }
 
-QString why(const QString& updates, const QString& shield, const QStringList& calls) {
+QString why(const QString& updates, const QString& shield, const QString& idle,
+            const QStringList& calls) {
     return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(),
-                updates, shield, calls},
+                updates, shield, idle, calls},
                Clock::system(), Calendar::system());
 }
 

@@ -22,6 +22,8 @@ struct WhySources {
     QString updates;
     // What the shield holds on this desktop; no line when empty.
     QString shield;
+    // Where the idle time comes from; no line when empty.
+    QString idle;
     // Whether a call or a shared screen would hold a lockout off now, and what the call
     // detector can see on this desktop, one line per source; none when empty.
     QStringList calls;
@@ -30,7 +32,7 @@ struct WhySources {
 QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
 
 // The same report over the person's real files.
-QString why(const QString& updates = {}, const QString& shield = {},
+QString why(const QString& updates = {}, const QString& shield = {}, const QString& idle = {},
             const QStringList& calls = {});
 
 } // namespace Diagnostics

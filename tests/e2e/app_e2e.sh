@@ -265,8 +265,10 @@ call)
     check "a live microphone holds the due block off, and the journal says why" \
         waitfor 30 journal_has '\[hold\] E2E block held — Your mic is live — Tovin won.t interrupt.'
     check "no shield while the call lasts" sh -c "! '$xshot' '$shots/call.png' --covered >/dev/null"
-    check "--why says a shared screen cannot be seen without PipeWire" sh -c \
-        "'$tovin' --why | grep -q 'shared screen: cannot be seen — PipeWire is not running on this desktop'"
+    "$tovin" --why >"$work/why.txt"
+    check "--why says a shared screen cannot be seen without PipeWire" \
+        grep -q 'shared screen: cannot be seen — PipeWire is not running on this desktop' "$work/why.txt"
+    check "... and where idle time comes from" grep -q '^  idle: X11 screen saver ([0-9]* s since the last input)$' "$work/why.txt"
     check "and no countdown" never 2 countdown_up
     # A stray Space in the setup window scrolls its page; it never presses "Lock Me Out Now", not
     # even once the window has been minimised and brought back.

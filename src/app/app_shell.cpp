@@ -10,7 +10,9 @@
 #include "promises/promise_ledger.h"
 #include "schedule/schedule_store.h"
 #include "schedule/settings.h"
+#include "shield/desktop_hold.h"
 #include "shield/shield_style.h"
+#include "shield/window_system.h"
 #include "workoutweb/bundle_routes.h"
 
 #include <QApplication>
@@ -25,6 +27,8 @@
 #include <unistd.h>
 
 namespace tovin {
+
+using namespace Qt::Literals::StringLiterals;
 
 AppShell::AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObject* parent)
     : QObject(parent), screens_(deps.screens), controller_(deps), launchedForRehearsal_(launchedForRehearsal) {
@@ -62,7 +66,14 @@ void AppShell::chosen(const QString& action, const QString& value) {
     else if (action == u"begin")
         // The rehearsal comes from the launch switch, not the start window's checkbox.
         controller_.raiseLockout(launchedForRehearsal_);
-    else if (action == u"setupGeometry")
+    else if (action == u"gnomeExtension") {
+        Journal::note(QStringLiteral("shield"),
+                      value.isEmpty() ? u"GNOME Shell extension installed at the person's word — "_s +
+                                            DesktopHold::describe()
+                                      : u"GNOME Shell extension not installed: "_s + value);
+        offerGnomeExtension_ = gnomeExtensionWanted();
+        refreshSetupStrip();
+    } else if (action == u"setupGeometry")
         Settings::store().setValue(QStringLiteral("setupWindowGeometry"), value);
 }
 
@@ -282,7 +293,16 @@ SetupStrip AppShell::strip() {
             LaunchAtLogin::menuTitle(status),
             status == LaunchAtLogin::Enabled,
             status == LaunchAtLogin::Blocked,
-            Updater::hasReleaseFeed()};
+            Updater::hasReleaseFeed(),
+            offerGnomeExtension_};
+}
+
+bool AppShell::gnomeExtensionWanted() {
+    if (WindowSystem::session() != WindowSystem::Session::Wayland ||
+        DesktopHold::desktop() != DesktopHold::Desktop::Gnome)
+        return false;
+    const DesktopHold::Extension state = DesktopHold::gnomeExtension();
+    return state == DesktopHold::Extension::Missing || state == DesktopHold::Extension::Off;
 }
 
 void AppShell::refreshSetupStrip() {
@@ -298,6 +318,8 @@ void AppShell::openSetupWindow() {
                                                   "web app beside the app."));
         return;
     }
+    // Asked once a window: the strip's lines refresh every few seconds, this need not.
+    offerGnomeExtension_ = gnomeExtensionWanted();
     const QJsonValue frame = Settings::store().value(QStringLiteral("setupWindowGeometry"));
     screens_.openSetup(*root, controller_.nativeFor(PageMode::Setup, true, std::nullopt), strip(),
                        frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1()) : QByteArray());

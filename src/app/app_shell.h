@@ -58,12 +58,16 @@ private:
     void chosen(const QString& action, const QString& value);
     void refreshSetupStrip();
     void refreshTrayIcon();
+    // Whether the setup window should offer Tovin's GNOME Shell extension: GNOME on Wayland,
+    // with the extension missing or turned off.
+    static bool gnomeExtensionWanted();
 
     Screens& screens_;
     AppController controller_;
     UpdateDialogs updates_{controller_};
     bool launchedForRehearsal_;
     bool quitting_ = false;
+    bool offerGnomeExtension_ = false;
     QPointer<QSystemTrayIcon> tray_;
     std::unique_ptr<QMenu> trayMenu_;
     QList<QPointer<QMessageBox>> alerts_;

@@ -53,7 +53,7 @@ void CountdownPanel::show(double seconds, int snoozesLeft) {
     remaining_ = seconds;
 
     auto* window = new PanelWindow;
-    window->setWindowTitle(QStringLiteral("Tovin"));
+    window->setWindowTitle(QStringLiteral("Tovin countdown"));
     Qt::WindowFlags flags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                             Qt::WindowDoesNotAcceptFocus;
     // Outside the window manager's hands on X11: no title bar, no placement of its own, and a

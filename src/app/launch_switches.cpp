@@ -16,6 +16,7 @@ LaunchMode launchModeFor(const QStringList& arguments) {
         {"--layout-check", LaunchMode::LayoutCheck},
         {"--self-test", LaunchMode::SelfTest},
         {"--probe-call", LaunchMode::ProbeCall},
+        {"--probe-idle", LaunchMode::ProbeIdle},
         {"--rehearse", LaunchMode::Rehearse},
     };
     // The program's own name is not a switch.

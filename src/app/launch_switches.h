@@ -19,6 +19,7 @@ enum class LaunchMode {
     LayoutCheck,  // the start window only; no single-instance rule, no schedule
     SelfTest,     // the built-in self-check against throw-away files, then exit
     ProbeCall,    // a line a second: would a call hold a lockout off; no schedule
+    ProbeIdle,    // a line a second: seconds since the last input, then nothing else
     Rehearse,     // a rehearsal lockout at once; no schedule, no usage watcher
     Normal,
 };

@@ -5,6 +5,7 @@
 #include "core/paths.h"
 #include "guards/call_detector.h"
 #include "guards/platform_guards.h"
+#include "shield/desktop_hold.h"
 #include "guards/sleep_watcher.h"
 #include "journal/diagnostics.h"
 #include "journal/journal.h"
@@ -37,6 +38,7 @@ const char* const helpText =
     "\n"
     "  --why              why it did or didn't fire: the schedule, the decision, the journal\n"
     "  --probe-call       print once a second whether a call would hold a lockout off\n"
+    "  --probe-idle       print once a second how long since the last key or pointer input\n"
     "  --rehearse         run a rehearsal lockout in a window now (nothing is recorded)\n"
     "  --layout-check     show the start window\n"
     "  --self-test        run the built-in self-check against throw-away files\n"
@@ -74,12 +76,25 @@ QString idleLine() {
     if (idle->name() == u"none")
         return QStringLiteral("none — this desktop tells Tovin nothing of input, so nobody is "
                               "ever judged away from the desk");
-    QString line = idle->name();
-    // XWayland hears only the X programs' own input: the person may be typing elsewhere.
-    if (idle->name() == u"X11 screen saver" && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
-        line += u" through XWayland, which sees only X programs' input"_s;
-    return line + QStringLiteral(" (%1 s since the last input)")
-                      .arg(qRound(idle->secondsSinceLastInput()));
+    // The compositor's notifications count from when their listener began, which for this
+    // report is now: what it would read means nothing yet.
+    if (idle->name().startsWith(u"the compositor's"))
+        return idle->name() + u" — `tovin --probe-idle` shows the reading"_s;
+    return idle->name() + QStringLiteral(" (%1 s since the last input)")
+                              .arg(qRound(idle->secondsSinceLastInput()));
+}
+
+// One line a second, from the same source the usage watcher asks, until interrupted.
+int probeIdle(QCoreApplication& app) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const auto idle = createPlatformIdleSource();
+    std::printf("idle source: %s\n", qPrintable(idle->name()));
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &app, [&idle] {
+        std::printf("idle %d s\n", int(idle->secondsSinceLastInput()));
+    });
+    timer.start(1000);
+    return app.exec();
 }
 
 // The single-instance socket and record live in a folder only this user may enter. When the
@@ -137,6 +152,10 @@ int main(int argc, char* argv[]) {
             WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()), idleLine(),
             callLines());
         return 0;
+    }
+    case LaunchMode::ProbeIdle: {
+        QCoreApplication app(argc, argv);
+        return probeIdle(app);
     }
     case LaunchMode::UpdateDryRun: {
         QCoreApplication app(argc, argv);
@@ -210,6 +229,11 @@ int main(int argc, char* argv[]) {
         // Only the copy that watches the schedule cares about sleep and wake.
         if (!platformNote.isEmpty())
             Journal::note(QStringLiteral("shield"), platformNote);
+        // The desktop's own means of keeping the shield on top: KWin's is loaded each start.
+        if (WindowSystem::session() == WindowSystem::Session::Wayland)
+            Journal::note(QStringLiteral("shield"),
+                          DesktopHold::desktop() == DesktopHold::Desktop::Kde ? DesktopHold::loadKWinScript()
+                                                                              : DesktopHold::describe());
         if (asRoot)
             Journal::note(QStringLiteral("shield"), rootNote);
         sleep = std::make_unique<SleepWatcher>();

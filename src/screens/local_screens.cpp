@@ -266,9 +266,7 @@ void LocalScreens::openSetup(const QString& webRoot, const QJsonObject& native, 
                              const QByteArray& geometry) {
     if (!setupWindow_) {
         setupWindow_ = new SetupWindow(geometry);
-        connect(setupWindow_, &SetupWindow::chosen, this, [this](const QString& action) {
-            Q_EMIT actionChosen(action, QString());
-        });
+        connect(setupWindow_, &SetupWindow::chosen, this, &Screens::actionChosen);
         connect(setupWindow_, &SetupWindow::hidden, this, [this] {
             // The page is made whenever the window opens and dropped when it closes: a browser
             // engine holds hundreds of megabytes and must not stay while nothing shows it.

@@ -85,14 +85,14 @@ QJsonObject encode(const SetupStrip& s) {
         {QStringLiteral("status"), s.status},   {QStringLiteral("standing"), s.standing},
         {QStringLiteral("paused"), s.paused},   {QStringLiteral("loginTitle"), s.loginTitle},
         {QStringLiteral("loginOn"), s.loginOn}, {QStringLiteral("loginBlocked"), s.loginBlocked},
-        {QStringLiteral("updates"), s.updates}};
+        {QStringLiteral("updates"), s.updates}, {QStringLiteral("gnomeExtension"), s.gnomeExtension}};
 }
 
 SetupStrip decodeStrip(const QJsonObject& o) {
     return {o.value(u"status").toString(), o.value(u"standing").toString(),
             o.value(u"paused").toBool(),   o.value(u"loginTitle").toString(),
             o.value(u"loginOn").toBool(),  o.value(u"loginBlocked").toBool(),
-            o.value(u"updates").toBool()};
+            o.value(u"updates").toBool(),  o.value(u"gnomeExtension").toBool()};
 }
 
 QJsonObject encode(const StartCard& c) {

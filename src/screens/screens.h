@@ -43,6 +43,8 @@ struct SetupStrip {
     // This copy checks a release feed itself: the strip offers "Check for Updates…", which a
     // desktop without a tray has nowhere else.
     bool updates = false;
+    // GNOME on Wayland without Tovin's extension: the strip offers to install it.
+    bool gnomeExtension = false;
 };
 
 // The start window's text, decided by the controller.

@@ -1,5 +1,6 @@
 #include "screens/setup_window.h"
 
+#include "shield/desktop_hold.h"
 #include "shield/shield_style.h"
 
 #include <QCheckBox>
@@ -7,6 +8,7 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
 #include <QShortcut>
@@ -87,6 +89,10 @@ QWidget* SetupWindow::buildStrip() {
     pause_ = button(QStringLiteral("Pause for an hour"), "pause");
     updates_ = button(QStringLiteral("Check for Updates…"), "updates");
     updates_->hide();
+    gnomeExtension_ = new QPushButton(QStringLiteral("Keep the Shield on Top…"), strip);
+    connect(gnomeExtension_, &QPushButton::clicked, this, &SetupWindow::offerGnomeExtension);
+    row->addWidget(gnomeExtension_);
+    gnomeExtension_->hide();
     login_ = new QCheckBox(QStringLiteral("Open at Login"), strip);
     connect(login_, &QCheckBox::clicked, this, [this] { Q_EMIT chosen(QStringLiteral("login")); });
     row->addWidget(login_);
@@ -102,6 +108,37 @@ void SetupWindow::setStrip(const SetupStrip& strip) {
     login_->setChecked(strip.loginOn);
     login_->setEnabled(!strip.loginBlocked);
     updates_->setVisible(strip.updates);
+    gnomeExtension_->setVisible(strip.gnomeExtension);
+}
+
+void SetupWindow::offerGnomeExtension() {
+    // The person's word first: this adds a program to their desktop, which runs in GNOME Shell.
+    QMessageBox ask(QMessageBox::Question, QStringLiteral("Tovin"),
+                    QStringLiteral("Keep the shield on top on GNOME?"), QMessageBox::Cancel, this);
+    ask.setInformativeText(QStringLiteral(
+        "On GNOME, a window that opens during a lockout can cover the shield, and GNOME's own "
+        "shortcuts (the Overview, switching windows) still work. Tovin's GNOME Shell extension "
+        "stops that while a lockout is up and does nothing at any other time.\n\n"
+        "Tovin will copy it into your extensions folder and turn it on. GNOME starts new "
+        "extensions only when you log in: log out and back in before it works."));
+    QPushButton* install = ask.addButton(QStringLiteral("Install and Turn On"), QMessageBox::AcceptRole);
+    ask.setDefaultButton(install);
+    ask.exec();
+    if (ask.clickedButton() != install)
+        return;
+    const QString error = DesktopHold::installGnomeExtension();
+    const bool working = error.isEmpty() && DesktopHold::gnomeExtension() == DesktopHold::Extension::On;
+    QMessageBox told(QMessageBox::Information, QStringLiteral("Tovin"),
+                     error.isEmpty() ? QStringLiteral("Tovin's GNOME Shell extension is installed.")
+                                     : QStringLiteral("Tovin could not install its GNOME Shell extension."),
+                     QMessageBox::Ok, this);
+    told.setInformativeText(!error.isEmpty() ? error
+                            : working        ? QStringLiteral("It keeps the shield on top from now on.")
+                                             : QStringLiteral("Log out and back in: GNOME starts it with "
+                                                              "your next session. Until then, other "
+                                                              "windows can still open over the shield."));
+    told.exec();
+    Q_EMIT chosen(QStringLiteral("gnomeExtension"), error);
 }
 
 } // namespace tovin

@@ -26,8 +26,9 @@ public:
     QByteArray frame() const { return saveGeometry(); }
 
 Q_SIGNALS:
-    // One of the menu's items: "lock", "rehearse", "pause", "login", "updates", "quit".
-    void chosen(const QString& action);
+    // One of the menu's items: "lock", "rehearse", "pause", "login", "updates", "quit"; or
+    // "gnomeExtension" once the person installed it (the value says why not, when it failed).
+    void chosen(const QString& action, const QString& value = {});
     // Closed or hidden by Tovin (not minimised): the page goes, and the frame is worth
     // remembering.
     void hidden();
@@ -38,6 +39,7 @@ protected:
 
 private:
     QWidget* buildStrip();
+    void offerGnomeExtension();
 
     QVBoxLayout* column_ = nullptr;
     QPointer<QWidget> page_;
@@ -46,6 +48,7 @@ private:
     QPointer<QPushButton> pause_;
     QPointer<QCheckBox> login_;
     QPointer<QPushButton> updates_;
+    QPointer<QPushButton> gnomeExtension_;
 };
 
 } // namespace tovin

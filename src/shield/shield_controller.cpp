@@ -82,7 +82,9 @@ ShieldWindow* ShieldController::makeShieldWindow(QScreen* screen) {
     if (onX11())
         flags |= Qt::X11BypassWindowManagerHint;
     window->setWindowFlags(flags);
-    window->setWindowTitle(QStringLiteral("Tovin"));
+    // The names a desktop's helper (Tovin's GNOME Shell extension, its KWin script) knows the
+    // shield by: the main window, which keeps the keyboard, is exactly "Tovin shield".
+    window->setWindowTitle(QStringLiteral("Tovin shield (another display)"));
     window->setHints(QStringLiteral("hold on — Esc ×%1 gets you out immediately").arg(tapsToPanic));
     if (screen) {
         window->setTargetScreen(screen);
@@ -126,9 +128,10 @@ bool ShieldController::prepare(QWidget* content) {
     for (QScreen* screen : screens) {
         ShieldWindow* window = makeShieldWindow(screen);
         windows_.removeOne(window);
-        if (screen == primary || (!primary && screen == screens.first()))
+        if (screen == primary || (!primary && screen == screens.first())) {
             window->setContent(content);
-        else
+            window->setWindowTitle(QStringLiteral("Tovin shield"));
+        } else
             window->setSecondaryPanel();
         window->setAttribute(Qt::WA_ShowWithoutActivating);
         // Mapped far off every screen: drawn, composited, and seen by no one.
@@ -223,6 +226,7 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
             ShieldWindow* window = makeShieldWindow(screen);
             if (screen == primary) {
                 mainWindow_ = window;
+                window->setWindowTitle(QStringLiteral("Tovin shield"));
                 if (content)
                     window->setContent(content);
             } else {

@@ -1,5 +1,7 @@
 #include "shield/shield_platform.h"
 
+#include "shield/desktop_hold.h"
+
 #include "qwayland-keyboard-shortcuts-inhibit-unstable-v1.h"
 #include "xdg-shell-client-protocol.h"
 
@@ -95,7 +97,11 @@ public:
             notedKeyboard_ = true;
             Q_EMIT noted(QStringLiteral("this desktop (Wayland) lets no app own the keyboard — "
                                         "covering the screens without a keyboard grab"));
+            Q_EMIT noted(DesktopHold::describe());
+            askInhibitor_ = shouldAskInhibitor();
         }
+        if (!askInhibitor_)
+            return true;
         ShortcutsInhibitManager* manager = ShortcutsInhibitManager::instance();
         if (!manager->isActive()) {
             if (!notedNoInhibit_) {
@@ -159,6 +165,21 @@ public:
     QString sessionLockedBy() const override { return askWhoLocked(); }
 
 private:
+    // On GNOME the inhibitor is asked for only where GNOME will not put up a dialog over the
+    // shield: its extension holds the shortcuts itself, and without it only a stored "Allow"
+    // keeps the dialog away.
+    bool shouldAskInhibitor() {
+        if (DesktopHold::desktop() != DesktopHold::Desktop::Gnome)
+            return true;
+        if (DesktopHold::gnomeExtension() == DesktopHold::Extension::On)
+            return false;
+        if (DesktopHold::gnomeAllowsShortcutsInhibitor())
+            return true;
+        Q_EMIT noted(QStringLiteral("GNOME would ask over the shield whether to pass it its "
+                                    "shortcuts, and Esc would answer: not asked"));
+        return false;
+    }
+
     void inhibitorChanged(bool active) {
         if (active && !notedHeld_) {
             notedHeld_ = true;
@@ -169,6 +190,7 @@ private:
 
     QHash<QWindow*, std::shared_ptr<ShortcutsInhibitor>> inhibitors_;
     bool notedKeyboard_ = false;
+    bool askInhibitor_ = true;
     bool notedNoInhibit_ = false;
     bool notedHeld_ = false;
 };

@@ -1,5 +1,7 @@
 #include "shield/window_system.h"
 
+#include "shield/desktop_hold.h"
+
 #include <QDir>
 #include <QLibraryInfo>
 
@@ -8,6 +10,8 @@
 #include <wayland-client.h>
 
 namespace tovin::WindowSystem {
+
+using namespace Qt::Literals::StringLiterals;
 
 Session session() {
     if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
@@ -84,7 +88,12 @@ QString describeHold() {
     if (!offers.reachable)
         return QStringLiteral("Wayland session, but its compositor does not answer");
     QString line = QStringLiteral("Wayland, drawn natively (not through Xwayland) — no program can own the keyboard here; ");
-    if (offers.shortcutsInhibit)
+    if (DesktopHold::desktop() == DesktopHold::Desktop::Gnome &&
+        DesktopHold::gnomeExtension() != DesktopHold::Extension::On &&
+        !DesktopHold::gnomeAllowsShortcutsInhibitor())
+        line += u"GNOME's own shortcuts (the Overview, switching windows) still work over the "
+                u"shield: GNOME would ask about them over the shield, where Esc would answer"_s;
+    else if (offers.shortcutsInhibit)
         line += u"the compositor's own shortcuts (a new terminal, switching windows or "
                 u"workspaces) are held while the shield has the focus";
     else
@@ -93,7 +102,7 @@ QString describeHold() {
     line += offers.activation
                 ? u"; a window another program raises can take the focus, and the shield asks for it back (the compositor decides)"
                 : u"; a window another program raises can take the focus, and the shield cannot ask for it back";
-    return line;
+    return line + u"; " + DesktopHold::describe();
 }
 
 } // namespace tovin::WindowSystem

@@ -77,9 +77,9 @@ settings() { # extra settings beside: any hour, onboarded, a short warning
 }
 covered() { "$xshot" "$shots/$scenario-probe.png" --covered >/dev/null; }
 shot() { "$xshot" "$shots/$scenario-$1.png"; }
-small_window() { # a visible window titled Tovin narrower than a screen: the notice, or an alert
+small_window() { # a visible window narrower than a screen: the notice, or an alert
     local w
-    for w in $(xdotool search --onlyvisible --name '^Tovin$' 2>/dev/null); do
+    for w in $(xdotool search --onlyvisible --name '^Tovin( countdown)?$' 2>/dev/null); do
         eval "$(xdotool getwindowgeometry --shell "$w")"
         [ "$WIDTH" -lt 1000 ] && { echo "$w"; return 0; }
     done

@@ -98,20 +98,31 @@ if mode == "show":
 covered() { windows > "$work/seen.json"; python3 -c "$py_windows" covered < "$work/seen.json"; }
 uncovered() { windows | python3 -c "$py_windows" uncovered; }
 notice_on_top() { windows | python3 -c "$py_windows" notice-on-top; }
-shot() {
-    run /usr/bin/python3 - "$work/shot.raw" <<'PY' && convert -size "$(cat "$work/shot.size")" -depth 8 "bgra:$work/shot.raw" "$shots/$1.png"
-import dbus, os, sys
-bus = dbus.SessionBus()
-shooter = bus.get_object("org.kde.KWin", "/org/kde/KWin/ScreenShot2")
+shot() { # KWin hands the picture over a pipe, raw; it is written out as a PNG here
+    run /usr/bin/python3 - "$work/shot.png" <<'PY'
+import dbus, os, struct, sys, zlib
+shooter = dbus.SessionBus().get_object("org.kde.KWin", "/org/kde/KWin/ScreenShot2")
 r, w = os.pipe()
 info = shooter.CaptureWorkspace({"native-resolution": True}, dbus.types.UnixFd(w),
                                 dbus_interface="org.kde.KWin.ScreenShot2")
 os.close(w)
+raw = bytearray()
+while chunk := os.read(r, 1 << 20):
+    raw += chunk
+width, height, stride = int(info["width"]), int(info["height"]), int(info["stride"])
+rows = []
+for y in range(height):  # BGRA in memory, opaque: to RGB rows, each with PNG's "no filter"
+    row = raw[y * stride:y * stride + width * 4]
+    rgb = bytearray(width * 3)
+    rgb[0::3], rgb[1::3], rgb[2::3] = row[2::4], row[1::4], row[0::4]
+    rows.append(b"\0" + rgb)
+def chunk(kind, body):
+    return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
 with open(sys.argv[1], "wb") as out:
-    while chunk := os.read(r, 1 << 20):
-        out.write(chunk)
-open(sys.argv[1].replace(".raw", ".size"), "w").write("%dx%d" % (info["width"], info["height"]))
+    out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+              + chunk(b"IDAT", zlib.compress(b"".join(rows), 6)) + chunk(b"IEND", b""))
 PY
+    cp "$work/shot.png" "$shots/$1.png"
 }
 
 due_now

@@ -1,4 +1,6 @@
+#include "core/paths.h"
 #include "screens/away_view.h"
+#include "screens/setup_window.h"
 #include "journal/journal.h"
 #include "schedule/settings.h"
 #include "shield/escape_view.h"
@@ -10,9 +12,13 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QFileInfo>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QTest>
+#include <QTimer>
 #include <qpa/qwindowsysteminterface.h>
 
 #include <gtest/gtest.h>
@@ -22,6 +28,7 @@
 // checks; what is here is what they cannot reach: timing, the valve, and yielding.
 
 using namespace tovin;
+using namespace Qt::Literals::StringLiterals;
 using Reason = PromiseRecord::Reason;
 
 namespace {
@@ -268,4 +275,61 @@ TEST(AwayView, CountdownTexts) {
     EXPECT_EQ(view.comesBackText(), u"Your screen comes back at 10:15"); // 09:15 UTC in Berlin
     clock.advance(14 * 60 + 2);
     EXPECT_EQ(view.countdownText(), u"58s left");
+}
+
+// The setup window installs Tovin's GNOME Shell extension only at the person's word, and tells
+// GNOME to run it; a shell that cannot take it up at once means a log-out, which it says.
+TEST(GnomeExtension, InstalledOnlyAtThePersonsWordAndGnomeIsToldToRunIt) {
+    qputenv("GSETTINGS_BACKEND", "keyfile");
+    const QString installed = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                              u"/gnome-shell/extensions/tovin-shield@tovin.dev"_s;
+    SetupWindow window({});
+    SetupStrip strip;
+    strip.gnomeExtension = true;
+    window.setStrip(strip);
+    QPushButton* offer = nullptr;
+    for (QPushButton* button : window.findChildren<QPushButton*>())
+        if (button->text() == u"Keep the Shield on Top…")
+            offer = button;
+    ASSERT_TRUE(offer && offer->isVisibleTo(&window));
+    QStringList chosen;
+    QObject::connect(&window, &SetupWindow::chosen, [&](const QString& action, const QString& value) {
+        chosen << action + u'=' + value;
+    });
+    // The person's answers to the boxes that come up, in order; what each box said.
+    QStringList answers, told;
+    QTimer answering;
+    QObject::connect(&answering, &QTimer::timeout, [&] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box || answers.isEmpty())
+            return;
+        told << box->text() + u' ' + box->informativeText();
+        const QString answer = answers.takeFirst();
+        for (QAbstractButton* button : box->buttons())
+            if (button->text() == answer)
+                button->click();
+    });
+    answering.start(10);
+
+    answers = {u"Cancel"_s};
+    offer->click();
+    EXPECT_FALSE(QFileInfo::exists(installed));
+    EXPECT_TRUE(chosen.isEmpty());
+
+    answers = {u"Install and Turn On"_s, u"OK"_s};
+    told.clear();
+    offer->click();
+    for (const char* name : {"extension.js", "metadata.json"}) {
+        QFile copy(installed + u'/' + QLatin1String(name));
+        QFile shipped(paths::installedShare(u"gnome-shell/tovin-shield@tovin.dev/"_s + QLatin1String(name)));
+        ASSERT_TRUE(copy.open(QIODevice::ReadOnly) && shipped.open(QIODevice::ReadOnly)) << name;
+        EXPECT_EQ(copy.readAll(), shipped.readAll()) << name;
+    }
+    QFile keyfile(qEnvironmentVariable("XDG_CONFIG_HOME") + u"/glib-2.0/settings/keyfile"_s);
+    ASSERT_TRUE(keyfile.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(keyfile.readAll().contains("'tovin-shield@tovin.dev'"));
+    ASSERT_EQ(told.size(), 2);
+    EXPECT_TRUE(told[1].startsWith(u"Tovin's GNOME Shell extension is installed. Log out and back in"_s))
+        << told[1].toStdString();
+    EXPECT_EQ(chosen, QStringList{u"gnomeExtension="_s});
 }

@@ -4,8 +4,8 @@
  * the person before it passes its shortcuts to a window. So while one of Tovin's shield windows
  * is up, this keeps them above every other window with the keyboard on the main one, refuses
  * the Overview, and lets no keybinding of GNOME's act (window switching, the run dialog, the
- * shortcut that takes keys back from a window): every key goes to the shield, whose own ways
- * out are the only ones. It knows Tovin's windows by app id and title; at any other time it
+ * shortcut that takes keys back from a window) and no notification banner shows: every key goes
+ * to the shield, whose own ways out are the only ones. It knows Tovin's windows by app id and title; at any other time it
  * does nothing. The countdown notice is kept above other windows too.
  */
 const { GLib } = imports.gi;
@@ -56,6 +56,8 @@ class TovinShield {
             ids.forEach(id => window.disconnect(id));
         this._watched.clear();
         Object.assign(Main.overview, this._overview);
+        if (this._held)
+            Main.messageTray.bannerBlocked = false;
         if (this._reclaimSource)
             GLib.source_remove(this._reclaimSource);
         this._reclaimSource = 0;
@@ -65,9 +67,10 @@ class TovinShield {
     _watch(window) {
         if (this._watched.has(window))
             return;
-        // The title may come after the window: a client names its window when it likes.
+        // The app id and title may come after the window: a client names it when it likes.
         this._watched.set(window, [
             window.connect('notify::title', () => this._consider(window)),
+            window.connect('notify::wm-class', () => this._consider(window)),
             window.connect('unmanaged', () => {
                 this._watched.delete(window);
                 this._update();
@@ -88,14 +91,19 @@ class TovinShield {
 
     _update() {
         const held = this._shields().length > 0;
-        if (held && !this._held && Main.overview.visible)
-            Main.overview.hide();
+        if (held !== this._held) {
+            if (held && Main.overview.visible)
+                Main.overview.hide();
+            // No banner over the shield: a click on one ("… is ready") activates its window.
+            Main.messageTray.bannerBlocked = held;
+        }
         this._held = held;
         this._reclaimSoon();
     }
 
-    // Another window took the focus (a new one, or one chosen by some means this missed): the
-    // main shield takes it back, once the shell has finished handing it over.
+    // Another window took the focus (a new one, another shield window, or one chosen by some
+    // means this missed): the main shield takes it back, once the shell has finished handing
+    // it over.
     _reclaimSoon() {
         if (!this._held || this._reclaimSource)
             return;
@@ -107,11 +115,9 @@ class TovinShield {
     }
 
     _reclaim() {
-        if (!this._held || isShield(global.display.focus_window))
-            return;
         const shields = this._shields();
         const main = shields.find(window => window.get_title() === SHIELD_TITLE) || shields[0];
-        if (main)
+        if (this._held && main && global.display.focus_window !== main)
             main.activate(global.get_current_time());
     }
 }

@@ -40,6 +40,11 @@ packages=(
     # inhibitor, and a real compositor (sway, headless) with a terminal, key injection and screenshots
     qt6-wayland qt6-wayland-dev qt6-wayland-dev-tools qt6-base-private-dev libwayland-dev wayland-protocols
     sway foot wtype grim
+    # the shield under GNOME Shell and KWin, each headless: the compositors, the idle and
+    # fake-input protocols' descriptions, KDE's service cache (KWin's screenshots), and the bus
+    # tools the checks and the GNOME extension's install use
+    gnome-shell mutter xdg-desktop-portal python3-dbus libglib2.0-bin
+    kwin-wayland plasma-wayland-protocols libkf5service-bin
 )
 
 for arg in "$@"; do

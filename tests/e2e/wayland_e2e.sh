@@ -11,6 +11,7 @@
 #   - Ctrl-L from the setup window, Esc ×3 → the same way: a second broken promise
 #   - Ctrl-L again, the workout worked to its end: one kept promise
 #   - Ctrl-L again, Esc ×5: the panic, nothing recorded
+#   - idle time from sway's own idle notifications grows and resets with a key
 # Prints one line per check and "N passed, N failed".
 #
 #   wayland_e2e.sh BIN_DIR WEB_DIR SCREENSHOT_DIR
@@ -199,6 +200,15 @@ check "... as the panic, which quits Tovin" waitfor 10 sh -c "! pgrep -f '$work/
 check "... and leaves no trace in the journal" test "$(wc -l < "$data/tovin.log")" = "$lines"
 check "... with nothing recorded" test "$(records)" = 3
 check "no lockout ended by yielding to the system" sh -c "! grep -q 'yielded to the system' '$data/tovin.log'"
+
+# Idle time as the usage watcher reads it, from sway itself (KDE's idle protocol, which sway
+# offers), never from XWayland: it grows while nothing is typed and resets with a key.
+"${as_user[@]}" "$tovin" --probe-idle >"$work/idle.log" 2>&1 & probe=$!; pids+=($probe)
+check "the idle source is the compositor's own" waitfor 5 grep -q "idle source: the compositor's idle notifications" "$work/idle.log"
+check "idle time grows while nothing is typed" waitfor 15 grep -qE '^idle ([6-9]|[1-9][0-9]+) s' "$work/idle.log"
+seen=$(wc -l < "$work/idle.log"); keys x
+check "... and resets with a key" waitfor 5 sh -c "tail -n +$((seen + 1)) '$work/idle.log' | grep -q '^idle 0 s'"
+kill "$probe" 2>/dev/null
 
 if [ "$failed" -gt 0 ]; then
     echo "--- journal"; cat "$data/tovin.log"; echo "--- app"; tail -30 "$work/app.log"

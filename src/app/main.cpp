@@ -232,8 +232,9 @@ int main(int argc, char* argv[]) {
         // The desktop's own means of keeping the shield on top: KWin's is loaded each start.
         if (WindowSystem::session() == WindowSystem::Session::Wayland)
             Journal::note(QStringLiteral("shield"),
-                          DesktopHold::desktop() == DesktopHold::Desktop::Kde ? DesktopHold::loadKWinScript()
-                                                                              : DesktopHold::describe());
+                          DesktopHold::desktop() == DesktopHold::Desktop::Kde
+                              ? DesktopHold::loadKWinScript()
+                              : DesktopHold::describe());
         if (asRoot)
             Journal::note(QStringLiteral("shield"), rootNote);
         sleep = std::make_unique<SleepWatcher>();

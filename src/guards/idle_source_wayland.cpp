@@ -47,7 +47,8 @@ std::unique_ptr<WaylandIdleSource> WaylandIdleSource::open() {
     return source;
 }
 
-WaylandIdleSource::WaylandIdleSource(wl_display* display) : display_(display) {
+WaylandIdleSource::WaylandIdleSource(wl_display* display)
+    : display_(display) {
     monotonic_.start();
 }
 

@@ -85,7 +85,8 @@ QJsonObject encode(const SetupStrip& s) {
         {QStringLiteral("status"), s.status},   {QStringLiteral("standing"), s.standing},
         {QStringLiteral("paused"), s.paused},   {QStringLiteral("loginTitle"), s.loginTitle},
         {QStringLiteral("loginOn"), s.loginOn}, {QStringLiteral("loginBlocked"), s.loginBlocked},
-        {QStringLiteral("updates"), s.updates}, {QStringLiteral("gnomeExtension"), s.gnomeExtension}};
+        {QStringLiteral("updates"), s.updates},
+        {QStringLiteral("gnomeExtension"), s.gnomeExtension}};
 }
 
 SetupStrip decodeStrip(const QJsonObject& o) {

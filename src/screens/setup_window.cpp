@@ -121,22 +121,28 @@ void SetupWindow::offerGnomeExtension() {
         "stops that while a lockout is up and does nothing at any other time.\n\n"
         "Tovin will copy it into your extensions folder and turn it on. GNOME starts new "
         "extensions only when you log in: log out and back in before it works."));
-    QPushButton* install = ask.addButton(QStringLiteral("Install and Turn On"), QMessageBox::AcceptRole);
+    QPushButton* install =
+        ask.addButton(QStringLiteral("Install and Turn On"), QMessageBox::AcceptRole);
     ask.setDefaultButton(install);
     ask.exec();
     if (ask.clickedButton() != install)
         return;
     const QString error = DesktopHold::installGnomeExtension();
-    const bool working = error.isEmpty() && DesktopHold::gnomeExtension() == DesktopHold::Extension::On;
+    const bool working =
+        error.isEmpty() && DesktopHold::gnomeExtension() == DesktopHold::Extension::On;
     QMessageBox told(QMessageBox::Information, QStringLiteral("Tovin"),
-                     error.isEmpty() ? QStringLiteral("Tovin's GNOME Shell extension is installed.")
-                                     : QStringLiteral("Tovin could not install its GNOME Shell extension."),
+                     error.isEmpty()
+                         ? QStringLiteral("Tovin's GNOME Shell extension is installed.")
+                         : QStringLiteral("Tovin could not install its GNOME Shell extension."),
                      QMessageBox::Ok, this);
-    told.setInformativeText(!error.isEmpty() ? error
-                            : working        ? QStringLiteral("It keeps the shield on top from now on.")
-                                             : QStringLiteral("Log out and back in: GNOME starts it with "
-                                                              "your next session. Until then, other "
-                                                              "windows can still open over the shield."));
+    if (!error.isEmpty())
+        told.setInformativeText(error);
+    else if (working)
+        told.setInformativeText(QStringLiteral("It keeps the shield on top from now on."));
+    else
+        told.setInformativeText(QStringLiteral("Log out and back in: GNOME starts it with your "
+                                               "next session. Until then, other windows can still "
+                                               "open over the shield."));
     told.exec();
     Q_EMIT chosen(QStringLiteral("gnomeExtension"), error);
 }

@@ -23,12 +23,12 @@ inline constexpr char kwinScriptName[] = "tovin-shield";
 QString loadKWinScript();
 
 enum class Extension {
-    NoShell,   // GNOME Shell does not answer
-    Missing,   // not installed for this person
-    Waiting,   // installed and turned on, loaded at the next log-in
-    Off,       // installed, turned off (by the person, or all extensions are off)
-    On,        // running: it holds the shield
-    Broken,    // GNOME reports an error or an unsupported version
+    NoShell, // GNOME Shell does not answer
+    Missing, // not installed for this person
+    Waiting, // installed and turned on, loaded at the next log-in
+    Off,     // installed, turned off (by the person, or all extensions are off)
+    On,      // running: it holds the shield
+    Broken,  // GNOME reports an error or an unsupported version
 };
 Extension gnomeExtension();
 

@@ -1,6 +1,5 @@
-#include "shield/desktop_hold.h"
-
 #include "core/paths.h"
+#include "shield/desktop_hold.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -59,7 +58,8 @@ QStringList enabledExtensions(bool* ok) {
 }
 
 QString copyExtension() {
-    const QString source = paths::installedShare(u"gnome-shell/"_s + QLatin1String(gnomeExtensionUuid));
+    const QString source =
+        paths::installedShare(u"gnome-shell/"_s + QLatin1String(gnomeExtensionUuid));
     if (source.isEmpty())
         return u"Tovin's GNOME Shell extension is missing from this copy of Tovin."_s;
     const QString target = extensionFolder();
@@ -89,25 +89,28 @@ Desktop desktop() {
 QString loadKWinScript() {
     const QString script = paths::installedShare(u"kwin/tovin-shield.js"_s);
     if (script.isEmpty())
-        return u"KWin: Tovin's script is missing from this copy — other windows can open over the shield"_s;
+        return u"KWin: Tovin's script is missing from this copy — other windows can open over "
+               u"the shield"_s;
     const QString name = QLatin1String(kwinScriptName);
     const QDBusMessage loaded = askKWin(u"isScriptLoaded"_s, {name});
     if (!answered(loaded))
-        return u"KWin does not answer on the session bus — other windows can open over the shield"_s;
+        return u"KWin does not answer on the session bus — other windows can open over the "
+               u"shield"_s;
     // A copy left by an earlier run (or an older Tovin) gives way to this one's.
     if (loaded.arguments().constFirst().toBool())
         askKWin(u"unloadScript"_s, {name});
     const QDBusMessage id = askKWin(u"loadScript"_s, {script, name});
     if (!answered(id) || id.arguments().constFirst().toInt() < 0)
-        return u"KWin refused Tovin's script (" + script + u") — other windows can open over the shield";
+        return u"KWin refused Tovin's script (" + script +
+               u") — other windows can open over the shield";
     askKWin(u"start"_s);
     return u"KWin: Tovin's script keeps the shield above other windows, with the keyboard"_s;
 }
 
 Extension gnomeExtension() {
-    const QDBusMessage reply = ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s,
-                                   u"org.gnome.Shell.Extensions"_s, u"GetExtensionInfo"_s,
-                                   {QString::fromLatin1(gnomeExtensionUuid)});
+    const QDBusMessage reply =
+        ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.gnome.Shell.Extensions"_s,
+            u"GetExtensionInfo"_s, {QString::fromLatin1(gnomeExtensionUuid)});
     if (!answered(reply))
         return Extension::NoShell;
     const QVariantMap info = qdbus_cast<QVariantMap>(reply.arguments().constFirst());
@@ -116,8 +119,9 @@ Extension gnomeExtension() {
         if (!QFileInfo::exists(extensionFolder() + u"/extension.js"_s))
             return Extension::Missing;
         bool ok = false;
-        return enabledExtensions(&ok).contains(QLatin1String(gnomeExtensionUuid)) ? Extension::Waiting
-                                                                                  : Extension::Off;
+        return enabledExtensions(&ok).contains(QLatin1String(gnomeExtensionUuid))
+                   ? Extension::Waiting
+                   : Extension::Off;
     }
     // GNOME Shell's own numbers: 1 enabled, 2 disabled, 6 initialised but never enabled.
     switch (int(info.value(u"state"_s).toDouble())) {
@@ -136,9 +140,9 @@ QString installGnomeExtension() {
         return error;
     // A shell that already knows the extension turns it on at once; a new one it learns of only
     // at the next log-in, so it goes into the list the shell reads then.
-    const QDBusMessage enabled = ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s,
-                                     u"org.gnome.Shell.Extensions"_s, u"EnableExtension"_s,
-                                     {QString::fromLatin1(gnomeExtensionUuid)});
+    const QDBusMessage enabled =
+        ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.gnome.Shell.Extensions"_s,
+            u"EnableExtension"_s, {QString::fromLatin1(gnomeExtensionUuid)});
     if (answered(enabled) && enabled.arguments().constFirst().toBool() &&
         gnomeExtension() == Extension::On)
         return {};
@@ -204,22 +208,31 @@ bool holdsShield() {
 }
 
 QString describe() {
+    const QString reachOver = u" — other windows, the Overview and GNOME's shortcuts reach over "
+                              u"the shield"_s;
     switch (desktop()) {
     case Desktop::Kde:
-        return holdsShield() ? u"KWin: Tovin's script keeps the shield above other windows, with the keyboard"_s
-                             : u"KWin: Tovin's script is not loaded — a window that opens during a lockout can cover the shield and take the keyboard"_s;
+        return holdsShield() ? u"KWin: Tovin's script keeps the shield above other windows, with "
+                               u"the keyboard"_s
+                             : u"KWin: Tovin's script is not loaded — a window that opens during a "
+                               u"lockout can cover the shield and take the keyboard"_s;
     case Desktop::Gnome:
         switch (gnomeExtension()) {
         case Extension::On:
-            return u"GNOME: Tovin's extension keeps the shield above other windows, with the keyboard, and holds GNOME's shortcuts and Overview"_s;
+            return u"GNOME: Tovin's extension keeps the shield above other windows, with the "
+                   u"keyboard, and holds GNOME's shortcuts and Overview"_s;
         case Extension::Waiting:
-            return u"GNOME: Tovin's extension is installed and turned on; it starts working after you log out and back in"_s;
+            return u"GNOME: Tovin's extension is installed and turned on; it starts working after "
+                   u"you log out and back in"_s;
         case Extension::Off:
-            return u"GNOME: Tovin's extension is turned off — turn it on in GNOME's Extensions app; until then other windows, the Overview and GNOME's shortcuts reach over the shield"_s;
+            return u"GNOME: Tovin's extension is turned off (the Extensions app turns it on)"_s +
+                   reachOver;
         case Extension::Broken:
-            return u"GNOME: Tovin's extension failed to start (see GNOME's Extensions app) — other windows, the Overview and GNOME's shortcuts reach over the shield"_s;
+            return u"GNOME: Tovin's extension failed to start (see GNOME's Extensions app)"_s +
+                   reachOver;
         case Extension::Missing:
-            return u"GNOME: Tovin's extension is not installed (the setup window offers it) — other windows, the Overview and GNOME's shortcuts reach over the shield"_s;
+            return u"GNOME: Tovin's extension is not installed (the setup window offers it)"_s +
+                   reachOver;
         case Extension::NoShell:
             return u"GNOME Shell does not answer — nothing keeps the shield above other windows"_s;
         }

@@ -87,7 +87,8 @@ QString describeHold() {
     const WaylandOffers offers = waylandOffers();
     if (!offers.reachable)
         return QStringLiteral("Wayland session, but its compositor does not answer");
-    QString line = QStringLiteral("Wayland, drawn natively (not through Xwayland) — no program can own the keyboard here; ");
+    QString line = u"Wayland, drawn natively (not through Xwayland) — no program can own the "
+                   u"keyboard here; "_s;
     if (DesktopHold::desktop() == DesktopHold::Desktop::Gnome &&
         DesktopHold::gnomeExtension() != DesktopHold::Extension::On &&
         !DesktopHold::gnomeAllowsShortcutsInhibitor())
@@ -99,9 +100,12 @@ QString describeHold() {
     else
         line += u"this compositor offers no way to hold its shortcuts, so its own keys (a new "
                 u"terminal, switching windows or workspaces) still work over the shield";
-    line += offers.activation
-                ? u"; a window another program raises can take the focus, and the shield asks for it back (the compositor decides)"
-                : u"; a window another program raises can take the focus, and the shield cannot ask for it back";
+    // What the desktop's own helper holds replaces what the shield can only ask for.
+    if (!DesktopHold::holdsShield())
+        line += offers.activation ? u"; a window another program raises can take the focus, and "
+                                    u"the shield asks for it back (the compositor decides)"_s
+                                  : u"; a window another program raises can take the focus, and "
+                                    u"the shield cannot ask for it back"_s;
     return line + u"; " + DesktopHold::describe();
 }
 

@@ -11,7 +11,8 @@ namespace {
 
 class Sink final : public QWidget {
 public:
-    explicit Sink(const QString& path) : file_(path) {
+    explicit Sink(const QString& path)
+        : file_(path) {
         file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
     }
 

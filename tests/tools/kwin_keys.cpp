@@ -9,15 +9,14 @@
 //     move            nudge the pointer (input that is no key)
 #include "fake-input-client-protocol.h"
 
-#include <linux/input-event-codes.h>
-#include <wayland-client.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <linux/input-event-codes.h>
 #include <map>
 #include <string>
 #include <thread>
+#include <wayland-client.h>
 
 namespace {
 
@@ -31,10 +30,12 @@ void offered(void*, wl_registry* registry, uint32_t id, const char* interface, u
 const wl_registry_listener listener = {offered, [](void*, wl_registry*, uint32_t) {}};
 
 const std::map<std::string, uint32_t> named = {
-    {"alt", KEY_LEFTALT},   {"super", KEY_LEFTMETA}, {"ctrl", KEY_LEFTCTRL},
-    {"shift", KEY_LEFTSHIFT}, {"tab", KEY_TAB},      {"f2", KEY_F2},
-    {"f4", KEY_F4},         {"escape", KEY_ESC},     {"return", KEY_ENTER},
-    {"space", KEY_SPACE},   {"l", KEY_L},            {"w", KEY_W},
+    {"alt", KEY_LEFTALT},   {"super", KEY_LEFTMETA},
+    {"ctrl", KEY_LEFTCTRL}, {"shift", KEY_LEFTSHIFT},
+    {"tab", KEY_TAB},       {"f2", KEY_F2},
+    {"f4", KEY_F4},         {"escape", KEY_ESC},
+    {"return", KEY_ENTER},  {"space", KEY_SPACE},
+    {"l", KEY_L},           {"w", KEY_W},
 };
 
 int letter(char c) {
@@ -79,7 +80,8 @@ int main(int argc, char** argv) {
         } else if (step.rfind("wait=", 0) == 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(step.substr(5))));
         } else if (step == "move") {
-            org_kde_kwin_fake_input_pointer_motion(fake, wl_fixed_from_int(1), wl_fixed_from_int(1));
+            org_kde_kwin_fake_input_pointer_motion(fake, wl_fixed_from_int(1),
+                                                   wl_fixed_from_int(1));
             wl_display_roundtrip(display);
         } else {
             const bool press = step[0] == '+', release = step[0] == '-';

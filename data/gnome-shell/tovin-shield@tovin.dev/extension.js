@@ -5,8 +5,8 @@
  * is up, this keeps them above every other window with the keyboard on the main one, refuses
  * the Overview, and lets no keybinding of GNOME's act (window switching, the run dialog, the
  * shortcut that takes keys back from a window) and no notification banner shows: every key goes
- * to the shield, whose own ways out are the only ones. It knows Tovin's windows by app id and title; at any other time it
- * does nothing. The countdown notice is kept above other windows too.
+ * to the shield, whose own ways out are the only ones. It knows Tovin's windows by app id and
+ * title; at any other time it does nothing. The countdown notice is kept above other windows too.
  */
 const { GLib } = imports.gi;
 const Main = imports.ui.main;
@@ -41,7 +41,8 @@ class TovinShield {
         for (const name of ['show', 'toggle', 'showApps']) {
             const original = Main.overview[name];
             this._overview[name] = original;
-            Main.overview[name] = (...args) => (this._held ? undefined : original.apply(Main.overview, args));
+            Main.overview[name] = (...args) =>
+                (this._held ? undefined : original.apply(Main.overview, args));
         }
         for (const actor of global.get_window_actors())
             this._watch(actor.meta_window);

@@ -17,9 +17,10 @@ namespace tovin {
 // time since it comes and goes): their streams and cameras are never a call.
 std::shared_ptr<CallProbe> createPlatformCallProbe(std::function<QList<qint64>()> ourOthers = {});
 
-// The idle source this session offers, chosen at run time: the X server's screen-saver
-// extension, else a Wayland desktop's idle monitor over D-Bus, else none (always 0, so nobody
-// is ever judged absent).
+// The idle source this session offers, chosen at run time. In a Wayland session the
+// compositor's: the desktop's idle monitor over D-Bus (GNOME), else its idle notifications
+// (KWin, sway). In an X session the X server's screen-saver extension, else the D-Bus monitor.
+// Else none (always 0, so nobody is ever judged absent).
 std::unique_ptr<IdleSource> createPlatformIdleSource();
 
 } // namespace tovin

@@ -240,7 +240,8 @@ QString describe() {
     case Desktop::Other:
         break;
     }
-    return u"nothing of this desktop's own keeps the shield above other windows"_s;
+    return u"no helper of this desktop's own keeps the shield above other windows: it holds by "
+           u"being full screen and asking for the focus back"_s;
 }
 
 } // namespace tovin::DesktopHold

@@ -16,7 +16,7 @@ ctest -j2 --output-on-failure --timeout 600 "$@"
 # The whole suite also builds the fuzz targets over an instrumented core and runs each briefly on
 # its corpus, so the fuzzing build can never rot unnoticed. A subset (arguments given) skips it.
 if [ $# -eq 0 ]; then
-    "$root/scripts/fuzz.sh" "${TOVIN_FUZZ_SECONDS:-15}"
+    "$root/scripts/fuzz.sh" "${TOVIN_FUZZ_SECONDS:-10}"
     # The Debian package: built (lintian clean), installed on this machine, used end to end from
     # /usr/bin, removed.
     "$root/scripts/package.sh" "$build/package"

@@ -97,7 +97,12 @@ public:
             notedKeyboard_ = true;
             Q_EMIT noted(QStringLiteral("this desktop (Wayland) lets no app own the keyboard — "
                                         "covering the screens without a keyboard grab"));
-            Q_EMIT noted(DesktopHold::describe());
+            // A KWin that was not answering when Tovin started (a slow log-in) gets the script
+            // now, while it can still help.
+            if (DesktopHold::desktop() == DesktopHold::Desktop::Kde && !DesktopHold::holdsShield())
+                Q_EMIT noted(DesktopHold::loadKWinScript());
+            else
+                Q_EMIT noted(DesktopHold::describe());
             askInhibitor_ = shouldAskInhibitor();
         }
         if (!askInhibitor_)

@@ -147,6 +147,12 @@ pkill -f "$work/app/bin/key_sink" ; : > "$work/typed"
 check "... and the journal says what KWin holds" journal_has "KWin: Tovin's script keeps the shield above"
 sleep 2; shot kde-shield
 
+# A KWin that lost the script (or never answered when Tovin started) gets it at the next lockout.
+forget_script() {
+    call --dest org.kde.KWin --object-path /Scripting --method org.kde.kwin.Scripting.unloadScript \
+        tovin-shield >/dev/null
+}
+between_lockouts=forget_script between_said=", KWin having lost the script, which the shield loads again"
 try_the_ways_around
 ways_out
 idle_follows_input "the compositor's idle notifications"

@@ -25,17 +25,18 @@ function hold(window) {
         window.keepAbove = true;
 }
 
-// A window that takes the focus while the shield is up gives it back: another program's is
-// minimised, to be found in the task manager once the lockout is over, and the main shield is
-// activated. KWin finishes an activation after telling scripts of it, so the focus is given
-// back a moment later: after a round trip to KWin's own bus name, the one timer a script has.
-function reclaim() {
+// A window that takes the focus while the shield is up gives it back: another program's window
+// is minimised, to be found in the task manager once the lockout is over (never the window the
+// person was using when the lockout began: only one that opens or is activated meanwhile), and
+// the main shield is activated. KWin finishes an activation after telling scripts of it, so the
+// focus is given back a moment later: after a round trip to KWin's own bus name, the one timer a
+// script has.
+function reclaim(intruder) {
     const list = shields();
     if (list.length === 0)
         return;
-    const active = workspace.activeClient;
-    if (active && !ours(active) && (active.normalWindow || active.dialog))
-        active.minimized = true;
+    if (intruder && !ours(intruder) && (intruder.normalWindow || intruder.dialog))
+        intruder.minimized = true;
     if (workspace.activeClient === mainShield(list))
         return;
     callDBus("org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "isScriptLoaded",
@@ -50,6 +51,16 @@ function reclaim() {
 workspace.clientList().forEach(hold);
 workspace.clientAdded.connect(window => {
     hold(window);
-    reclaim();
+    reclaim(ours(window) ? null : window);
 });
-workspace.clientActivated.connect(() => reclaim());
+// Only once a shield has had the focus is another window's activation an intrusion.
+let shieldHadFocus = false;
+workspace.clientActivated.connect(window => {
+    if (shields().length === 0) {
+        shieldHadFocus = false;
+        return;
+    }
+    if (isShield(window))
+        shieldHadFocus = true;
+    reclaim(shieldHadFocus ? window : null);
+});

@@ -302,7 +302,8 @@ bool AppShell::gnomeExtensionWanted() {
         DesktopHold::desktop() != DesktopHold::Desktop::Gnome)
         return false;
     const DesktopHold::Extension state = DesktopHold::gnomeExtension();
-    return state == DesktopHold::Extension::Missing || state == DesktopHold::Extension::Off;
+    return (state == DesktopHold::Extension::Missing || state == DesktopHold::Extension::Off) &&
+           DesktopHold::gnomeExtensionRunsHere();
 }
 
 void AppShell::refreshSetupStrip() {

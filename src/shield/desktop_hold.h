@@ -31,6 +31,10 @@ enum class Extension {
     Broken,  // GNOME reports an error or an unsupported version
 };
 Extension gnomeExtension();
+// GNOME Shell's major version (0 when it does not answer), and whether Tovin's extension, written
+// for GNOME 43 and 44, runs on it.
+int gnomeShellVersion();
+bool gnomeExtensionRunsHere();
 
 // Copies the extension into the person's extensions folder and turns it on. Empty when done;
 // otherwise why not, in words for the person.

@@ -107,6 +107,22 @@ QString loadKWinScript() {
     return u"KWin: Tovin's script keeps the shield above other windows, with the keyboard"_s;
 }
 
+int gnomeShellVersion() {
+    const QDBusMessage reply =
+        ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.freedesktop.DBus.Properties"_s,
+            u"Get"_s, {u"org.gnome.Shell"_s, u"ShellVersion"_s});
+    if (!answered(reply))
+        return 0;
+    const QString version =
+        reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
+    return version.section(u'.', 0, 0).toInt();
+}
+
+bool gnomeExtensionRunsHere() {
+    const int version = gnomeShellVersion();
+    return version == 43 || version == 44;
+}
+
 Extension gnomeExtension() {
     const QDBusMessage reply =
         ask(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.gnome.Shell.Extensions"_s,
@@ -186,8 +202,9 @@ bool gnomeAllowsShortcutsInhibitor() {
         permissions.beginMapEntry();
         permissions >> app >> answer;
         permissions.endMapEntry();
-        if (app == u"dev.tovin.Tovin"_s)
-            granted = answer.contains(QStringLiteral("GRANTED"));
+        // GNOME keys the answer by the app's desktop file.
+        if (app == u"dev.tovin.Tovin.desktop"_s || app == u"dev.tovin.Tovin"_s)
+            granted = answer.value(0) == u"GRANTED"_s;
     }
     permissions.endMap();
     return granted;
@@ -231,17 +248,22 @@ QString describe() {
             return u"GNOME: Tovin's extension failed to start (see GNOME's Extensions app)"_s +
                    reachOver;
         case Extension::Missing:
+            if (!gnomeExtensionRunsHere())
+                return u"GNOME: Tovin's extension runs on GNOME 43 and 44 only, not on this "
+                       u"one"_s +
+                       reachOver;
             return u"GNOME: Tovin's extension is not installed (the setup window offers it)"_s +
                    reachOver;
         case Extension::NoShell:
-            return u"GNOME Shell does not answer — nothing keeps the shield above other windows"_s;
+            // A desktop that calls itself GNOME but runs no GNOME Shell (Budgie, say): nothing
+            // of GNOME's applies.
+            break;
         }
         break;
     case Desktop::Other:
         break;
     }
-    return u"no helper of this desktop's own keeps the shield above other windows: it holds by "
-           u"being full screen and asking for the focus back"_s;
+    return u"no helper of this desktop's own keeps the shield above other windows"_s;
 }
 
 } // namespace tovin::DesktopHold

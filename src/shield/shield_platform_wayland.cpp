@@ -176,8 +176,12 @@ private:
     bool shouldAskInhibitor() {
         if (DesktopHold::desktop() != DesktopHold::Desktop::Gnome)
             return true;
-        if (DesktopHold::gnomeExtension() == DesktopHold::Extension::On)
+        const DesktopHold::Extension extension = DesktopHold::gnomeExtension();
+        if (extension == DesktopHold::Extension::On)
             return false;
+        // Not GNOME Shell after all (a desktop that only calls itself GNOME): no dialog there.
+        if (extension == DesktopHold::Extension::NoShell)
+            return true;
         if (DesktopHold::gnomeAllowsShortcutsInhibitor())
             return true;
         Q_EMIT noted(QStringLiteral("GNOME would ask over the shield whether to pass it its "

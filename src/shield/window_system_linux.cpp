@@ -89,8 +89,10 @@ QString describeHold() {
         return QStringLiteral("Wayland session, but its compositor does not answer");
     QString line = u"Wayland, drawn natively (not through Xwayland) — no program can own the "
                    u"keyboard here; "_s;
-    if (DesktopHold::desktop() == DesktopHold::Desktop::Gnome &&
-        DesktopHold::gnomeExtension() != DesktopHold::Extension::On &&
+    const auto extension = DesktopHold::desktop() == DesktopHold::Desktop::Gnome
+                               ? DesktopHold::gnomeExtension()
+                               : DesktopHold::Extension::NoShell;
+    if (extension != DesktopHold::Extension::NoShell && extension != DesktopHold::Extension::On &&
         !DesktopHold::gnomeAllowsShortcutsInhibitor())
         line += u"GNOME's own shortcuts (the Overview, switching windows) still work over the "
                 u"shield: GNOME would ask about them over the shield, where Esc would answer"_s;

@@ -37,13 +37,22 @@ class TovinShield {
         ];
         // GNOME asks every handler whether to let a keybinding act: none does while held.
         this._filterSignal = global.window_manager.connect('filter-keybinding', () => this._held);
+        // The Overview's ways in (the Super key's and the hot corner's among them) are these;
+        // a touchpad's swipe is not, so an Overview that starts showing anyway is shut.
         this._overview = {};
+        this._overviewOwn = [];
         for (const name of ['show', 'toggle', 'showApps']) {
             const original = Main.overview[name];
             this._overview[name] = original;
+            if (Object.prototype.hasOwnProperty.call(Main.overview, name))
+                this._overviewOwn.push(name);
             Main.overview[name] = (...args) =>
                 (this._held ? undefined : original.apply(Main.overview, args));
         }
+        this._showingSignal = Main.overview.connect('shown', () => {
+            if (this._held)
+                Main.overview.hide();
+        });
         for (const actor of global.get_window_actors())
             this._watch(actor.meta_window);
         this._update();
@@ -56,7 +65,13 @@ class TovinShield {
         for (const [window, ids] of this._watched)
             ids.forEach(id => window.disconnect(id));
         this._watched.clear();
-        Object.assign(Main.overview, this._overview);
+        Main.overview.disconnect(this._showingSignal);
+        for (const name of Object.keys(this._overview)) {
+            if (this._overviewOwn.includes(name))
+                Main.overview[name] = this._overview[name];
+            else
+                delete Main.overview[name];
+        }
         if (this._held)
             Main.messageTray.bannerBlocked = false;
         if (this._reclaimSource)
@@ -119,7 +134,7 @@ class TovinShield {
         const shields = this._shields();
         const main = shields.find(window => window.get_title() === SHIELD_TITLE) || shields[0];
         if (this._held && main && global.display.focus_window !== main)
-            main.activate(global.get_current_time());
+            main.activate(global.display.get_current_time_roundtrip());
     }
 }
 

@@ -1,13 +1,13 @@
 // The costs of the core's hot paths: what the scheduler pays every tick, what the journal pays
 // per line, what a promise costs to record with a real ledger on disk, one settings read.
-#include "coach/coachbox.h"
-#include "coach/coaches.h"
+#include "core/coachbox.h"
+#include "core/coaches.h"
 #include "core/atomic_file.h"
 #include "core/manual_clock.h"
-#include "journal/journal.h"
-#include "promises/promise_ledger.h"
-#include "schedule/schedule.h"
-#include "schedule/settings.h"
+#include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
+#include "core/schedule.h"
+#include "resident/records/settings.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>

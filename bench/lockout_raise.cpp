@@ -5,13 +5,13 @@
 //
 //   lockout_raise [runs = 11]
 
-#include "app/app_controller.h"
-#include "app/screen_helper.h"
+#include "resident/app_controller.h"
+#include "resident/screen_helper.h"
 #include "core/manual_clock.h"
-#include "guards/call_detector.h"
-#include "journal/journal.h"
-#include "promises/promise_ledger.h"
-#include "schedule/settings.h"
+#include "resident/guards/call_detector.h"
+#include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/settings.h"
 #include "support/xvfb.h"
 
 #include <QApplication>

@@ -4,8 +4,8 @@
 //
 //   pose_pipeline [seconds]
 
-#include "coach/coach_session.h"
-#include "coach/pose_model.h"
+#include "screens/coach/coach_session.h"
+#include "screens/coach/pose_model.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -3,9 +3,9 @@
 //
 //   shield_raise [runs = 40]
 
-#include "schedule/settings.h"
-#include "shield/shield_controller.h"
-#include "shield/shield_window.h"
+#include "resident/records/settings.h"
+#include "screens/shield/shield_controller.h"
+#include "screens/shield/shield_window.h"
 #include "support/xvfb.h"
 
 #include <QApplication>

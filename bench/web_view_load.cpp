@@ -4,11 +4,12 @@
 //
 //   web_view_load [web root = the staged web app, else the test fixture] [runs = 5]
 
-#include "promises/promise_ledger.h"
-#include "schedule/settings.h"
-#include "workoutweb/bundle_routes.h"
-#include "workoutweb/bundle_scheme_handler.h"
-#include "workoutweb/workout_web_view.h"
+#include "resident/records/bridge_messages.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/settings.h"
+#include "core/bundle_routes.h"
+#include "screens/web/bundle_scheme_handler.h"
+#include "screens/web/workout_web_view.h"
 
 #include <QApplication>
 #include <QDir>

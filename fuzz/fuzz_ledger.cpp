@@ -1,7 +1,7 @@
 // Any bytes in promises.json: the reader answers with records or with nothing, never a crash;
 // what it accepts is written as valid UTF-8 and reads back as the same records; the fast reader
 // of Tovin's own layout agrees with the general one, and appending equals encoding afresh.
-#include "promises/promise_record.h"
+#include "core/promise_record.h"
 
 #include <QTimeZone>
 #include <QUtf8StringView>

@@ -1,5 +1,5 @@
 // Any request path: whatever resolve answers lies inside the bundle's root.
-#include "workoutweb/bundle_routes.h"
+#include "core/bundle_routes.h"
 
 #include <QDir>
 #include <QTemporaryDir>

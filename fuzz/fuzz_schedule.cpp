@@ -1,7 +1,7 @@
 // Any bytes in schedule.json: the reader answers with a week or with nothing, never a crash,
 // and what it accepts, once written, reads back and writes again byte for byte the same.
-#include "schedule/schedule.h"
-#include "schedule/schedule_store.h"
+#include "core/schedule.h"
+#include "resident/records/schedule_store.h"
 
 #include <QTimeZone>
 

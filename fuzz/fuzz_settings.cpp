@@ -1,6 +1,6 @@
 // Any bytes in settings.json: every setting reads as a value within its clamp (or its default),
 // never a crash.
-#include "schedule/settings.h"
+#include "resident/records/settings.h"
 
 #include <QTimeZone>
 

@@ -1,6 +1,6 @@
 #include "screens/away_view.h"
 
-#include "shield/shield_style.h"
+#include "desktop/shield_style.h"
 
 #include <QLabel>
 #include <QPainter>

@@ -1,14 +1,13 @@
 #include "screens/local_screens.h"
 
-#include "coach/coachbox.h"
-#include "coach/coaches.h"
-#include "coach/pose_model.h"
-#include "coach/tts_speaker.h"
+#include "core/coachbox.h"
+#include "core/coaches.h"
+#include "screens/coach/pose_model.h"
+#include "screens/coach/tts_speaker.h"
 #include "core/calendar.h"
-#include "journal/journal.h"
 #include "screens/away_view.h"
 #include "screens/setup_window.h"
-#include "workoutweb/workout_web_view.h"
+#include "screens/web/workout_web_view.h"
 
 #include <QGuiApplication>
 #include <QStackedLayout>
@@ -18,7 +17,12 @@
 
 namespace tovin {
 
-LocalScreens::LocalScreens(Clock& clock, QObject* parent) : Screens(parent), clock_(clock), shield_(clock) {
+LocalScreens::LocalScreens(Clock& clock, QObject* parent)
+    : Screens(parent)
+    , clock_(clock)
+    , shield_(clock) {
+    connect(&shield_, &ShieldController::noted, this,
+            [this](const QString& text) { Q_EMIT noted(QStringLiteral("shield"), text); });
     // Every ending stops the camera before it is told: nothing outlives its lockout.
     auto ending = [this](auto signal) {
         return [this, signal] {
@@ -128,10 +132,6 @@ void LocalScreens::dropPrepared() {
 void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMinutes) {
     if (shield_.isUp())
         return;
-    // The promises as the ledger's keeper counts them now: this process may have outlived a
-    // lockout whose record it never saw.
-    if (!page.standing.isEmpty())
-        shield_.setStandingSource([standing = page.standing] { return standing; });
     QWidget* view = nullptr;
     const bool web = page.kind == LockoutPage::Kind::Workout || page.kind == LockoutPage::Kind::Retest;
     if (web && prebuilt_ && prebuiltFor_.servesAs(page)) {
@@ -165,7 +165,8 @@ void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMi
         dropPrepared();
         view = page.kind == LockoutPage::Kind::Coach ? coachLockout(page) : build(page, false);
     }
-    shield_.raise(view, rehearsal, valveMinutes);
+    shield_.raise(view, rehearsal, valveMinutes,
+                  {page.escapePhrase.toLower(), page.hintDelay, page.standing});
     // Only now may the page start its workout: its first step gets its whole time.
     if (workoutWeb_)
         workoutWeb_->markShown();
@@ -192,7 +193,8 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
     QString error;
     std::unique_ptr<PoseModel> model = poseModelFactory ? poseModelFactory(&error) : nullptr;
     if (!model) {
-        Journal::note(QStringLiteral("coach"), u"camera coach unavailable — " + error + u"; running the web workout");
+        Q_EMIT noted(QStringLiteral("coach"),
+                     u"camera coach unavailable — " + error + u"; running the web workout");
         stack->addWidget(build(page, false));
         return container;
     }
@@ -209,7 +211,7 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
     });
     connect(coach_, &CoachSession::gaveUp, this, [this, page](const QString& reason) { coachGaveUp(reason, page); });
     auto coach = coachForWorkout(page.coachWorkout);
-    Journal::note(QStringLiteral("coach"), u"camera coach started — " + coach->name());
+    Q_EMIT noted(QStringLiteral("coach"), u"camera coach started — " + coach->name());
     // Last: a camera that fails at once gives up from inside start(), replacing the coach.
     coach_->start(std::move(coach));
     return container;
@@ -218,7 +220,8 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
 void LocalScreens::coachGaveUp(const QString& reason, const LockoutPage& page) {
     if (!coachContainer_)
         return;
-    Journal::note(QStringLiteral("coach"), u"camera coach gave up — " + reason + u"; running the web workout instead");
+    Q_EMIT noted(QStringLiteral("coach"),
+                 u"camera coach gave up — " + reason + u"; running the web workout instead");
     stopCoach();
     auto* stack = static_cast<QStackedLayout*>(coachContainer_->layout());
     QWidget* web = build(page, false);

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "coach/coach_session.h"
+#include "screens/coach/coach_session.h"
 #include "core/clock.h"
-#include "screens/screens.h"
-#include "shield/shield_controller.h"
+#include "core/screens.h"
+#include "screens/shield/shield_controller.h"
 #include "screens/setup_window.h"
 #include "screens/start_window.h"
-#include "workoutweb/workout_web_view.h"
+#include "screens/web/workout_web_view.h"
 
 #include <QPointer>
 

@@ -1,10 +1,8 @@
 #include "screens/screen_host.h"
 
-#include "core/iso_date.h"
-#include "journal/journal.h"
-#include "screens/screen_protocol.h"
-#include "shield/shield_window.h"
-#include "workoutweb/bundle_routes.h"
+#include "core/screen_protocol.h"
+#include "screens/shield/shield_window.h"
+#include "core/bundle_routes.h"
 
 #include <QCoreApplication>
 #include <QScreen>
@@ -18,18 +16,15 @@
 
 namespace tovin {
 
-namespace {
-QJsonObject eventNamed(const char* name) {
-    return {{QStringLiteral("ev"), QString::fromLatin1(name)}};
-}
-} // namespace
+using namespace ScreenProtocol;
 
-ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent), screens_(screens) {
-    using namespace ScreenProtocol;
+ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent)
+    : QObject(parent)
+    , screens_(screens) {
     connect(&socket_, &QLocalSocket::readyRead, this, &ScreenHost::readCommands);
     connect(&socket_, &QLocalSocket::disconnected, this, &ScreenHost::residentGone);
     heartbeat_.setInterval(heartbeatMs);
-    connect(&heartbeat_, &QTimer::timeout, this, [this] { send(eventNamed("alive")); });
+    connect(&heartbeat_, &QTimer::timeout, this, [this] { send(Event::Alive{}); });
 
     // "up" is told once every shield window is exposed where its display is (or after two
     // seconds, whatever the display says), so the resident and the benchmarks see what a
@@ -40,12 +35,13 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
         // Every window exposed, and (a shield's, not a rehearsal's) where its screen is.
         const bool covered = std::all_of(windows.begin(), windows.end(), [this](ShieldWindow* w) {
             return w && w->windowHandle() && w->windowHandle()->isExposed() &&
-                   (screens_.isRehearsal() || !w->screen() || w->geometry() == w->screen()->geometry());
+                   (screens_.isRehearsal() || !w->screen() ||
+                    w->geometry() == w->screen()->geometry());
         });
         if (!screens_.isUp() || (!covered && coverSince_.elapsed() < 2000))
             return;
         coverWatch_.stop();
-        send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), true}});
+        send(Event::Up{true});
     });
     connect(&screens_.shield(), &ShieldController::upChanged, this, [this](bool up) {
         if (up) {
@@ -54,42 +50,33 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent) : QObject(parent)
             return;
         }
         coverWatch_.stop();
-        send({{QStringLiteral("ev"), QStringLiteral("up")}, {QStringLiteral("up"), false}});
+        send(Event::Up{false});
     });
-    connect(&screens_, &Screens::shieldWasBroken, this, [this](std::optional<PromiseRecord::Reason> reason) {
-        QJsonObject e = eventNamed("broken");
-        if (reason)
-            e.insert(u"reason", toString(*reason));
-        send(e);
-    });
-    connect(&screens_, &Screens::shieldTimedOut, this, [this] { send(eventNamed("timedOut")); });
-    connect(&screens_, &Screens::shieldPanicked, this, [this] { send(eventNamed("panicked")); });
-    connect(&screens_, &Screens::shieldYielded, this, [this] { send(eventNamed("yielded")); });
-    connect(&screens_, &Screens::quitAsked, this, [this] { send(eventNamed("quitAsked")); });
-    connect(&screens_, &Screens::pageMessage, this, [this](PageRole role, const QJsonObject& message) {
-        send({{QStringLiteral("ev"), QStringLiteral("page")}, {QStringLiteral("role"), roleName(role)}, {QStringLiteral("message"), message}});
-    });
-    connect(&screens_, &Screens::pageFailed, this, [this](PageRole role, const QString& detail) {
-        send({{QStringLiteral("ev"), QStringLiteral("failed")}, {QStringLiteral("role"), roleName(role)}, {QStringLiteral("detail"), detail}});
-    });
+    connect(&screens_, &Screens::shieldWasBroken, this,
+            [this](std::optional<PromiseRecord::Reason> reason) { send(Event::Broken{reason}); });
+    connect(&screens_, &Screens::shieldTimedOut, this, [this] { send(Event::TimedOut{}); });
+    connect(&screens_, &Screens::shieldPanicked, this, [this] { send(Event::Panicked{}); });
+    connect(&screens_, &Screens::shieldYielded, this, [this] { send(Event::Yielded{}); });
+    connect(&screens_, &Screens::quitAsked, this, [this] { send(Event::QuitAsked{}); });
+    connect(&screens_, &Screens::pageMessage, this,
+            [this](PageRole role, const QJsonObject& message) {
+                send(Event::PageMessage{role, message});
+            });
+    connect(&screens_, &Screens::pageFailed, this,
+            [this](PageRole role, const QString& detail) { send(Event::PageFailed{role, detail}); });
     connect(&screens_, &Screens::pageLoaded, this,
-            [this](PageRole role) { send({{QStringLiteral("ev"), QStringLiteral("loaded")}, {QStringLiteral("role"), roleName(role)}}); });
-    connect(&screens_, &Screens::coachFinished, this, [this](const QString& exercise, qint64 reps, qint64 clean) {
-        send({{QStringLiteral("ev"), QStringLiteral("coachFinished")}, {QStringLiteral("exercise"), exercise}, {QStringLiteral("reps"), reps}, {QStringLiteral("clean"), clean}});
-    });
-    connect(&screens_, &Screens::actionChosen, this, [this](const QString& name, const QString& value) {
-        send({{QStringLiteral("ev"), QStringLiteral("action")}, {QStringLiteral("name"), name}, {QStringLiteral("value"), value}});
-    });
+            [this](PageRole role) { send(Event::PageLoaded{role}); });
+    connect(&screens_, &Screens::coachFinished, this,
+            [this](const QString& exercise, qint64 reps, qint64 clean) {
+                send(Event::CoachFinished{exercise, reps, clean});
+            });
+    connect(&screens_, &Screens::actionChosen, this,
+            [this](const QString& name, const QString& value) { send(Event::Action{name, value}); });
+    // One journal, written by the resident alone.
+    connect(&screens_, &Screens::noted, this,
+            [this](const QString& tag, const QString& text) { send(Event::Note{tag, text}); });
     // Only a change is told: focus moves often, and the resident asks about it every tick.
     connect(&screens_, &LocalScreens::setupChanged, this, [this] { reportSetup(false); });
-    // One journal, written by the resident alone.
-    Journal::setForward([this](const QString& tag, const QString& text) {
-        send({{QStringLiteral("ev"), QStringLiteral("note")}, {QStringLiteral("tag"), tag}, {QStringLiteral("text"), text}});
-    });
-}
-
-ScreenHost::~ScreenHost() {
-    Journal::setForward(nullptr);
 }
 
 bool ScreenHost::attach(int fd, QString* why) {
@@ -119,22 +106,21 @@ bool ScreenHost::attach(int fd, QString* why) {
         *why = socket_.errorString();
         return false;
     }
-    send({{QStringLiteral("ev"), QStringLiteral("hello")}, {QStringLiteral("pid"), qint64(::getpid())}});
+    send(Event::Hello{qint64(::getpid())});
     heartbeat_.start();
     return true;
 }
 
-void ScreenHost::send(const QJsonObject& event) {
+void ScreenHost::send(const AnyEvent& event) {
     if (socket_.state() != QLocalSocket::ConnectedState)
         return;
-    socket_.write(ScreenProtocol::line(event));
+    socket_.write(encode(event));
     socket_.flush();
 }
 
 void ScreenHost::readCommands() {
     while (socket_.canReadLine()) {
-        const QByteArray line = socket_.readLine();
-        if (const auto command = ScreenProtocol::parse(line))
+        if (const auto command = decodeCommand(socket_.readLine()))
             run(*command);
     }
 }
@@ -147,43 +133,45 @@ LockoutPage bundled(LockoutPage page) {
 }
 } // namespace
 
-void ScreenHost::run(const QJsonObject& c) {
-    using namespace ScreenProtocol;
-    const QString name = c.value(u"do").toString();
-    if (name == u"prepare")
-        screens_.prepare(bundled(decodePage(c.value(u"page").toObject())));
-    else if (name == u"drop")
-        screens_.dropPrepared();
-    else if (name == u"raise")
-        screens_.raise(bundled(decodePage(c.value(u"page").toObject())),
-                       c.value(u"rehearsal").toBool(), c.value(u"valve").toDouble(15));
-    else if (name == u"lower")
-        screens_.lower();
-    else if (name == u"valve") {
-        if (const auto now = parseIsoInstant(c.value(u"now").toString()))
-            screens_.enforceValve(*now);
-    } else if (name == u"standing")
-        screens_.showStanding(c.value(u"json").toString());
-    else if (name == u"coachDone")
-        screens_.coachDone(c.value(u"streak").toInt());
-    else if (name == u"setup") {
-        // Reports from now on answer this opening; the resident drops any older one.
-        setupGeneration_ = c.value(u"gen").toInteger();
-        screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()),
-                           c.value(u"native").toObject(), decodeStrip(c.value(u"strip").toObject()),
-                           QByteArray::fromBase64(c.value(u"geometry").toString().toLatin1()));
-        // Every opening gets its first report, changed or not: until it arrives the resident
-        // counts the window as in use.
-        setupOpened_.start();
-        QTimer::singleShot(firstReportWithinMs, this, [this] { reportSetup(false); });
-    } else if (name == u"strip")
-        screens_.updateStrip(decodeStrip(c.value(u"strip").toObject()));
-    else if (name == u"hideSetup")
-        screens_.hideSetup();
-    else if (name == u"start")
-        screens_.showStart(decodeCard(c.value(u"card").toObject()));
-    else if (name == u"quit")
-        QCoreApplication::quit();
+void ScreenHost::run(const AnyCommand& command) {
+    std::visit(
+        [this](const auto& c) {
+            using C = std::decay_t<decltype(c)>;
+            if constexpr (std::is_same_v<C, Command::Prepare>) {
+                screens_.prepare(bundled(c.page));
+            } else if constexpr (std::is_same_v<C, Command::Drop>) {
+                screens_.dropPrepared();
+            } else if constexpr (std::is_same_v<C, Command::Raise>) {
+                screens_.raise(bundled(c.page), c.rehearsal, c.valveMinutes);
+            } else if constexpr (std::is_same_v<C, Command::Lower>) {
+                screens_.lower();
+            } else if constexpr (std::is_same_v<C, Command::Valve>) {
+                screens_.enforceValve(c.now);
+            } else if constexpr (std::is_same_v<C, Command::Standing>) {
+                screens_.showStanding(c.json);
+            } else if constexpr (std::is_same_v<C, Command::CoachDone>) {
+                screens_.coachDone(c.streak);
+            } else if constexpr (std::is_same_v<C, Command::OpenSetup>) {
+                // Reports from now on answer this opening; the resident drops any older one.
+                setupGeneration_ = c.generation;
+                screens_.openSetup(BundleRoutes::bundledRoot().value_or(QString()), c.native,
+                                   c.strip, c.geometry);
+                // Every opening gets its first report, changed or not: until it arrives the
+                // resident counts the window as in use.
+                setupOpened_.start();
+                QTimer::singleShot(firstReportWithinMs, this, [this] { reportSetup(false); });
+            } else if constexpr (std::is_same_v<C, Command::UpdateStrip>) {
+                screens_.updateStrip(c.strip);
+            } else if constexpr (std::is_same_v<C, Command::HideSetup>) {
+                screens_.hideSetup();
+            } else if constexpr (std::is_same_v<C, Command::ShowStart>) {
+                screens_.showStart(c.card);
+            } else {
+                static_assert(std::is_same_v<C, Command::Quit>);
+                QCoreApplication::quit();
+            }
+        },
+        command);
 }
 
 void ScreenHost::reportSetup(bool always) {
@@ -201,16 +189,12 @@ void ScreenHost::reportSetup(bool always) {
         return;
     lastActive_ = active;
     lastVisible_ = visible;
-    send({{QStringLiteral("ev"), QStringLiteral("setup")},
-          {QStringLiteral("active"), active},
-          {QStringLiteral("visible"), visible},
-          {QStringLiteral("gen"), setupGeneration_}});
+    send(Event::SetupState{active, visible, setupGeneration_});
 }
 
 void ScreenHost::residentGone() {
     // Nobody is left to watch this shield or to record how it ends: it comes down now.
     heartbeat_.stop();
-    Journal::setForward(nullptr);
     screens_.lower();
     QCoreApplication::quit();
 }

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "core/screen_protocol.h"
 #include "screens/local_screens.h"
 
 #include <QLocalSocket>
-#include <QObject>
 #include <QElapsedTimer>
+#include <QObject>
 #include <QTimer>
 
 namespace tovin {
@@ -16,8 +17,7 @@ namespace tovin {
 class ScreenHost final : public QObject {
     Q_OBJECT
 public:
-    ScreenHost(LocalScreens& screens, QObject* parent = nullptr);
-    ~ScreenHost() override;
+    explicit ScreenHost(LocalScreens& screens, QObject* parent = nullptr);
 
     // Takes the inherited end of the resident's socket pair. Refused, with the reason, unless
     // the kernel says the other end is this user's and the process that started this one: no
@@ -29,9 +29,9 @@ public:
     static constexpr int firstReportWithinMs = 2000;
 
 private:
-    void send(const QJsonObject& event);
+    void send(const ScreenProtocol::AnyEvent& event);
     void readCommands();
-    void run(const QJsonObject& command);
+    void run(const ScreenProtocol::AnyCommand& command);
     void residentGone();
     void reportSetup(bool always);
 

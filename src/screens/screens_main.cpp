@@ -3,9 +3,9 @@
 
 #include "screens/local_screens.h"
 #include "screens/screen_host.h"
-#include "shield/shield_style.h"
-#include "shield/window_system.h"
-#include "workoutweb/bundle_scheme_handler.h"
+#include "desktop/shield_style.h"
+#include "desktop/window_system.h"
+#include "screens/web/bundle_scheme_handler.h"
 
 #include <QApplication>
 

@@ -1,7 +1,7 @@
 #include "screens/setup_window.h"
 
-#include "shield/desktop_hold.h"
-#include "shield/shield_style.h"
+#include "desktop/desktop_hold.h"
+#include "desktop/shield_style.h"
 
 #include <QCheckBox>
 #include <QCloseEvent>

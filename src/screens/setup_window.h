@@ -1,6 +1,6 @@
 #pragma once
 
-#include "screens/screens.h"
+#include "core/screens.h"
 
 #include <QPointer>
 #include <QWidget>

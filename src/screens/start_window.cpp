@@ -1,6 +1,6 @@
 #include "screens/start_window.h"
 
-#include "shield/shield_style.h"
+#include "desktop/shield_style.h"
 
 #include <QCheckBox>
 #include <QGuiApplication>

@@ -2,10 +2,10 @@
 // examples), pictures played through model → coach → view, the watchdog, and the coach inside a
 // lockout: finishing, its keys, and the fall-back to the web workout.
 
-#include "app/cycle_fixture.h"
-#include "coach/coach_session.h"
-#include "coach/pose_model.h"
-#include "coach/tts_speaker.h"
+#include "resident/cycle_fixture.h"
+#include "screens/coach/coach_session.h"
+#include "screens/coach/pose_model.h"
+#include "screens/coach/tts_speaker.h"
 
 #include <QElapsedTimer>
 #include <QImage>

@@ -1,8 +1,8 @@
 // The coaches on synthetic frames built from a body model: tables of repetitions at the
 // thresholds. Coordinates are normalised with y growing upward, as the pipeline hands them over.
 
-#include "coach/coachbox.h"
-#include "coach/coaches.h"
+#include "core/coachbox.h"
+#include "core/coaches.h"
 #include "support/fake_clock.h"
 
 #include <gtest/gtest.h>

@@ -3,12 +3,12 @@
 // journal): the old file stays byte for byte, nothing acknowledged is lost once the disk takes
 // writes again, and the person is told once.
 #include "core/atomic_file.h"
-#include "journal/journal.h"
-#include "journal/save_failures.h"
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings.h"
-#include "schedule/settings_store.h"
+#include "resident/records/journal.h"
+#include "resident/records/save_failures.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
+#include "resident/records/settings_store.h"
 
 #include <QDir>
 #include <QFile>

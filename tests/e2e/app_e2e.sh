@@ -485,7 +485,15 @@ rehearse)
     settings ',"lockoutWorkoutId":"posture-fix"'
     QTWEBENGINE_DISABLE_SANDBOX=1 "$tovin" --rehearse >"$work/rehearse.log" 2>&1 & rehearsal=$!; pids+=($rehearsal)
     window=""
-    find_rehearsal() { window=$(xdotool search --onlyvisible --name 'REHEARSAL' 2>/dev/null | head -n 1); [ -n "$window" ]; }
+    # Qt makes the window again once the page's web view is in it: the one that stays counts.
+    find_rehearsal() {
+        local first
+        first=$(xdotool search --onlyvisible --name 'REHEARSAL' 2>/dev/null | tail -n 1)
+        [ -n "$first" ] || return 1
+        sleep 1
+        window=$(xdotool search --onlyvisible --name 'REHEARSAL' 2>/dev/null | tail -n 1)
+        [ "$window" = "$first" ]
+    }
     check "the rehearsal window shows" waitfor 20 find_rehearsal
     # A normal launch beside a rehearsal is the one that watches: the rehearsal holds no lock.
     launch "$tovin"

@@ -1,5 +1,5 @@
-#include "guards/call_detector.h"
-#include "guards/media_graph.h"
+#include "resident/guards/call_detector.h"
+#include "resident/guards/media_graph.h"
 
 #include "support/fake_platform.h"
 

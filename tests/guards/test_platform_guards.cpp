@@ -4,14 +4,14 @@
 // driven by xdotool, and a private D-Bus daemon standing in for logind and a desktop's idle
 // monitor.
 
-#include "guards/call_detector.h"
-#include "guards/device_scan_linux.h"
-#include "guards/idle_source_dbus.h"
-#include "guards/idle_source_x11.h"
-#include "guards/media_graph.h"
-#include "guards/microphone_pulse.h"
-#include "guards/platform_guards.h"
-#include "guards/sleep_watcher.h"
+#include "resident/guards/call_detector.h"
+#include "resident/guards/device_scan_linux.h"
+#include "resident/guards/idle_source_dbus.h"
+#include "resident/guards/idle_source_x11.h"
+#include "resident/guards/media_graph.h"
+#include "resident/guards/microphone_pulse.h"
+#include "resident/guards/platform_guards.h"
+#include "resident/guards/sleep_watcher.h"
 
 #include "core/atomic_file.h"
 

@@ -1,6 +1,6 @@
-#include "guards/usage_watcher.h"
+#include "resident/guards/usage_watcher.h"
 
-#include "schedule/settings.h"
+#include "resident/records/settings.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
 

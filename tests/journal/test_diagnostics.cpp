@@ -1,9 +1,9 @@
-#include "journal/diagnostics.h"
+#include "resident/records/diagnostics.h"
 
 #include "core/atomic_file.h"
-#include "journal/instance_record.h"
-#include "journal/journal.h"
-#include "schedule/settings.h"
+#include "resident/records/instance_record.h"
+#include "resident/records/journal.h"
+#include "resident/records/settings.h"
 #include "support/fake_clock.h"
 
 #include <QTemporaryDir>

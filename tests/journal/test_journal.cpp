@@ -1,4 +1,4 @@
-#include "journal/journal.h"
+#include "resident/records/journal.h"
 
 #include "core/atomic_file.h"
 #include "support/fake_clock.h"

@@ -2,10 +2,10 @@
 // "ack N MINE" once the N-th promise is recorded, the MINE-th of its own. The crash-safety test
 // kills it at random moments; two of them, each naming its exercise, share one ledger.
 
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings.h"
-#include "journal/journal.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
+#include "resident/records/journal.h"
 
 #include <QCoreApplication>
 #include <QTimeZone>

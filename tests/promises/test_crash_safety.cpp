@@ -1,7 +1,7 @@
 #include "core/atomic_file.h"
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings_store.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings_store.h"
 
 #include <QDir>
 #include <QFileInfo>

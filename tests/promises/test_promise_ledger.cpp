@@ -1,7 +1,7 @@
-#include "promises/promise_ledger.h"
+#include "resident/records/promise_ledger.h"
 
 #include "core/atomic_file.h"
-#include "journal/journal.h"
+#include "resident/records/journal.h"
 
 #include <QFile>
 #include <QTemporaryDir>

@@ -1,4 +1,4 @@
-#include "schedule/schedule.h"
+#include "core/schedule.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "schedule/schedule_store.h"
+#include "resident/records/schedule_store.h"
 
 #include "core/atomic_file.h"
 

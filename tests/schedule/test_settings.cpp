@@ -1,4 +1,4 @@
-#include "schedule/settings.h"
+#include "resident/records/settings.h"
 
 #include "core/atomic_file.h"
 

@@ -1,13 +1,11 @@
 #include "core/paths.h"
 #include "screens/away_view.h"
 #include "screens/setup_window.h"
-#include "journal/journal.h"
-#include "schedule/settings.h"
-#include "shield/escape_view.h"
-#include "shield/hold_button.h"
-#include "shield/shield_controller.h"
-#include "shield/shield_platform.h"
-#include "shield/shield_window.h"
+#include "screens/shield/escape_view.h"
+#include "screens/shield/hold_button.h"
+#include "screens/shield/shield_controller.h"
+#include "screens/shield/shield_platform.h"
+#include "screens/shield/shield_window.h"
 #include "support/fake_clock.h"
 
 #include <QApplication>
@@ -51,7 +49,6 @@ public:
 class ShieldTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        Settings::setStore(std::make_shared<MemorySettingsStore>());
         const auto record = [this](const char* ending) {
             return [this, ending] { endings.append(QString::fromLatin1(ending)); };
         };
@@ -60,10 +57,11 @@ protected:
         QObject::connect(&shield, &ShieldController::panicked, record("panicked"));
         QObject::connect(&shield, &ShieldController::yielded, record("yielded"));
         QObject::connect(&shield, &ShieldController::keyPressed, [this](const QString& k) { keys += k; });
+        QObject::connect(&shield, &ShieldController::noted,
+                         [this](const QString& text) { notes += text; });
     }
     void TearDown() override {
         shield.lower();
-        Settings::setStore(nullptr);
     }
 
     void key(Qt::Key k, Qt::KeyboardModifiers mods = Qt::NoModifier) {
@@ -95,6 +93,7 @@ protected:
     ShieldController shield{clock};
     QStringList endings;
     QString keys;
+    QStringList notes;
 };
 
 } // namespace
@@ -135,8 +134,7 @@ TEST_F(ShieldTest, EscTapsCountWithinTheBurstAndKeepingThePromiseLeavesThemCount
 }
 
 TEST_F(ShieldTest, ThePhraseOpensTheWarningDespiteTyposButNotAcrossAPause) {
-    Settings::setEscapePhrase(QStringLiteral("Lark"));
-    shield.raise(new QLabel, false, 15);
+    shield.raise(new QLabel, false, 15, {QStringLiteral("lark"), 25, {}});
     key(Qt::Key_Q, Qt::ControlModifier); // no shortcut fires under a real shield: a plain "q"
     type("la");
     clock.advance(3.0); // a pause forgets what was typed
@@ -172,7 +170,7 @@ TEST_F(ShieldTest, TheValveEndsItByTimerOrByTheWallClockAfterASleep) {
     // After a sleep the timer has not fired, but the wall clock says the limit is past.
     EXPECT_TRUE(shield.enforceValve(clock.now().addSecs(12 * 60 + 30)));
     EXPECT_FALSE(shield.isUp());
-    EXPECT_TRUE(Journal::tail(1).value(0).endsWith(u"up 12 min, limit 10 min"));
+    EXPECT_TRUE(notes.value(notes.size() - 1).endsWith(u"up 12 min, limit 10 min"));
     EXPECT_FALSE(shield.enforceValve(clock.now().addSecs(3600)));
     EXPECT_EQ(endings, (QStringList{QStringLiteral("timed out"), QStringLiteral("timed out")}));
 }
@@ -188,16 +186,14 @@ TEST_F(ShieldTest, OnWaylandTheFocusIsAskedBackUntilTheSessionLocks) {
     clock.advance(5);
     EXPECT_TRUE(shield.isUp());
     EXPECT_GE(platform->reclaims, 5);
-    EXPECT_EQ(Journal::tail(5).filter(QStringLiteral("another window took the focus")).size(), 1);
+    EXPECT_EQ(notes.filter(QStringLiteral("another window took the focus")).size(), 1);
     platform->lockedBy = QStringLiteral("logind");
     clock.advance(1.1);
     EXPECT_EQ(endings, QStringList{QStringLiteral("yielded")});
 }
 
 TEST_F(ShieldTest, TheEscapeHintFadesInAfterTheDelayNamingThePhrase) {
-    Settings::setHintDelay(25);
-    Settings::setEscapePhrase(QStringLiteral("otter"));
-    shield.raise(new QLabel, false, 15);
+    shield.raise(new QLabel, false, 15, {QStringLiteral("otter"), 25, {}});
     ShieldWindow* main = shield.windows().first();
     clock.advance(24);
     EXPECT_TRUE(main->escapeHint()->text().isEmpty());

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "guards/call_detector.h"
-#include "guards/idle_source.h"
+#include "resident/guards/call_detector.h"
+#include "resident/guards/idle_source.h"
 
 namespace tovin::fakes {
 

@@ -1,4 +1,4 @@
-#include "updater/release.h"
+#include "resident/updater/release.h"
 
 #include <gtest/gtest.h>
 

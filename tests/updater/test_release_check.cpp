@@ -2,8 +2,8 @@
 // archives are made with libarchive, hostile ones included.
 
 #include "core/atomic_file.h"
-#include "updater/release_check.h"
-#include "updater/unpack.h"
+#include "resident/updater/release_check.h"
+#include "resident/updater/unpack.h"
 
 #include <QDir>
 #include <QFile>

@@ -3,19 +3,19 @@
 // by /bin/sh, and the test build of the program itself for the dry run and for a full update of
 // the real install tree.
 
-#include "app/app_controller.h"
-#include "app/app_shell.h"
-#include "app/countdown_panel.h"
-#include "app/update_dialogs.h"
+#include "resident/app_controller.h"
+#include "resident/app_shell.h"
+#include "resident/countdown_panel.h"
+#include "resident/update_dialogs.h"
 #include "core/atomic_file.h"
-#include "journal/instance_record.h"
-#include "journal/journal.h"
-#include "promises/promise_ledger.h"
+#include "resident/records/instance_record.h"
+#include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
 #include "screens/local_screens.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
-#include "updater/release_check.h"
-#include "updater/updater.h"
+#include "resident/updater/release_check.h"
+#include "resident/updater/updater.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

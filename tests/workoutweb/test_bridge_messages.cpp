@@ -2,11 +2,11 @@
 // schema) are what the injected functions post and what web/src/native.ts declares, and
 // whatever a hostile page posts lands as the rules say or not at all.
 
-#include "workoutweb/bridge_messages.h"
+#include "resident/records/bridge_messages.h"
 
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
 #include "support/fake_clock.h"
 
 #include <QFile>
@@ -54,12 +54,12 @@ QJsonObject message(const QString& type, QJsonObject fields = {}) {
 
 TEST(BridgeSchema, TheInjectedFunctionsAndNativeTsAgreeWithIt) {
     QStringList types, settingsFields;
-    for (const auto& type : BridgeMessages::schema()) {
+    for (const auto& type : BridgeContract::schema()) {
         types.append(type.name);
         if (type.name == u"saveSettings")
             settingsFields = type.fields;
     }
-    const QString functions = BridgeMessages::bridgeFunctions();
+    const QString functions = BridgeContract::bridgeFunctions();
     EXPECT_EQ(matches(functions, QStringLiteral(R"(type: '(\w+)')")), joined(types));
 
     const QString native = tsInterface(QStringLiteral("Native"));

@@ -1,4 +1,4 @@
-#include "workoutweb/bundle_routes.h"
+#include "core/bundle_routes.h"
 
 #include "core/atomic_file.h"
 

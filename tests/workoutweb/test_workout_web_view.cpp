@@ -2,12 +2,13 @@
 // page's messages change exactly what they should, a blank page is caught, and nothing outside the
 // bundle is reached. The real web app, in every mode, is app_e2e.sh's (workout, retest, firstrun).
 
-#include "workoutweb/bundle_scheme_handler.h"
-#include "workoutweb/workout_web_view.h"
+#include "screens/web/bundle_scheme_handler.h"
+#include "screens/web/workout_web_view.h"
 
-#include "promises/promise_ledger.h"
-#include "schedule/schedule_store.h"
-#include "schedule/settings.h"
+#include "resident/records/bridge_messages.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
 #include "support/fake_clock.h"
 
 #include <QApplication>

@@ -1,0 +1,264 @@
+#include "resident/records/journal.h"
+
+#include "core/atomic_file.h"
+#include "core/iso_date.h"
+#include "core/paths.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+
+#include <mutex>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace tovin::Journal {
+
+namespace {
+
+struct Memory {
+    QString message;
+    qint64 writtenAtMs = 0;
+};
+
+struct JournalState {
+    std::mutex lock;
+    const Clock* clock = &Clock::system();
+    std::optional<QString> overridePath;
+    QString defaultPath;
+    QHash<QString, Memory> lastState;
+    QByteArray pidText = QByteArray::number(qint64(::getpid()));
+};
+
+JournalState& journal() {
+    static JournalState s;
+    return s;
+}
+
+void toSystemLog(const QString& tag, const QString& message) {
+    static const bool opened = [] {
+        ::openlog("tovin", LOG_PID, LOG_USER);
+        return true;
+    }();
+    (void)opened;
+    const QByteArray text = (u'[' + tag + u"] " + message).toUtf8();
+    ::syslog(LOG_NOTICE, "%s", text.constData());
+}
+
+QString pathLocked(JournalState& s) {
+    if (s.overridePath)
+        return *s.overridePath;
+    if (s.defaultPath.isEmpty())
+        s.defaultPath = paths::dataDir() + u"/tovin.log";
+    return s.defaultPath;
+}
+
+// Keeps the newer half of an oversized file: split at every newline keeping empty pieces (the
+// empty piece after the final newline counts), keep the last ⌊n/2⌋, join. Works on bytes, so a
+// file someone corrupted with invalid UTF-8 is still bounded.
+void rotateIfNeeded(const QString& path, qint64 size) {
+    if (size <= rotateAboveBytes)
+        return;
+    const auto bytes = readWholeFile(path, 64 * rotateAboveBytes);
+    if (!bytes)
+        return;
+    const QList<QByteArray> pieces = bytes->split('\n');
+    const qsizetype keep = pieces.size() / 2;
+    QByteArray kept;
+    kept.reserve(bytes->size() / 2 + 1);
+    for (qsizetype i = pieces.size() - keep; i < pieces.size(); ++i) {
+        if (i > pieces.size() - keep)
+            kept.append('\n');
+        kept.append(pieces[i]);
+    }
+    writeFileAtomically(path, kept);
+}
+
+// A line is bounded, so halving an oversized file always keeps the recent lines: one huge
+// message (a block label of a megabyte) must not leave nothing to keep.
+QString bounded(const QString& message) {
+    if (message.size() <= maxMessageChars)
+        return message;
+    QString text = message.left(maxMessageChars);
+    if (text.back().isHighSurrogate())
+        text.chop(1);
+    return text + u" … [cut " + QString::number(message.size() - text.size()) + u" characters]";
+}
+
+// One entry, one line, whoever wrote the tag or the message (a label typed in the week, an
+// event from the screen helper): every line break and control character Unicode knows becomes
+// a space, so nothing can start a forged entry of its own.
+QString oneLine(QString text) {
+    for (QChar& c : text) {
+        const auto cat = c.category();
+        if (cat == QChar::Other_Control || cat == QChar::Separator_Line ||
+            cat == QChar::Separator_Paragraph)
+            c = u' ';
+    }
+    return text;
+}
+
+// A tag names a part of Tovin: a word, never a paragraph.
+QString cleanTag(const QString& tag) {
+    constexpr qsizetype maxTagChars = 32;
+    QString t = oneLine(tag.left(maxTagChars));
+    if (!t.isEmpty() && t.back().isHighSurrogate())
+        t.chop(1);
+    return t;
+}
+
+int openForAppend(const QByteArray& nativePath) {
+    return ::open(nativePath.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+}
+
+void writeLocked(JournalState& s, const QString& tag, const QString& text, bool unchanged) {
+    QByteArray line;
+    line.reserve(64 + text.size() * 3);
+    line += formatIsoSeconds(s.clock->now()).toLatin1();
+    line += "  [";
+    line += s.pidText;
+    line += "] [";
+    line += tag.toUtf8();
+    line += "] ";
+    line += text.toUtf8();
+    if (unchanged)
+        line += "  (unchanged)";
+    line += '\n';
+
+    const QString path = pathLocked(s);
+    const QByteArray nativePath = QFile::encodeName(path);
+    int fd = openForAppend(nativePath);
+    if (fd < 0) {
+        // The folder may have been removed under us; make it again once.
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        fd = openForAppend(nativePath);
+        if (fd < 0)
+            return;
+    }
+    struct stat before {};
+    const bool knewSize = ::fstat(fd, &before) == 0;
+    qsizetype written = 0;
+    while (written < line.size()) {
+        const ssize_t n = ::write(fd, line.constData() + written, size_t(line.size() - written));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        written += n;
+    }
+    // A line the disk took only part of comes off again: the file stays as it was, and the
+    // next line does not start in the middle of a torn one.
+    if (written < line.size() && knewSize)
+        (void)::ftruncate(fd, before.st_size);
+    struct stat st {};
+    const bool sized = ::fstat(fd, &st) == 0;
+    ::close(fd);
+    if (sized)
+        rotateIfNeeded(path, qint64(st.st_size));
+}
+
+} // namespace
+
+namespace {
+std::function<void(const QString&, const QString&)>& forwarded() {
+    static std::function<void(const QString&, const QString&)> forward;
+    return forward;
+}
+} // namespace
+
+void setForward(std::function<void(const QString& tag, const QString& message)> forward) {
+    forwarded() = std::move(forward);
+}
+
+void note(const QString& rawTag, const QString& message) {
+    if (const auto& forward = forwarded()) {
+        forward(rawTag, message);
+        return;
+    }
+    const QString tag = cleanTag(rawTag);
+    const QString text = oneLine(bounded(message));
+    toSystemLog(tag, text);
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    writeLocked(s, tag, text, false);
+}
+
+void state(const QString& rawTag, const QString& fullMessage, double heartbeat) {
+    const QString tag = cleanTag(rawTag);
+    const QString message = oneLine(bounded(fullMessage));
+    JournalState& s = journal();
+    {
+        std::lock_guard guard(s.lock);
+        const qint64 nowMs = s.clock->now().toMSecsSinceEpoch();
+        auto it = s.lastState.find(tag);
+        const bool same = it != s.lastState.end() && it->message == message;
+        if (same && double(nowMs - it->writtenAtMs) < heartbeat * 1000.0)
+            return;
+        if (it == s.lastState.end())
+            it = s.lastState.insert(tag, {});
+        it->message = message;
+        it->writtenAtMs = nowMs;
+        writeLocked(s, tag, message, same);
+    }
+    toSystemLog(tag, message);
+}
+
+QStringList tail(int n) {
+    if (n <= 0)
+        return {};
+    QString path;
+    {
+        JournalState& s = journal();
+        std::lock_guard guard(s.lock);
+        path = pathLocked(s);
+    }
+    const auto bytes = readWholeFile(path, 64 * rotateAboveBytes);
+    if (!bytes)
+        return {};
+    QStringList lines;
+    const QList<QByteArray> pieces = bytes->split('\n');
+    for (auto it = pieces.crbegin(); it != pieces.crend() && lines.size() < n; ++it) {
+        if (!it->isEmpty())
+            lines.prepend(QString::fromUtf8(*it));
+    }
+    return lines;
+}
+
+QString url() {
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    return pathLocked(s);
+}
+
+std::optional<QString> overrideURL() {
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    return s.overridePath;
+}
+
+void setOverrideURL(const std::optional<QString>& path) {
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    s.overridePath = path;
+}
+
+void resetForTesting() {
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    s.lastState.clear();
+}
+
+void setClock(const Clock* clock) {
+    JournalState& s = journal();
+    std::lock_guard guard(s.lock);
+    s.clock = clock ? clock : &Clock::system();
+}
+
+} // namespace tovin::Journal

@@ -1,0 +1,222 @@
+#include "resident/records/schedule_store.h"
+
+#include "core/atomic_file.h"
+#include "core/json_values.h"
+#include "core/paths.h"
+#include "core/unreadable_copy.h"
+#include "resident/records/save_failures.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <climits>
+
+namespace tovin {
+
+ScheduleChangeNotifier* ScheduleChangeNotifier::instance() {
+    static ScheduleChangeNotifier* notifier = [] {
+        auto* n = new ScheduleChangeNotifier;
+        // Lives as long as the process; parented to the application when there is one so it
+        // is torn down with it in the right thread.
+        if (QCoreApplication::instance())
+            n->setParent(QCoreApplication::instance());
+        return n;
+    }();
+    return notifier;
+}
+
+namespace ScheduleStore {
+
+namespace {
+
+// A schedule is a few hundred bytes; anything this large is not a schedule.
+constexpr qint64 maxScheduleBytes = 8 * 1024 * 1024;
+
+std::optional<Block> decodeBlock(const QJsonValue& value) {
+    if (!value.isObject())
+        return std::nullopt;
+    const QJsonObject o = value.toObject();
+    const QJsonValue at = o.value(u"at");
+    const QJsonValue label = o.value(u"label");
+    const QJsonValue kind = o.value(u"kind");
+    if (!at.isString() || !label.isString() || !kind.isString())
+        return std::nullopt;
+    Block block;
+    block.at = at.toString();
+    block.label = label.toString();
+    const auto k = blockKindFromString(kind.toString());
+    if (!k)
+        return std::nullopt;
+    block.kind = *k;
+
+    // Optional keys: absent or null is "not set"; any other wrong type refuses the file.
+    const QJsonValue minutes = o.value(u"minutes");
+    if (!minutes.isUndefined() && !minutes.isNull()) {
+        const auto m = jsonInteger(minutes, INT_MIN, INT_MAX);
+        if (!m)
+            return std::nullopt;
+        block.minutes = int(*m);
+    }
+    const QJsonValue days = o.value(u"days");
+    if (!days.isUndefined() && !days.isNull()) {
+        if (!days.isArray())
+            return std::nullopt;
+        QList<int> list;
+        for (const QJsonValue day : days.toArray()) {
+            const auto d = jsonInteger(day, INT_MIN, INT_MAX);
+            if (!d)
+                return std::nullopt;
+            list.append(int(*d));
+        }
+        block.days = std::move(list);
+    }
+    return block;
+}
+
+QJsonObject encodeBlock(const Block& block) {
+    QJsonObject o;
+    o.insert(u"at", block.at);
+    o.insert(u"label", block.label);
+    o.insert(u"kind", toString(block.kind));
+    if (block.minutes)
+        o.insert(u"minutes", *block.minutes);
+    if (block.days) {
+        QJsonArray days;
+        for (int d : *block.days)
+            days.append(d);
+        o.insert(u"days", days);
+    }
+    return o;
+}
+
+bool write(const QList<Block>& blocks, const QString& path, QString* reason) {
+    // A file the person broke by hand is kept aside before the setup window's week replaces it;
+    // without that copy it is not replaced at all.
+    if (QFileInfo::exists(path)) {
+        const auto bytes = readWholeFile(path, maxScheduleBytes);
+        if ((!bytes || !decode(*bytes)) && keepUnreadableCopy(path).isEmpty()) {
+            *reason = QStringLiteral("the unreadable week could not be copied aside first");
+            return false;
+        }
+    }
+    return writeFileAtomically(path, encode(blocks), reason);
+}
+
+// Writes the week, or keeps it for the retry on every tick; announces it once it is on disk.
+bool writeAndAnnounce(const QList<Block>& blocks, const QString& path) {
+    QString reason;
+    if (!write(blocks, path, &reason)) {
+        SaveFailures::failed(path, QStringLiteral("your week"), QStringLiteral("schedule"), reason,
+                             [blocks, path] { return writeAndAnnounce(blocks, path); });
+        return false;
+    }
+    SaveFailures::succeeded(path);
+    Q_EMIT ScheduleChangeNotifier::instance()->tovinScheduleChanged();
+    return true;
+}
+
+} // namespace
+
+QString url() {
+    return paths::dataDir() + u"/schedule.json";
+}
+
+namespace {
+std::optional<QList<Block>> decodeArray(const QJsonValue& blocks) {
+    if (!blocks.isArray())
+        return std::nullopt;
+    QList<Block> result;
+    for (const QJsonValue item : blocks.toArray()) {
+        auto block = decodeBlock(item);
+        if (!block)
+            return std::nullopt;
+        result.append(std::move(*block));
+    }
+    return result;
+}
+
+QJsonArray encodeArray(const QList<Block>& blocks) {
+    QJsonArray array;
+    for (const Block& block : blocks)
+        array.append(encodeBlock(block));
+    return array;
+}
+} // namespace
+
+std::optional<QList<Block>> decode(const QByteArray& bytes) {
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject())
+        return std::nullopt;
+    return decodeArray(doc.object().value(u"blocks"));
+}
+
+std::optional<QList<Block>> decodeBlockList(const QByteArray& bytes) {
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isArray())
+        return std::nullopt;
+    return decodeArray(doc.array());
+}
+
+QByteArray encodeBlockList(const QList<Block>& blocks) {
+    return QJsonDocument(encodeArray(blocks)).toJson(QJsonDocument::Compact);
+}
+
+QByteArray encode(const QList<Block>& blocks) {
+    QJsonObject root;
+    root.insert(u"blocks", encodeArray(blocks));
+    // QJsonObject keeps its keys sorted, which is the order the file promises.
+    return QJsonDocument(root).toJson(QJsonDocument::Indented);
+}
+
+void sortByTimeOfDay(QList<Block>& blocks) {
+    std::stable_sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) {
+        return a.minuteOfDay().value_or(0) < b.minuteOfDay().value_or(0);
+    });
+}
+
+QList<Block> load(const QString& path) {
+    const auto bytes = readWholeFile(path, maxScheduleBytes);
+    if (!bytes)
+        return {};
+    return decode(*bytes).value_or(QList<Block>());
+}
+
+bool saveAll(QList<Block> blocks, const QString& path) {
+    sortByTimeOfDay(blocks);
+    return writeAndAnnounce(blocks, path);
+}
+
+bool saveWorkoutPlan(const QList<Block>& plan, const QString& path) {
+    QList<Block> week;
+    for (Block& block : load(path)) {
+        if (block.kind != Block::Kind::Workout)
+            week.append(std::move(block));
+    }
+    week.append(plan);
+    return saveAll(std::move(week), path);
+}
+
+void writeExampleIfMissing(const QString& path) {
+    // Any file at all, even an unreadable one, is the person's and is left alone.
+    if (QFileInfo::exists(path) || QFileInfo(path).isSymLink())
+        return;
+    writeFileAtomically(path, encode(exampleWeek()));
+}
+
+QList<Block> exampleWeek() {
+    return {
+        Block{QStringLiteral("13:00"), QStringLiteral("The Classic 7"), Block::Kind::Workout,
+              std::nullopt, QList<int>{2, 3, 4, 5, 6}},
+        Block{QStringLiteral("16:30"), QStringLiteral("Walk"), Block::Kind::Away, 15,
+              std::nullopt},
+    };
+}
+
+} // namespace ScheduleStore
+} // namespace tovin

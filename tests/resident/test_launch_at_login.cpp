@@ -1,0 +1,37 @@
+#include "resident/launch_at_login.h"
+
+#include "core/atomic_file.h"
+#include "resident/records/journal.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace tovin;
+
+// The menu's check box and its greyed, skipped entry are the shell's test; here, each status
+// the autostart entry maps to.
+TEST(LaunchAtLogin, StatusesMapTheAutostartEntryHonestly) {
+    QTemporaryDir dir;
+    Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-login.log")));
+    const QString entry = dir.filePath(QStringLiteral("autostart/dev.tovin.Tovin.desktop"));
+    LaunchAtLogin::setEntryPathForTesting(entry);
+    LaunchAtLogin::setExecutableForTesting(QCoreApplication::applicationFilePath());
+
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::NotRegistered);
+    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::Enabled);
+    EXPECT_TRUE(readWholeFile(entry, 4096)->contains(QCoreApplication::applicationFilePath().toUtf8()));
+    // The desktop's own switch turned it off: blocked, and said so.
+    ASSERT_TRUE(writeFileAtomically(entry, "[Desktop Entry]\nExec=tovin\nX-GNOME-Autostart-enabled=false\n"));
+    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::Blocked);
+    EXPECT_EQ(LaunchAtLogin::set(false), LaunchAtLogin::NotRegistered);
+
+    LaunchAtLogin::setExecutableForTesting(dir.filePath(QStringLiteral("no-such-tovin")));
+    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::NotFound);
+    EXPECT_TRUE(Journal::tail(2).value(0).endsWith(u"[login] couldn't register: no installed executable to start"));
+
+    LaunchAtLogin::setEntryPathForTesting({});
+    LaunchAtLogin::setExecutableForTesting({});
+    Journal::setOverrideURL(std::nullopt);
+}

@@ -69,21 +69,21 @@ void BM_ScheduleTickIdle(benchmark::State& state) {
 BENCHMARK(BM_ScheduleTickIdle);
 
 void BM_JournalStateUnchanged(benchmark::State& state) {
-    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-state.log")));
+    Journal journal(scratch().filePath(QStringLiteral("tovin-journal-bench-state.log")));
     const QString tag = QStringLiteral("schedule");
     const QString message = QStringLiteral("idle — next is The Classic 7 at 13:00");
-    Journal::state(tag, message);
+    journal.state(tag, message);
     for (auto _ : state)
-        Journal::state(tag, message);
+        journal.state(tag, message);
 }
 BENCHMARK(BM_JournalStateUnchanged);
 
 void BM_JournalNote(benchmark::State& state) {
-    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-note.log")));
+    Journal journal(scratch().filePath(QStringLiteral("tovin-journal-bench-note.log")));
     const QString tag = QStringLiteral("shield");
     const QString message = QStringLiteral("raised over 2 screens — The Classic 7");
     for (auto _ : state)
-        Journal::note(tag, message);
+        journal.note(tag, message);
 }
 BENCHMARK(BM_JournalNote);
 
@@ -114,9 +114,9 @@ BENCHMARK(BM_LedgerLoad)->Arg(1000)->Arg(50000)->Unit(benchmark::kMillisecond);
 
 // One more promise kept, on disk (synced) when record() returns.
 void BM_LedgerRecord(benchmark::State& state) {
-    Journal::setOverrideURL(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
+    Journal journal(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
     const QString path = ledgerOnFile(int(state.range(0)));
-    PromiseLedger ledger(path);
+    PromiseLedger ledger(path, &journal);
     PromiseRecord next{QDateTime(QDate(2030, 1, 1), QTime(9, 0), QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
                        QStringLiteral("squat"), 12, 10, {}, {}};
     for (auto _ : state) {
@@ -128,22 +128,21 @@ void BM_LedgerRecord(benchmark::State& state) {
 BENCHMARK(BM_LedgerRecord)->Arg(1000)->Arg(50000)->Unit(benchmark::kMillisecond)->Iterations(20);
 
 void BM_SettingsReadFileStore(benchmark::State& state) {
-    Settings::setStore(std::make_shared<JsonFileSettingsStore>(
-        scratch().filePath(QStringLiteral("bench-settings.json"))));
-    Settings::setMaxShieldMinutes(20);
-    Settings::setActiveWeekdays({2, 3, 4, 5, 6});
+    JsonFileSettingsStore store(scratch().filePath(QStringLiteral("bench-settings.json")));
+    Preferences prefs(store);
+    prefs.setMaxShieldMinutes(20);
+    prefs.setActiveWeekdays({2, 3, 4, 5, 6});
     for (auto _ : state)
-        benchmark::DoNotOptimize(Settings::maxShieldMinutes());
-    Settings::setStore(nullptr);
+        benchmark::DoNotOptimize(prefs.maxShieldMinutes());
 }
 BENCHMARK(BM_SettingsReadFileStore);
 
 void BM_SettingsReadMemoryStore(benchmark::State& state) {
-    Settings::setStore(std::make_shared<MemorySettingsStore>());
-    Settings::setMaxShieldMinutes(20);
+    MemorySettingsStore store;
+    Preferences prefs(store);
+    prefs.setMaxShieldMinutes(20);
     for (auto _ : state)
-        benchmark::DoNotOptimize(Settings::maxShieldMinutes());
-    Settings::setStore(nullptr);
+        benchmark::DoNotOptimize(prefs.maxShieldMinutes());
 }
 BENCHMARK(BM_SettingsReadMemoryStore);
 
@@ -154,7 +153,6 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    Journal::setOverrideURL(std::nullopt);
     return 0;
 }
 

@@ -10,7 +10,10 @@
 #include "core/manual_clock.h"
 #include "resident/guards/call_detector.h"
 #include "resident/records/journal.h"
+#include "resident/countdown_panel.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
+#include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 #include "support/xvfb.h"
 
@@ -50,22 +53,26 @@ int main(int argc, char* argv[]) {
     const int runs = argc > 1 ? std::max(1, atoi(argv[1])) : 11;
 
     QTemporaryDir dir;
-    Settings::setStore(std::make_shared<MemorySettingsStore>());
-    Settings::setLockoutWorkoutID(QStringLiteral("classic-7"));
-    Settings::setWarningSeconds(10);
-    Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-bench.log")));
-    CallDetector::setForcedState(CallDetector::State{});
-    PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")));
     ManualClock clock(QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc()));
+    MemorySettingsStore store;
+    Preferences prefs(store);
+    prefs.setLockoutWorkoutID(QStringLiteral("classic-7"));
+    prefs.setWarningSeconds(10);
+    Journal journal(dir.filePath(QStringLiteral("tovin-journal-bench.log")), clock);
+    SaveFailures failures(journal);
+    CallDetector calls;
+    calls.setForcedState(CallDetector::State{});
+    PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")), &journal, &failures);
+    ScheduleStore week(dir.filePath(QStringLiteral("schedule.json")), &failures);
     AtTheDesk idle;
-    CountdownPanel::offscreenForTests = true;
+    CountdownPanel countdown(clock, calls);
+    countdown.placeAt(QPoint(-30000, -30000));
 
     QList<double> covered;
     for (int i = 0; i < runs; ++i) {
         ScreenHelper screens(clock, QStringLiteral(TOVIN_SCREENS_PROGRAM));
-        AppController c({clock, idle, screens, ledger,
-                         dir.filePath(QStringLiteral("schedule.json")),
-                         dir.filePath(QStringLiteral("lockout-underway.json"))});
+        AppController c({clock, idle, calls, screens, countdown, week, prefs, ledger, journal,
+                         failures, dir.filePath(QStringLiteral("lockout-underway.json"))});
         c.setCalendar(Calendar::utc());
         bool prepared = false;
         bool up = false;
@@ -95,6 +102,5 @@ int main(int argc, char* argv[]) {
     std::sort(covered.begin(), covered.end());
     std::printf("countdown end → covered: median %.1f ms, slowest %.1f ms over %lld runs (two monitors)\n",
                 covered[covered.size() / 2], covered.last(), static_cast<long long>(covered.size()));
-    Journal::setOverrideURL(std::nullopt);
     return 0;
 }

@@ -3,7 +3,6 @@
 //
 //   shield_raise [runs = 40]
 
-#include "resident/records/settings.h"
 #include "screens/shield/shield_controller.h"
 #include "screens/shield/shield_window.h"
 #include "support/xvfb.h"
@@ -39,7 +38,6 @@ int main(int argc, char* argv[]) {
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     const int runs = argc > 1 ? std::max(1, atoi(argv[1])) : 40;
-    Settings::setStore(std::make_shared<MemorySettingsStore>());
 
     ShieldController shield(Clock::system());
     PaintWatch watch;

@@ -6,6 +6,7 @@
 
 #include "resident/records/bridge_messages.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 #include "core/bundle_routes.h"
 #include "screens/web/bundle_scheme_handler.h"
@@ -69,23 +70,24 @@ int main(int argc, char* argv[]) {
     BundleSchemeHandler::registerScheme();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
-    Settings::setStore(std::make_shared<MemorySettingsStore>());
     QTemporaryDir dir;
+    MemorySettingsStore store;
+    const Preferences prefs(store);
+    const ScheduleStore week(dir.filePath(QStringLiteral("s.json")));
 
     QString root = argc > 1 ? QString::fromLocal8Bit(argv[1])
                             : BundleRoutes::bundledRoot().value_or(
                                   QStringLiteral(TOVIN_WEB_FIXTURES) + u"/bridge");
     const int runs = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
-    PromiseLedger* ledger = nullptr;
-    PromiseLedger scratch(dir.filePath(QStringLiteral("p.json")));
-    ledger = &scratch;
+    const PromiseLedger ledger(dir.filePath(QStringLiteral("p.json")));
 
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
         timer.start();
         WorkoutWebView view(root,
-                            BridgeMessages::nativeState(PageMode::Locked, true, QStringLiteral("Bench"),
-                                                        dir.filePath(QStringLiteral("s.json")), *ledger),
+                            BridgeMessages::nativeState(PageMode::Locked, true,
+                                                        QStringLiteral("Bench"), week, ledger,
+                                                        prefs),
                             Clock::system());
         view.resize(1200, 800);
         view.show();

@@ -11,29 +11,28 @@ using namespace tovin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray bytes(reinterpret_cast<const char*>(data), qsizetype(size));
-    Settings::setStore(std::make_shared<MemorySettingsStore>(
-        QStringLiteral("fuzz"), JsonFileSettingsStore::parse(bytes)));
+    MemorySettingsStore store(QStringLiteral("fuzz"), JsonFileSettingsStore::parse(bytes));
+    const Preferences prefs(store);
 
-    if (Settings::requiredCleanReps() < 1 || Settings::maxShieldMinutes() < 10.0 ||
-        Settings::warningSeconds() < 10.0 || Settings::activeWeekdays().isEmpty())
+    if (prefs.requiredCleanReps() < 1 || prefs.maxShieldMinutes() < 10.0 ||
+        prefs.warningSeconds() < 10.0 || prefs.activeWeekdays().isEmpty())
         std::abort();
-    if (Settings::escapePhrase() != Settings::escapePhrase().toLower())
+    if (prefs.escapePhrase() != prefs.escapePhrase().toLower())
         std::abort();
-    (void)Settings::hintDelay();
-    (void)Settings::lockoutWorkoutID();
-    (void)Settings::triggerAfterMinutes();
-    (void)Settings::idleResetsAfterMinutes();
-    (void)Settings::snoozesPerLockout();
-    (void)Settings::snoozeMinutes();
-    (void)Settings::busyReason();
-    (void)Settings::retestDueInDays();
-    (void)Settings::retestReportedAt();
-    (void)Settings::firedBlocksDay();
-    (void)Settings::firedBlocks();
-    (void)Settings::hasOnboarded();
+    (void)prefs.hintDelay();
+    (void)prefs.lockoutWorkoutID();
+    (void)prefs.triggerAfterMinutes();
+    (void)prefs.idleResetsAfterMinutes();
+    (void)prefs.snoozesPerLockout();
+    (void)prefs.snoozeMinutes();
+    (void)prefs.busyReason();
+    (void)prefs.retestDueInDays();
+    (void)prefs.retestReportedAt();
+    (void)prefs.firedBlocksDay();
+    (void)prefs.firedBlocks();
+    (void)prefs.hasOnboarded();
     const QDateTime now(QDate(2026, 3, 2), QTime(12, 0), QTimeZone::utc());
-    (void)Settings::isBusy(now);
-    (void)Settings::scheduleAllows(now, Calendar::utc());
-    Settings::setStore(nullptr);
+    (void)prefs.isBusy(now);
+    (void)prefs.scheduleAllows(now, Calendar::utc());
     return 0;
 }

@@ -1,20 +1,20 @@
 #include "resident/app_controller.h"
 
+#include "core/bundle_routes.h"
 #include "core/coaches.h"
 #include "resident/guards/call_detector.h"
-#include "resident/records/promise_ledger.h"
+#include "resident/guards/presence.h"
+#include "resident/menu_words.h"
 #include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
-#include "core/bundle_routes.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 
-#include <cstdio>
-
 #include <cmath>
+#include <cstdio>
 
 namespace tovin {
 
@@ -26,55 +26,158 @@ QString wholeMinutes(double minutes) {
     return QString::number(qint64(std::trunc(minutes)));
 }
 
+// What follows an ending once it is journalled and recorded.
+enum class Then {
+    StandDown,         // the screen comes back (it has already) and the watch goes on
+    LowerThenStandDown, // the page shows its last word for a moment first
+    LowerThenQuit,      // the coach's panel says the streak, then Tovin ends as it promised
+    Quit,               // the panic: Tovin ends at once
+    ExplainAndQuit,     // the person is told why, then Tovin ends
+};
+
+// The table of endings: whether the shield must still be up for the report to count (a page's
+// word from a page already gone does not), the words of the journal's "lockout ended" line
+// (none: the ending writes its own, or nothing at all), what goes on the record, and what
+// follows.
+struct EndingRule {
+    bool needsShieldUp;
+    const char* words;
+    std::optional<PromiseRecord::Outcome> recorded;
+    Then then;
+};
+
+EndingRule ruleFor(Ending::Kind kind) {
+    using K = Ending::Kind;
+    using O = PromiseRecord::Outcome;
+    switch (kind) {
+    case K::WorkoutCompleted:
+        return {true, "workout completed", O::Tovin, Then::LowerThenStandDown};
+    case K::CoachFinished:
+        return {true, "camera coach finished", O::Tovin, Then::LowerThenQuit};
+    case K::AwayServed:
+        return {false, "away block served", O::Tovin, Then::StandDown};
+    case K::Broken:
+        return {false, nullptr, O::Broken, Then::StandDown};
+    case K::TimedOut:
+        return {false, "the safety valve released the screen, nothing recorded", std::nullopt,
+                Then::StandDown};
+    case K::Panicked:
+        // The way out that leaves no trace, as the start window promises: not even a line.
+        return {false, nullptr, std::nullopt, Then::Quit};
+    case K::Yielded:
+        return {false, "yielded to the system, nothing recorded", std::nullopt, Then::StandDown};
+    case K::HelperLost:
+        return {false, nullptr, std::nullopt, Then::StandDown};
+    case K::PageFailed:
+        return {true, nullptr, std::nullopt, Then::ExplainAndQuit};
+    }
+    return {false, nullptr, std::nullopt, Then::StandDown};
+}
+
 } // namespace
 
 AppController::AppController(const AppDependencies& deps, QObject* parent)
     : QObject(parent)
     , clock_(deps.clock)
     , idle_(deps.idle)
+    , calls_(deps.calls)
     , screens_(deps.screens)
+    , countdown_(deps.countdown)
+    , week_(deps.week)
+    , prefs_(deps.preferences)
     , ledger_(deps.ledger)
-    , scheduleURL_(deps.scheduleURL.isEmpty() ? ScheduleStore::url() : deps.scheduleURL)
+    , journal_(deps.journal)
+    , saveFailures_(deps.saveFailures)
     , mark_(deps.lockoutMarkURL.isEmpty() ? LockoutMark::defaultPath() : deps.lockoutMarkURL)
-    , bridge_(scheduleURL_, ledger_, clock_)
-    , countdown_(clock_)
-    , usage_(clock_, idle_) {
+    , bridge_(week_, ledger_, prefs_, clock_)
+    , usage_(clock_, idle_, prefs_) {
     // A lockout already owed (snoozed, or waiting out a hold-off) comes back through its own
     // deferral; the usage path neither doubles it nor cuts it short.
     connect(&usage_, &UsageWatcher::due, this, [this] {
-        if (!hasPendingDeferral())
+        if (!deferTimer_ || !deferTimer_->isActive())
             lockoutBecameDue();
     });
-    connect(&countdown_, &CountdownPanel::fired, this, [this] {
+    connect(&countdown_, &Countdown::fired, this, [this] {
+        leaveCountdown();
         snoozesUsed_ = 0;
         raiseLockout(rehearsalOnly_);
     });
-    connect(&countdown_, &CountdownPanel::snoozed, this, [this] {
+    connect(&countdown_, &Countdown::snoozed, this, [this] {
+        leaveCountdown();
         dropPrebuilt();
         ++snoozesUsed_;
-        deferLockout(Settings::snoozeMinutes(), QStringLiteral("you asked for a few more minutes"));
+        deferLockout(prefs_.snoozeMinutes(), QStringLiteral("you asked for a few more minutes"));
     });
-    connect(&countdown_, &CountdownPanel::cancelled, this, [this](const QString& reason) {
+    connect(&countdown_, &Countdown::cancelled, this, [this](const QString& reason) {
+        leaveCountdown();
         dropPrebuilt();
         deferLockout(tovinPause, reason);
     });
-    connect(&bridge_, &BridgeMessages::workoutCompleted, this, &AppController::workoutCompleted);
+    connect(&bridge_, &BridgeMessages::workoutCompleted, this,
+            [this](const QString& exercise, qint64 reps) {
+                end({Ending::Kind::WorkoutCompleted, exercise, reps, reps});
+            });
     connect(&bridge_, &BridgeMessages::settingsSaved, this, &AppController::settingsChanged);
-    connect(&screens_, &Screens::shieldWasBroken, this, &AppController::shieldWasBroken);
-    connect(&screens_, &Screens::shieldTimedOut, this, &AppController::shieldTimedOut);
-    connect(&screens_, &Screens::shieldPanicked, this, &AppController::shieldPanicked);
-    connect(&screens_, &Screens::shieldYielded, this, &AppController::shieldYielded);
+
+    using K = Ending::Kind;
+    connect(&screens_, &Screens::shieldWasBroken, this,
+            [this](std::optional<PromiseRecord::Reason> reason) {
+                Ending ending{K::Broken};
+                ending.reason = reason;
+                end(ending);
+            });
+    connect(&screens_, &Screens::shieldTimedOut, this, [this] { end({K::TimedOut}); });
+    connect(&screens_, &Screens::shieldPanicked, this, [this] { end({K::Panicked}); });
+    connect(&screens_, &Screens::shieldYielded, this, [this] { end({K::Yielded}); });
+    connect(&screens_, &Screens::coachFinished, this,
+            [this](const QString& exercise, qint64 reps, qint64 cleanReps) {
+                end({K::CoachFinished, exercise, reps, cleanReps});
+            });
     connect(&screens_, &Screens::pageMessage, this, &AppController::pageMessage);
     connect(&screens_, &Screens::pageFailed, this, &AppController::pageFailed);
-    connect(&screens_, &Screens::coachFinished, this, &AppController::finishTovin);
     connect(&screens_, &Screens::screensLost, this, &AppController::screensLost);
     // What draws keeps no journal: its lines are written here.
-    connect(&screens_, &Screens::noted, this, &Journal::note);
+    connect(&screens_, &Screens::noted, this,
+            [this](const QString& tag, const QString& text) { journal_.note(tag, text); });
 }
 
-AppController::~AppController() {
-    disconnect(scheduleChanged_);
+AppController::~AppController() = default;
+
+// ---- phases -------------------------------------------------------------------------------
+
+void AppController::enter(Phase phase) {
+    switch (phase) {
+    case Phase::Idle:
+        break;
+    case Phase::Countdown:
+        beforeCountdown_ = phase_;
+        countdown_.show(prefs_.warningSeconds(),
+                        std::max(0, prefs_.snoozesPerLockout() - snoozesUsed_));
+        break;
+    case Phase::Raised:
+        countdown_.dismiss();
+        deferTimer_.reset();
+        break;
+    case Phase::Ending:
+        mark_.clear();
+        break;
+    }
+    phase_ = phase;
 }
+
+void AppController::leaveCountdown() {
+    if (phase_ != Phase::Countdown)
+        return;
+    countdown_.dismiss();
+    phase_ = beforeCountdown_;
+}
+
+bool AppController::roundIsOver() const {
+    return phase_ == Phase::Ending ||
+           (phase_ == Phase::Countdown && beforeCountdown_ == Phase::Ending);
+}
+
+// ---- the loop -----------------------------------------------------------------------------
 
 Calendar AppController::calendar() {
     if (pinnedCalendar_)
@@ -88,7 +191,7 @@ Calendar AppController::calendar() {
 }
 
 void AppController::reloadSchedule() {
-    schedule_ = Schedule(ScheduleStore::load(scheduleURL_));
+    schedule_ = Schedule(week_.load());
 }
 
 void AppController::startScheduleWatch() {
@@ -96,26 +199,23 @@ void AppController::startScheduleWatch() {
     if (const auto cut = mark_.takeAbandoned())
         recordCutShort(cut->exercise, cut->raisedAt.isValid() ? cut->raisedAt : clock_.now(),
                        QStringLiteral("Tovin was stopped during the lockout (found at launch)"));
-    ScheduleStore::writeExampleIfMissing(scheduleURL_);
+    week_.writeExampleIfMissing();
     reloadSchedule();
 
     scheduleTimer_ = clock_.createTimer([this] { onScheduleTimer(); });
     scheduleTimer_->start(scheduleInterval, true);
     // The person may edit the week by hand: that counts as soon as it is saved, like a save
     // from the setup page.
-    scheduleFileWatch_ = std::make_unique<ScheduleFileWatch>(scheduleURL_);
-
-    disconnect(scheduleChanged_);
-    scheduleChanged_ = connect(ScheduleChangeNotifier::instance(),
-                               &ScheduleChangeNotifier::tovinScheduleChanged, this, [this] {
-                                   reloadSchedule();
-                                   Q_EMIT settingsChanged();
-                                   firedToday_.clear(); // in memory only; the stored set stays
-                                   Journal::note(QStringLiteral("schedule"),
-                                                 u"reloaded — " +
-                                                     QString::number(schedule_.blocks().size()) +
-                                                     u" block(s)");
-                               });
+    scheduleFileWatch_ = std::make_unique<ScheduleFileWatch>(week_);
+    disconnect(weekChanged_);
+    weekChanged_ = connect(&week_, &ScheduleStore::changed, this, [this] {
+        reloadSchedule();
+        Q_EMIT settingsChanged();
+        firedToday_.clear(); // in memory only; the stored set stays
+        journal_.note(QStringLiteral("schedule"), u"reloaded — " +
+                                                      QString::number(schedule_.blocks().size()) +
+                                                      u" block(s)");
+    });
     checkSchedule();
 }
 
@@ -138,17 +238,17 @@ void AppController::onScheduleTimer() {
 
 void AppController::machineWillSleep() {
     sleptAt_ = clock_.now();
-    Journal::note(QStringLiteral("power"), QStringLiteral("sleeping"));
+    journal_.note(QStringLiteral("power"), QStringLiteral("sleeping"));
 }
 
 void AppController::machineDidWake() {
     const QDateTime now = clock_.now();
     if (sleptAt_)
-        Journal::note(QStringLiteral("power"),
+        journal_.note(QStringLiteral("power"),
                       u"woke after " + wholeMinutes(double(sleptAt_->msecsTo(now)) / 60000.0) +
                           u" min asleep");
     else
-        Journal::note(QStringLiteral("power"), QStringLiteral("woke"));
+        journal_.note(QStringLiteral("power"), QStringLiteral("woke"));
     sleptAt_.reset();
     // Only a launch that watches the schedule ticks; a rehearsal or a probe has none to run.
     if (scheduleTimer_)
@@ -158,19 +258,21 @@ void AppController::machineDidWake() {
 void AppController::checkSchedule() {
     const QDateTime now = clock_.now();
     lastTickAt_ = now;
-    screens_.enforceValve(now);
+    // The valve holds even if its timer slept with the machine.
+    if (screens_.isUp())
+        screens_.enforceValve(now);
     // Whatever could not be saved (a full disk, a read-only folder) is tried again.
-    SaveFailures::retryPending();
+    saveFailures_.retryPending();
     Q_EMIT ticked();
 
     const Calendar cal = calendar();
     const qint64 today = cal.dayNumber(now);
     if (today != firedDay_) {
         firedDay_ = today;
-        firedToday_ = Settings::firedBlocksDay() == today ? Settings::firedBlocks() : FiredSet();
-        Settings::setFiredBlocksDay(today);
-        Settings::setFiredBlocks(firedToday_);
-        Journal::note(QStringLiteral("day"),
+        firedToday_ = prefs_.firedBlocksDay() == today ? prefs_.firedBlocks() : FiredSet();
+        prefs_.setFiredBlocksDay(today);
+        prefs_.setFiredBlocks(firedToday_);
+        journal_.note(QStringLiteral("day"),
                       firedToday_.isEmpty()
                           ? QStringLiteral("rolled over — fired set cleared")
                           : u"resumed — " + QString::number(firedToday_.size()) +
@@ -178,9 +280,9 @@ void AppController::checkSchedule() {
     }
 
     TickState state;
-    state.shieldUp = shieldIsUp();
-    state.countdownShowing = countdown_.isShowing();
-    state.finished = finished_;
+    state.shieldUp = screens_.isUp();
+    state.countdownShowing = phase_ == Phase::Countdown;
+    state.finished = roundIsOver();
     state.pausedUntil = pausedUntil_;
     state.retest = overdueRetestBlock();
 
@@ -192,23 +294,23 @@ void AppController::checkSchedule() {
         state.holdOff = holdOffReason();
         // A block snoozed or cancelled at its countdown waits for its deferral, however long
         // the schedule still calls it due: the deferral, not the next tick, brings it back.
-        if (!state.holdOff && pendingBlock_ && hasPendingDeferral())
+        if (!state.holdOff && pendingBlock_ && deferTimer_ && deferTimer_->isActive())
             state.holdOff = u"deferred — " + deferReason_;
         if (state.holdOff)
             tick = schedule_.tick(now, firedToday_, state, cal);
     }
-    Journal::state(QStringLiteral("schedule"), tick.summary());
+    journal_.state(QStringLiteral("schedule"), tick.summary());
 
     switch (tick.kind()) {
     case Tick::Case::Fire: {
         const Block& block = *tick.block();
-        Journal::note(QStringLiteral("schedule"), u"firing " + block.label);
+        journal_.note(QStringLiteral("schedule"), u"firing " + block.label);
         pendingBlock_ = block;
         warnThenLock();
         break;
     }
     case Tick::Case::Holding:
-        Journal::state(QStringLiteral("hold"), tick.block()->label + u" held — " + tick.reason());
+        journal_.state(QStringLiteral("hold"), tick.block()->label + u" held — " + tick.reason());
         break;
     case Tick::Case::Idle:
         break;
@@ -216,44 +318,35 @@ void AppController::checkSchedule() {
 }
 
 std::optional<QString> AppController::holdOffReason() {
-    const CallDetector::State call = CallDetector::current();
+    const CallDetector::State call = calls_.current();
     if (CallDetector::isBusy(call))
         return CallDetector::explanation(call);
-    if (Settings::isBusy(clock_.now()))
-        return Settings::busyReason().value_or(QStringLiteral("you're mid-session"));
+    if (prefs_.isBusy(clock_.now()))
+        return prefs_.busyReason().value_or(QStringLiteral("you're mid-session"));
 
     const double idle = idle_.secondsSinceLastInput();
     // Whatever draws the setup window knows whether it has the keyboard.
     const bool isKey = screens_.setupIsActive();
-    if (usingSetupWindow(isKey, screens_.setupIsVisible(), isKey, idle))
+    if (Presence::usingSetupWindow(isKey, screens_.setupIsVisible(), isKey, idle))
         return QStringLiteral("you're using the setup window");
-    if (nobodyHome(idle))
+    if (Presence::nobodyHome(idle))
         return u"nobody at the desk — idle " + wholeMinutes(idle / 60.0) + u" min";
-    if (!Settings::lockoutWorkoutID())
+    if (!prefs_.lockoutWorkoutID())
         return QStringLiteral("setup isn't finished — nothing chosen to run");
     return std::nullopt;
-}
-
-bool AppController::usingSetupWindow(bool isKey, bool isVisible, bool appActive,
-                                     double idleSeconds, double activeWithin) {
-    return isKey && isVisible && appActive && idleSeconds < activeWithin;
-}
-
-bool AppController::nobodyHome(double idleSeconds, double threshold) {
-    return idleSeconds >= threshold;
 }
 
 void AppController::lockoutBecameDue() {
     // Once a lockout has ended, the usage path and every pending deferral stay inert until the
     // schedule raises the next lockout. Deliberate: an ending is final for this round.
-    if (shieldIsUp() || finished_)
+    if (screens_.isUp() || roundIsOver())
         return;
     if (const auto reason = holdOffReason()) {
         deferLockout(tovinPause, *reason);
         return;
     }
-    if (!Settings::scheduleAllows(clock_.now(), calendar())) {
-        Journal::state(QStringLiteral("usage"),
+    if (!prefs_.scheduleAllows(clock_.now(), calendar())) {
+        journal_.state(QStringLiteral("usage"),
                        QStringLiteral("outside the hours you set — dropped, not queued"));
         return;
     }
@@ -261,7 +354,7 @@ void AppController::lockoutBecameDue() {
 }
 
 void AppController::deferLockout(double minutes, const QString& because) {
-    Journal::note(QStringLiteral("defer"),
+    journal_.note(QStringLiteral("defer"),
                   u"usage lockout deferred " + wholeMinutes(minutes) + u"m — " + because);
     // Replacing the timer destroys the old one: there is never more than one deferral.
     deferReason_ = because;
@@ -269,24 +362,58 @@ void AppController::deferLockout(double minutes, const QString& because) {
 }
 
 void AppController::warnThenLock() {
-    if (countdown_.isShowing())
+    if (phase_ == Phase::Countdown || phase_ == Phase::Raised)
         return;
     if (standingAside_) {
-        Journal::state(QStringLiteral("update"),
+        journal_.state(QStringLiteral("update"),
                        QStringLiteral("installing — no lockout starts until the new version runs"));
         return;
     }
-    const int snoozesLeft = std::max(0, Settings::snoozesPerLockout() - snoozesUsed_);
-    countdown_.show(Settings::warningSeconds(), snoozesLeft);
+    enter(Phase::Countdown);
     prebuild();
 }
+
+void AppController::markServed(const Block& block) {
+    firedToday_.insert(block.key());
+    prefs_.setFiredBlocksDay(calendar().dayNumber(clock_.now()));
+    prefs_.setFiredBlocks(firedToday_);
+}
+
+std::optional<Block> AppController::overdueRetestBlock() {
+    if (prefs_.retestDueInDays() >= 1)
+        return std::nullopt;
+    const auto reportedAt = prefs_.retestReportedAt();
+    const QDateTime now = clock_.now();
+    // A report older than a week is stale; without any report there is nothing to retest.
+    if (!reportedAt || reportedAt->secsTo(now) >= Settings::retestStaleAfterSeconds)
+        return std::nullopt;
+    const auto local = calendar().localTime(now);
+    if (!local)
+        return std::nullopt;
+    return Block{QString::asprintf("%02d:%02d", local->hour, local->minute),
+                 QStringLiteral("Fitness test"), Block::Kind::Retest, std::nullopt, std::nullopt};
+}
+
+// ---- what a lockout shows -----------------------------------------------------------------
 
 std::optional<QString> AppController::webRoot() const {
     return webRoot_ ? webRoot_ : BundleRoutes::bundledRoot();
 }
 
-QJsonObject AppController::nativeFor(PageMode mode, bool shown, const std::optional<QString>& blockLabel) const {
-    return BridgeMessages::nativeState(mode, shown, blockLabel, scheduleURL_, ledger_);
+QJsonObject AppController::nativeFor(PageMode mode, bool shown,
+                                     const std::optional<QString>& blockLabel) const {
+    return BridgeMessages::nativeState(mode, shown, blockLabel, week_, ledger_, prefs_);
+}
+
+LockoutPage AppController::pageFor(LockoutPage::Kind kind, const QString& root) const {
+    LockoutPage page;
+    page.kind = kind;
+    page.webRoot = root;
+    // What the shield around the page says, decided here: whatever draws reads no file.
+    page.standing = ledger_.standing();
+    page.escapePhrase = prefs_.escapePhrase();
+    page.hintDelay = prefs_.hintDelay();
+    return page;
 }
 
 std::optional<LockoutPage> AppController::workoutPage() const {
@@ -297,31 +424,23 @@ std::optional<LockoutPage> AppController::workoutPage() const {
     std::optional<QString> label;
     if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Workout)
         label = pendingBlock_->label;
-    LockoutPage page;
-    page.kind = retest ? LockoutPage::Kind::Retest : LockoutPage::Kind::Workout;
-    page.webRoot = *root;
+    LockoutPage page =
+        pageFor(retest ? LockoutPage::Kind::Retest : LockoutPage::Kind::Workout, *root);
     page.native = nativeFor(retest ? PageMode::Retest : PageMode::Locked, true, label);
-    page.standing = ledger_.standing();
-    page.escapePhrase = Settings::escapePhrase();
-    page.hintDelay = Settings::hintDelay();
     // The camera coach, when chosen, runs from every path but the fitness check.
-    if (!retest && choseCameraCoach()) {
+    const auto workout = prefs_.lockoutWorkoutID();
+    if (!retest && workout && isCoachWorkout(*workout)) {
         page.kind = LockoutPage::Kind::Coach;
-        page.coachWorkout = *Settings::lockoutWorkoutID();
-        page.requiredCleanReps = Settings::requiredCleanReps();
+        page.coachWorkout = *workout;
+        page.requiredCleanReps = prefs_.requiredCleanReps();
     }
     return page;
-}
-
-bool AppController::choseCameraCoach() const {
-    const auto id = Settings::lockoutWorkoutID();
-    return id && isCoachWorkout(*id);
 }
 
 void AppController::prebuild() {
     dropPrebuilt();
     const auto page = workoutPage();
-    if (!page || !Settings::lockoutWorkoutID())
+    if (!page || !prefs_.lockoutWorkoutID())
         return;
     // The camera coach opens the camera only once the shield is up; nothing to prepare for it.
     if (page->kind == LockoutPage::Kind::Coach)
@@ -337,61 +456,17 @@ void AppController::dropPrebuilt() {
     screens_.dropPrepared();
 }
 
-void AppController::preparedPageFailed(const QString& detail) {
-    // No screen was taken, so there is nothing to release and no reason to quit: the raise
-    // builds the page again, and a page that fails over the shield ends the lockout as usual.
-    Journal::note(QStringLiteral("shield"), u"the prepared workout screen failed before the shield "
-                                            u"rose; building it again at the raise — " +
-                                                detail.section(u'\n', 0, 0));
-    dropPrebuilt();
-}
-
-void AppController::journalEnding(const QString& how) {
-    // Every ending leaves one line, so --why can tell what happened to the last lockout.
-    Journal::note(QStringLiteral("shield"),
-                  u"lockout ended — " + how + (rehearsing_ ? QStringLiteral(" (rehearsal)") : QString()));
-}
-
-void AppController::clearLockoutMark() {
-    // The page marks the person mid-workout while it runs; once its lockout has ended that mark
-    // must not hold off whatever comes next.
-    if (Settings::busyUntil() || Settings::busyReason()) {
-        Settings::setBusyUntil(std::nullopt);
-        Settings::setBusyReason(std::nullopt);
-    }
-}
-
-void AppController::markServed(const Block& block) {
-    firedToday_.insert(block.key());
-    Settings::setFiredBlocksDay(calendar().dayNumber(clock_.now()));
-    Settings::setFiredBlocks(firedToday_);
-}
-
-std::optional<Block> AppController::overdueRetestBlock() {
-    if (Settings::retestDueInDays() >= 1)
-        return std::nullopt;
-    const auto reportedAt = Settings::retestReportedAt();
-    const QDateTime now = clock_.now();
-    // A report older than a week is stale; without any report there is nothing to retest.
-    if (!reportedAt || reportedAt->secsTo(now) >= Settings::retestStaleAfterSeconds)
-        return std::nullopt;
-    const auto local = calendar().localTime(now);
-    if (!local)
-        return std::nullopt;
-    return Block{QString::asprintf("%02d:%02d", local->hour, local->minute),
-                 QStringLiteral("Fitness test"), Block::Kind::Retest, std::nullopt, std::nullopt};
-}
-
 void AppController::raiseLockout(bool rehearsal) {
-    if (shieldIsUp() || standingAside_)
+    if (screens_.isUp() || standingAside_)
         return;
-    if (!Settings::lockoutWorkoutID() && !rehearsal) {
+    if (!prefs_.lockoutWorkoutID() && !rehearsal) {
         dropPrebuilt();
         Q_EMIT setupWindowWanted();
-        Q_EMIT alertRequested(QStringLiteral("Choose a workout first."),
-                              QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
-                                             "should run. Pick one in the setup window and it'll start holding "
-                                             "you to it."));
+        Q_EMIT alertRequested(
+            QStringLiteral("Choose a workout first."),
+            QStringLiteral("Tovin won't lock your screen until you've picked what the lockout "
+                           "should run. Pick one in the setup window and it'll start holding "
+                           "you to it."));
         return;
     }
     const auto root = webRoot();
@@ -403,16 +478,13 @@ void AppController::raiseLockout(bool rehearsal) {
                                       "beside the app."));
         return;
     }
-    finished_ = false;
-    raised_ = true;
+    enter(Phase::Raised);
     rehearsing_ = rehearsal;
     // On disk while it is up: a lockout cut short from outside is found at the next launch.
     if (!rehearsal)
         mark_.set(lockoutExercise(), clock_.now());
     // The break warning's standing counts what another copy of Tovin recorded too.
     ledger_.refresh();
-    deferTimer_.reset();
-    countdown_.dismiss();
     screens_.hideSetup();
 
     if (pendingBlock_ && pendingBlock_->kind == Block::Kind::Away) {
@@ -420,17 +492,14 @@ void AppController::raiseLockout(bool rehearsal) {
         markServed(block);
         dropPrebuilt();
         const double held = Schedule::heldMinutes(block);
-        LockoutPage page;
-        page.kind = LockoutPage::Kind::Away;
-        page.webRoot = *root;
+        LockoutPage page = pageFor(LockoutPage::Kind::Away, *root);
         page.awayLabel = block.label;
         page.awayEndsAt = clock_.now().addMSecs(qint64(held * 60'000));
-        page.standing = ledger_.standing();
-        page.escapePhrase = Settings::escapePhrase();
-        page.hintDelay = Settings::hintDelay();
-        awayTimer_ = clock_.singleShot(held * 60.0, [this, block] { awayBlockTovin(block); });
+        awayTimer_ = clock_.singleShot(held * 60.0, [this, block] {
+            end({Ending::Kind::AwayServed, block.label});
+        });
         // The valve outlasts the away time by two minutes, unless the setting is shorter.
-        screens_.raise(page, rehearsal, std::min(Settings::maxShieldMinutes(), held + 2));
+        screens_.raise(page, rehearsal, std::min(prefs_.maxShieldMinutes(), held + 2));
         return;
     }
     if (pendingBlock_)
@@ -438,11 +507,117 @@ void AppController::raiseLockout(bool rehearsal) {
     // The page prepared behind the countdown serves when it is the one this lockout needs;
     // whatever draws judges that.
     prepared_ = false;
-    screens_.raise(*workoutPage(), rehearsal, Settings::maxShieldMinutes());
+    screens_.raise(*workoutPage(), rehearsal, prefs_.maxShieldMinutes());
 }
 
-bool AppController::wasPresent(double idleAtEnd, double heldMinutes, double margin) {
-    return idleAtEnd <= heldMinutes * 60.0 + margin;
+// ---- endings ------------------------------------------------------------------------------
+
+void AppController::end(const Ending& ending) {
+    const EndingRule rule = ruleFor(ending.kind);
+    // Once: a second ending (a break finished in the seconds a completed workout stays up, a
+    // panic after it) finds the lockout over and changes nothing.
+    if (phase_ != Phase::Raised || (rule.needsShieldUp && !screens_.isUp()))
+        return;
+    enter(Phase::Ending);
+    const QString exercise = ending.exercise.isEmpty() ? lockoutExercise() : ending.exercise;
+    const QString rehearsalNote = rehearsing_ ? QStringLiteral(" (rehearsal)") : QString();
+    // Every ending but the panic leaves a line, so --why can tell what happened to it.
+    const auto journalEnding = [&](const QString& how) {
+        journal_.note(QStringLiteral("shield"), u"lockout ended — " + how + rehearsalNote);
+    };
+    if (rule.words)
+        journalEnding(QString::fromUtf8(rule.words));
+
+    switch (ending.kind) {
+    case Ending::Kind::AwayServed: {
+        // Walking away for the whole block is what was promised; being idle since long before
+        // it began (a machine left on all morning) is not.
+        const double idle = idle_.secondsSinceLastInput();
+        const double held = pendingBlock_ ? Schedule::heldMinutes(*pendingBlock_) : 0;
+        if (Presence::wasPresent(idle, held))
+            record({{}, PromiseRecord::Outcome::Tovin, exercise, 0, 0, std::nullopt, true});
+        else
+            journal_.note(QStringLiteral("ledger"),
+                          exercise + u" not recorded — machine already idle " +
+                              wholeMinutes(idle / 60.0) + u" min when the block began");
+        screens_.lower();
+        break;
+    }
+    case Ending::Kind::Broken:
+        journalEnding(u"promise broken (" +
+                      (ending.reason ? toString(*ending.reason) : QStringLiteral("no reason given")) + u')');
+        record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, ending.reason, std::nullopt});
+        break;
+    case Ending::Kind::HelperLost:
+        // The screen is back (the windows went with the process). Killed from outside, it is a
+        // way out like any other and on the record; a crash or a hang is Tovin's own fault.
+        journal_.note(QStringLiteral("shield"), u"released — " + ending.detail);
+        if (ending.stoppedFromOutside && !rehearsing_)
+            recordCutShort(exercise, clock_.now(),
+                           QStringLiteral("its screen helper was stopped from outside"));
+        else
+            journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
+        break;
+    case Ending::Kind::PageFailed:
+        // Never hold a machine for a blank window: the screen comes back first.
+        screens_.lower();
+        journal_.note(QStringLiteral("shield"), u"released — the workout screen failed: " +
+                                                    ending.detail.section(u'\n', 0, 0));
+        break;
+    default:
+        if (rule.recorded)
+            record({{}, *rule.recorded, exercise, ending.reps, ending.cleanReps, std::nullopt,
+                    false});
+        break;
+    }
+
+    switch (rule.then) {
+    case Then::StandDown:
+        standDown();
+        break;
+    case Then::LowerThenStandDown:
+        if (!rehearsing_)
+            screens_.showStanding(ledger_.standingJSON());
+        // Long enough to see the new standing on the page before the screen comes back.
+        lowerTimer_ = clock_.singleShot(3.0, [this] {
+            screens_.lower();
+            standDown();
+        });
+        break;
+    case Then::LowerThenQuit:
+        screens_.coachDone(ledger_.streak());
+        clearBusyMark();
+        lowerTimer_ = clock_.singleShot(2.6, [this] {
+            screens_.lower();
+            Q_EMIT quitRequested();
+        });
+        break;
+    case Then::Quit:
+        clearBusyMark();
+        Q_EMIT quitRequested();
+        break;
+    case Then::ExplainAndQuit:
+        clearBusyMark();
+        explainAndQuit(QStringLiteral("The workout screen didn't load."),
+                       u"Tovin released your screen rather than hold it for a blank window.\n\n" +
+                           ending.detail);
+        break;
+    }
+    if (ending.kind == Ending::Kind::HelperLost) {
+        // Said as it is: like every ending, this one is final until Tovin starts again, so the
+        // person is told how to have it watch again.
+        const QString onRecord =
+            ending.stoppedFromOutside && !rehearsing_
+                ? QStringLiteral("It was stopped from outside, so this lockout is on the "
+                                 "record as a broken promise. ")
+                : QString();
+        Q_EMIT alertRequested(QStringLiteral("The workout screen stopped."),
+                              u"Tovin released your screen rather than hold it without a "
+                              u"watcher. " +
+                                  onRecord +
+                                  u"Nothing more locks until you quit Tovin and open it again, "
+                                  u"or choose Lock Me Out Now.");
+    }
 }
 
 void AppController::record(PromiseRecord promise) {
@@ -450,195 +625,31 @@ void AppController::record(PromiseRecord promise) {
     ledger_.record(std::move(promise), rehearsing_);
 }
 
-void AppController::awayBlockTovin(const Block& block) {
-    if (finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    const double idle = idle_.secondsSinceLastInput();
-    // Walking away for the whole block is what was promised; being idle since long before it
-    // began (a machine left on all morning) is not.
-    journalEnding(QStringLiteral("away block served"));
-    if (wasPresent(idle, Schedule::heldMinutes(block)))
-        record({{}, PromiseRecord::Outcome::Tovin, block.label, 0, 0, std::nullopt, true});
-    else
-        Journal::note(QStringLiteral("ledger"), block.label + u" not recorded — machine already idle " +
-                                                    wholeMinutes(idle / 60.0) +
-                                                    u" min when the block began");
-    screens_.lower();
-    standDown();
-}
-
-void AppController::workoutCompleted(const QString& exercise, qint64 reps) {
-    if (!shieldIsUp() || finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    journalEnding(QStringLiteral("workout completed"));
-    record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, reps, std::nullopt, false});
-    if (!rehearsing_)
-        screens_.showStanding(ledger_.standingJSON());
-    // Long enough to see the new standing on the page before the screen comes back.
-    lowerTimer_ = clock_.singleShot(3.0, [this] {
-        screens_.lower();
-        standDown();
-    });
-}
-
-// Every ending acts once: a second one (a break finished in the seconds a completed workout
-// stays up, a panic after it) finds the lockout over and changes nothing.
-void AppController::shieldWasBroken(std::optional<PromiseRecord::Reason> reason) {
-    if (finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    journalEnding(u"promise broken (" + (reason ? toString(*reason) : QStringLiteral("no reason given")) + u')');
-    record({{}, PromiseRecord::Outcome::Broken, lockoutExercise(), 0, 0, reason, std::nullopt});
-    standDown();
-}
-
 QString AppController::lockoutExercise() const {
     return pendingBlock_ ? pendingBlock_->label
-                         : Settings::lockoutWorkoutID().value_or(QStringLiteral("Workout"));
+                         : prefs_.lockoutWorkoutID().value_or(QStringLiteral("Workout"));
 }
 
 void AppController::recordCutShort(const QString& exercise, const QDateTime& when,
                                    const QString& how) {
     // Ending Tovin is not a way out: only the designed endings, and the panic, leave no record.
-    Journal::note(QStringLiteral("shield"), u"lockout ended — " + how + u", recorded as broken");
+    journal_.note(QStringLiteral("shield"), u"lockout ended — " + how + u", recorded as broken");
     PromiseRecord promise{when, PromiseRecord::Outcome::Broken, exercise,    0,
                           0,    PromiseRecord::Reason::Stopped, std::nullopt};
     ledger_.record(std::move(promise), false);
 }
 
-void AppController::shieldPanicked() {
-    if (finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    // The way out that leaves no trace, as the start window promises: not even a journal line.
-    clearLockoutMark();
-    Q_EMIT quitRequested();
-}
-
-void AppController::shieldYielded() {
-    if (finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    journalEnding(QStringLiteral("yielded to the system, nothing recorded"));
-    standDown();
-}
-
-void AppController::shieldTimedOut() {
-    if (finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    journalEnding(QStringLiteral("the safety valve released the screen, nothing recorded"));
-    standDown();
-}
-
-void AppController::finishTovin(const QString& exercise, qint64 reps, qint64 cleanReps) {
-    if (!shieldIsUp() || finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    journalEnding(QStringLiteral("camera coach finished"));
-    record({{}, PromiseRecord::Outcome::Tovin, exercise, reps, cleanReps, std::nullopt, false});
-    screens_.coachDone(ledger_.streak());
-    clearLockoutMark();
-    lowerTimer_ = clock_.singleShot(2.6, [this] {
-        screens_.lower();
-        Q_EMIT quitRequested();
-    });
-}
-
-void AppController::pageMessage(PageRole role, const QJsonObject& message) {
-    // Only the page over the shield finishes a lockout; the others' messages are the same
-    // settings and week the person edits.
-    if (role != PageRole::Lockout && message.value(u"type").toString() == u"workoutComplete")
-        return;
-    bridge_.apply(message);
-}
-
-void AppController::pageFailed(PageRole role, const QString& detail) {
-    switch (role) {
-    case PageRole::Prepared:
-        preparedPageFailed(detail);
-        break;
-    case PageRole::Lockout:
-        workoutWebFailed(detail);
-        break;
-    case PageRole::Setup:
-        // No screen is held, so nothing is released and the watch goes on.
-        Journal::note(QStringLiteral("shield"), u"the setup screen failed — " + detail.section(u'\n', 0, 0));
-        screens_.hideSetup();
-        Q_EMIT alertRequested(QStringLiteral("The setup screen didn't load."),
-                              u"Nothing was locked. Open the setup window again to retry.\n\n" +
-                                  detail);
-        break;
+void AppController::clearBusyMark() {
+    // The page marks the person mid-workout while it runs; once its lockout has ended that mark
+    // must not hold off whatever comes next.
+    if (prefs_.busyUntil() || prefs_.busyReason()) {
+        prefs_.setBusyUntil(std::nullopt);
+        prefs_.setBusyReason(std::nullopt);
     }
-}
-
-void AppController::screensLost(const QString& why, bool stoppedFromOutside) {
-    prepared_ = false;
-    if (!raised_ || finished_) {
-        // Only a setup window or a prepared page went; the next need starts a fresh helper.
-        Journal::note(QStringLiteral("shield"), why + u" — nothing was held");
-        // A window that vanishes (or never comes) is never left unexplained, but said once: a
-        // helper that cannot start at all would otherwise say it at every try.
-        if (!toldScreensLost_) {
-            toldScreensLost_ = true;
-            Q_EMIT alertRequested(QStringLiteral("Tovin couldn't show its window."),
-                                  u"Its screen helper stopped (" + why +
-                                      u"). Open the setup window to try again; tovin --why and the "
-                                      u"journal have the details.");
-        }
-        return;
-    }
-    // The screen is back (the windows went with the process). Killed from outside, it is a way
-    // out like any other and on the record; a crash or a hang is Tovin's own fault, and not.
-    finished_ = true;
-    mark_.clear();
-    Journal::note(QStringLiteral("shield"), u"released — " + why);
-    if (stoppedFromOutside && !rehearsing_)
-        recordCutShort(lockoutExercise(), clock_.now(),
-                       QStringLiteral("its screen helper was stopped from outside"));
-    else
-        journalEnding(QStringLiteral("the screen went with its helper, nothing recorded"));
-    standDown();
-    // Said as it is: like every ending, this one is final until Tovin starts again (the gate on
-    // finished lockouts), so the person is told how to have it watch again.
-    const QString record =
-        stoppedFromOutside && !rehearsing_
-            ? QStringLiteral("It was stopped from outside, so this lockout is on the "
-                             "record as a broken promise. ")
-            : QString();
-    Q_EMIT alertRequested(
-        QStringLiteral("The workout screen stopped."),
-        u"Tovin released your screen rather than hold it without a watcher. " + record +
-            u"Nothing more locks until you quit Tovin and open it again, or choose "
-            u"Lock Me Out Now.");
-}
-
-void AppController::workoutWebFailed(const QString& detail) {
-    if (!shieldIsUp() || finished_)
-        return;
-    finished_ = true;
-    mark_.clear();
-    clearLockoutMark();
-    // Never hold a machine for a blank window: the screen comes back first.
-    screens_.lower();
-    Journal::note(QStringLiteral("shield"),
-                  u"released — the workout screen failed: " + detail.section(u'\n', 0, 0));
-    explainAndQuit(QStringLiteral("The workout screen didn't load."),
-                   u"Tovin released your screen rather than hold it for a blank window.\n\n" +
-                       detail);
 }
 
 void AppController::standDown() {
-    clearLockoutMark();
+    clearBusyMark();
     awayTimer_.reset();
     lowerTimer_.reset();
     pendingBlock_.reset();
@@ -651,7 +662,8 @@ void AppController::standDown() {
 
 void AppController::explainAndQuit(const QString& title, const QString& detail) {
     if (rehearsalOnly_) {
-        QString line = u"explainAndQuit (suppressed under --self-test): " + title + u" — " + detail;
+        const QString line =
+            u"explainAndQuit (suppressed under --self-test): " + title + u" — " + detail;
         std::printf("%s\n", line.toUtf8().constData());
         std::fflush(stdout);
         return;
@@ -660,11 +672,74 @@ void AppController::explainAndQuit(const QString& title, const QString& detail) 
     Q_EMIT quitRequested();
 }
 
+// ---- what the screens report --------------------------------------------------------------
+
+void AppController::pageMessage(PageRole role, const QJsonObject& message) {
+    // Only the page over the shield finishes a lockout; the others' messages are the same
+    // settings and week the person edits.
+    if (role != PageRole::Lockout && message.value(u"type").toString() == u"workoutComplete")
+        return;
+    bridge_.apply(message);
+}
+
+void AppController::pageFailed(PageRole role, const QString& detail) {
+    switch (role) {
+    case PageRole::Prepared:
+        // No screen was taken, so there is nothing to release and no reason to quit: the raise
+        // builds the page again, and a page that fails over the shield ends the lockout.
+        journal_.note(QStringLiteral("shield"),
+                      u"the prepared workout screen failed before the shield rose; building it "
+                      u"again at the raise — " +
+                          detail.section(u'\n', 0, 0));
+        dropPrebuilt();
+        break;
+    case PageRole::Lockout: {
+        Ending ending{Ending::Kind::PageFailed};
+        ending.detail = detail;
+        end(ending);
+        break;
+    }
+    case PageRole::Setup:
+        // No screen is held, so nothing is released and the watch goes on.
+        journal_.note(QStringLiteral("shield"),
+                      u"the setup screen failed — " + detail.section(u'\n', 0, 0));
+        screens_.hideSetup();
+        Q_EMIT alertRequested(QStringLiteral("The setup screen didn't load."),
+                              u"Nothing was locked. Open the setup window again to retry.\n\n" +
+                                  detail);
+        break;
+    }
+}
+
+void AppController::screensLost(const QString& why, bool stoppedFromOutside) {
+    prepared_ = false;
+    if (phase_ == Phase::Raised) {
+        Ending ending{Ending::Kind::HelperLost};
+        ending.detail = why;
+        ending.stoppedFromOutside = stoppedFromOutside;
+        end(ending);
+        return;
+    }
+    // Only a setup window or a prepared page went; the next need starts a fresh helper.
+    journal_.note(QStringLiteral("shield"), why + u" — nothing was held");
+    // A window that vanishes (or never comes) is never left unexplained, but said once: a
+    // helper that cannot start at all would otherwise say it at every try.
+    if (!toldScreensLost_) {
+        toldScreensLost_ = true;
+        Q_EMIT alertRequested(QStringLiteral("Tovin couldn't show its window."),
+                              u"Its screen helper stopped (" + why +
+                                  u"). Open the setup window to try again; tovin --why and the "
+                                  u"journal have the details.");
+    }
+}
+
+// ---- pause and the menu's words -----------------------------------------------------------
+
 void AppController::pauseAnHour() {
     pausedUntil_ = clock_.now().addSecs(3600);
     usage_.stop();
     deferTimer_.reset();
-    countdown_.dismiss();
+    leaveCountdown();
     dropPrebuilt(); // a paused hour holds no page ready in the background
     pauseTimer_ = clock_.singleShot(3600, [this] { resumeWatching(); });
     Q_EMIT pausedChanged(true);
@@ -681,59 +756,23 @@ void AppController::resumeWatching() {
 
 QString AppController::statusLine() {
     const QDateTime now = clock_.now();
-    StatusInputs in;
-    in.shieldUp = shieldIsUp();
+    MenuWords::StatusInputs in;
+    in.shieldUp = screens_.isUp();
     if (pausedUntil_)
         in.pausedSecondsLeft = double(now.msecsTo(*pausedUntil_)) / 1000.0;
     const Calendar cal = calendar();
     in.next = schedule_.upcoming(now, firedToday_, cal);
-    in.hoursAllow = Settings::scheduleAllows(now, cal);
+    in.hoursAllow = prefs_.scheduleAllows(now, cal);
     in.usageRunning = usage_.isRunning();
-    in.workoutChosen = Settings::lockoutWorkoutID().has_value();
-    in.triggerSeconds = Settings::triggerAfterMinutes() * 60.0;
+    in.workoutChosen = prefs_.lockoutWorkoutID().has_value();
+    in.triggerSeconds = prefs_.triggerAfterMinutes() * 60.0;
     in.continuousUseSeconds = usage_.continuousUseSeconds();
-    return statusLine(in);
-}
-
-QString AppController::statusLine(const StatusInputs& in) {
-    auto describe = [](const Schedule::Upcoming& next) {
-        if (next.minutesAway < 2)
-            return QString(next.block.label + u" — any minute");
-        return QString(next.block.label + u" in " + QString::number(next.minutesAway) + u" min");
-    };
-    if (in.shieldUp)
-        return QStringLiteral("Locked out now");
-    if (in.pausedSecondsLeft)
-        return u"Paused — " + QString::number(std::max<qint64>(0, qint64(*in.pausedSecondsLeft / 60))) +
-               u" min left";
-    if (in.usageRunning && in.workoutChosen) {
-        const double left = in.triggerSeconds - in.continuousUseSeconds;
-        const qint64 usageLeft = std::max<qint64>(1, qint64(left / 60.0));
-        if (left <= 0 && !in.next)
-            return QStringLiteral("Due — waiting for a good moment");
-        if (in.next && in.next->minutesAway <= usageLeft)
-            return describe(*in.next);
-        return u"Next lockout in about " + QString::number(usageLeft) + u" min";
-    }
-    if (in.next)
-        return describe(*in.next);
-    if (!in.workoutChosen)
-        return QStringLiteral("Not set up — nothing will happen");
-    return in.hoursAllow ? QStringLiteral("Not watching")
-                         : QStringLiteral("Outside your hours — won't interrupt");
+    return MenuWords::status(in);
 }
 
 QString AppController::standingLine() const {
-    const PromiseLedger& l = ledger_;
-    return standingLine(l.records().size(), l.streak(), l.tovin(), l.broken());
-}
-
-QString AppController::standingLine(qsizetype records, int streak, int tovin, int broken) {
-    if (records == 0)
-        return QStringLiteral("No promises yet");
-    const QString prefix = streak > 0 ? QString::number(streak) + u" in a row · "
-                                      : QStringLiteral("Streak broken · ");
-    return prefix + QString::number(tovin) + u" tovin · " + QString::number(broken) + u" broken";
+    return MenuWords::standing(ledger_.records().size(), ledger_.streak(), ledger_.tovin(),
+                               ledger_.broken());
 }
 
 } // namespace tovin

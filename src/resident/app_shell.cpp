@@ -30,8 +30,15 @@ namespace tovin {
 
 using namespace Qt::Literals::StringLiterals;
 
-AppShell::AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObject* parent)
-    : QObject(parent), screens_(deps.screens), controller_(deps), launchedForRehearsal_(launchedForRehearsal) {
+AppShell::AppShell(const AppDependencies& deps, LaunchAtLogin& login,
+                   QNetworkAccessManager& network, bool launchedForRehearsal, QObject* parent)
+    : QObject(parent)
+    , deps_(deps)
+    , screens_(deps.screens)
+    , login_(login)
+    , controller_(deps)
+    , updates_(controller_, {network, deps.journal})
+    , launchedForRehearsal_(launchedForRehearsal) {
     // Everything that happens to the shell is wired here, once.
     connect(&controller_, &AppController::setupWindowWanted, this, &AppShell::openSetupWindow);
     connect(&controller_, &AppController::alertRequested, this, &AppShell::alert);
@@ -44,6 +51,10 @@ AppShell::AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObje
     connect(&updates_, &UpdateDialogs::alertRequested, this, &AppShell::alert);
     connect(&screens_, &Screens::actionChosen, this, &AppShell::chosen);
     connect(&screens_, &Screens::quitAsked, qApp, &QCoreApplication::quit);
+    // A save that fails (a full disk, a read-only folder) is told once. Queued: the report may
+    // come from inside a writer that holds its own lock, on its thread.
+    connect(&deps_.saveFailures, &SaveFailures::tellPerson, this, &AppShell::tellThePerson,
+            Qt::QueuedConnection);
 }
 
 void AppShell::chosen(const QString& action, const QString& value) {
@@ -67,19 +78,19 @@ void AppShell::chosen(const QString& action, const QString& value) {
         // The rehearsal comes from the launch switch, not the start window's checkbox.
         controller_.raiseLockout(launchedForRehearsal_);
     else if (action == u"gnomeExtension") {
-        Journal::note(QStringLiteral("shield"),
+        deps_.journal.note(QStringLiteral("shield"),
                       value.isEmpty() ? u"GNOME Shell extension installed at the person's word — "_s +
                                             DesktopHold::describe()
                                       : u"GNOME Shell extension not installed: "_s + value);
         offerGnomeExtension_ = gnomeExtensionWanted();
         refreshSetupStrip();
     } else if (action == u"setupGeometry")
-        Settings::store().setValue(QStringLiteral("setupWindowGeometry"), value);
+        deps_.preferences.store().setValue(QStringLiteral("setupWindowGeometry"), value);
 }
 
 void AppShell::alert(const QString& title, const QString& detail) {
     // What the person was told belongs with the decisions that led to it.
-    Journal::note(QStringLiteral("alert"), title);
+    deps_.journal.note(QStringLiteral("alert"), title);
     // Not modal: the schedule keeps ticking while the person reads it.
     auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
     box->setInformativeText(detail);
@@ -120,7 +131,6 @@ void AppShell::refreshTrayIcon() {
 }
 
 AppShell::~AppShell() {
-    SaveFailures::setNotifier(nullptr);
     for (const auto& box : alerts_)
         delete box;
 }
@@ -170,12 +180,12 @@ bool AppShell::claimSingleInstance(bool standInAsWatcher) {
     if (!standInAsWatcher)
         return true;
     // Nobody answered: whatever socket is left is a crashed instance's.
-    instanceServer_ = new InstanceServer(instanceName(), this);
+    instanceServer_ = new InstanceServer(instanceName(), deps_.journal, this);
     instanceServer_->start();
     connect(instanceServer_, &InstanceServer::showAsked, this, [this] {
         // Launching Tovin again brings the setup window forward, but never over a lockout or a
         // rehearsal: there it would take the keyboard from the shield.
-        if (!controller_.screens().isUp())
+        if (!screens_.isUp())
             openSetupWindow();
     });
     // Checked on the schedule's own tick, so keeping the socket costs no wake-up of its own.
@@ -216,11 +226,6 @@ void AppShell::tellThePerson(const QString& title, const QString& body) {
 }
 
 void AppShell::launch() {
-    // A save that fails (a full disk, a read-only folder) is told once. Queued: the report may
-    // come from inside a writer that holds its own lock.
-    SaveFailures::setNotifier([this](const QString& title, const QString& body) {
-        QMetaObject::invokeMethod(this, [this, title, body] { tellThePerson(title, body); }, Qt::QueuedConnection);
-    });
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         tray_ = new QSystemTrayIcon(trayIconNow(), this);
         tray_->setToolTip(QStringLiteral("Tovin"));
@@ -234,16 +239,16 @@ void AppShell::launch() {
         });
         tray_->show();
     } else {
-        Journal::note(QStringLiteral("shield"),
+        deps_.journal.note(QStringLiteral("shield"),
                       QStringLiteral("no tray on this desktop — the setup window carries the menu"));
     }
     // The first run's example week goes to disk before the setup page reads the week.
-    ScheduleStore::writeExampleIfMissing();
+    deps_.week.writeExampleIfMissing();
     openSetupWindow();
     controller_.usage().start();
     controller_.startScheduleWatch();
     refreshSetupStrip(); // the strip was drawn before the week was read
-    updateTimer_ = controller_.clock().singleShot(5.0, [this] { checkForUpdates(true); });
+    updateTimer_ = deps_.clock.singleShot(5.0, [this] { checkForUpdates(true); });
 }
 
 void AppShell::rebuildMenu(QMenu* menu) {
@@ -263,7 +268,7 @@ void AppShell::rebuildMenu(QMenu* menu) {
         menu->addAction(QStringLiteral("Pause for an hour"), this, [this] { controller_.pauseAnHour(); });
     else
         menu->addAction(QStringLiteral("Resume watching"), this, [this] { controller_.resumeWatching(); });
-    const int status = LaunchAtLogin::status();
+    const int status = login_.status();
     QAction* login = menu->addAction(LaunchAtLogin::menuTitle(status), this, [this] { toggleLaunchAtLogin(); });
     login->setCheckable(true);
     login->setChecked(status == LaunchAtLogin::Enabled);
@@ -275,7 +280,7 @@ void AppShell::rebuildMenu(QMenu* menu) {
 }
 
 void AppShell::toggleLaunchAtLogin() {
-    const int status = LaunchAtLogin::set(!LaunchAtLogin::isOn());
+    const int status = login_.set(!login_.isOn());
     if (status == LaunchAtLogin::Blocked)
         alert(LaunchAtLogin::blockedTitle(), LaunchAtLogin::blockedDetail());
     refreshSetupStrip();
@@ -286,7 +291,7 @@ void AppShell::checkForUpdates(bool quietly) {
 }
 
 SetupStrip AppShell::strip() {
-    const int status = LaunchAtLogin::status();
+    const int status = login_.status();
     return {controller_.statusLine(),
             controller_.standingLine(),
             controller_.pausedUntil().has_value(),
@@ -314,20 +319,22 @@ void AppShell::refreshSetupStrip() {
 void AppShell::openSetupWindow() {
     const auto root = BundleRoutes::bundledRoot();
     if (!root) {
-        controller_.explainAndQuit(QStringLiteral("Workout UI is missing."),
-                                   QStringLiteral("Rebuild with ./scripts/run.sh, which stages the "
-                                                  "web app beside the app."));
+        alert(QStringLiteral("Workout UI is missing."),
+              QStringLiteral("Rebuild with ./scripts/run.sh, which stages the web app beside the "
+                             "app."));
+        quit();
         return;
     }
     // Asked once a window: the strip's lines refresh every few seconds, this need not.
     offerGnomeExtension_ = gnomeExtensionWanted();
-    const QJsonValue frame = Settings::store().value(QStringLiteral("setupWindowGeometry"));
+    const QJsonValue frame =
+        deps_.preferences.store().value(QStringLiteral("setupWindowGeometry"));
     screens_.openSetup(*root, controller_.nativeFor(PageMode::Setup, true, std::nullopt), strip(),
                        frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1()) : QByteArray());
     // The strip's lines follow the clock only while the window shows: a resident that waits
     // must not wake for a window nobody sees.
     if (!stripTimer_) {
-        stripTimer_ = controller_.clock().createTimer([this] {
+        stripTimer_ = deps_.clock.createTimer([this] {
             if (screens_.setupIsVisible())
                 refreshSetupStrip();
             else
@@ -342,15 +349,16 @@ void AppShell::lockNow(bool rehearsal) {
     // A copy launched to rehearse only ever rehearses, whatever its setup window asks.
     rehearsal = rehearsal || launchedForRehearsal_;
     // A lockout asked for by hand is on the record like any other.
-    Journal::note(QStringLiteral("shield"), rehearsal ? QStringLiteral("rehearsal asked for from the menu")
+    deps_.journal.note(QStringLiteral("shield"), rehearsal ? QStringLiteral("rehearsal asked for from the menu")
                                                       : QStringLiteral("Lock Me Out Now — asked for from the menu"));
     controller_.raiseLockout(rehearsal);
 }
 
 void AppShell::showStartWindow() {
-    PromiseLedger& ledger = controller_.ledger();
+    PromiseLedger& ledger = deps_.ledger;
     ledger.refresh();
-    screens_.showStart({Settings::escapePhrase(), int(Settings::maxShieldMinutes()), controller_.standingLine(),
+    screens_.showStart({deps_.preferences.escapePhrase(),
+                        int(deps_.preferences.maxShieldMinutes()), controller_.standingLine(),
                         ledger.streak(), ledger.longestStreak(), launchedForRehearsal_});
 }
 

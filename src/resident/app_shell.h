@@ -2,6 +2,7 @@
 
 #include "resident/app_controller.h"
 #include "resident/instance_server.h"
+#include "resident/launch_at_login.h"
 #include "resident/update_dialogs.h"
 
 #include <QMenu>
@@ -19,7 +20,10 @@ namespace tovin {
 class AppShell final : public QObject {
     Q_OBJECT
 public:
-    AppShell(const AppDependencies& deps, bool launchedForRehearsal, QObject* parent = nullptr);
+    // Around a controller over `deps`; the menu's "Open at Login" works through `login`, and
+    // the updater through `network`.
+    AppShell(const AppDependencies& deps, LaunchAtLogin& login, QNetworkAccessManager& network,
+             bool launchedForRehearsal, QObject* parent = nullptr);
     ~AppShell() override;
 
     AppController& controller() { return controller_; }
@@ -62,9 +66,11 @@ private:
     // with the extension missing or turned off.
     static bool gnomeExtensionWanted();
 
+    AppDependencies deps_;
     Screens& screens_;
+    LaunchAtLogin& login_;
     AppController controller_;
-    UpdateDialogs updates_{controller_};
+    UpdateDialogs updates_;
     bool launchedForRehearsal_;
     bool quitting_ = false;
     bool offerGnomeExtension_ = false;

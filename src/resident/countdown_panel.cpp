@@ -40,7 +40,10 @@ protected:
 
 } // namespace
 
-CountdownPanel::CountdownPanel(Clock& clock, QObject* parent) : QObject(parent), clock_(clock) {}
+CountdownPanel::CountdownPanel(Clock& clock, const CallDetector& calls, QObject* parent)
+    : Countdown(parent)
+    , clock_(clock)
+    , calls_(calls) {}
 
 CountdownPanel::~CountdownPanel() {
     delete panel_;
@@ -109,8 +112,8 @@ void CountdownPanel::show(double seconds, int snoozesLeft) {
     column->addLayout(row);
     column->addStretch();
 
-    if (offscreenForTests) {
-        window->move(-30000, -30000);
+    if (placement_) {
+        window->move(*placement_);
     } else if (const QScreen* screen = QGuiApplication::primaryScreen()) {
         const QRect area = screen->availableGeometry();
         window->move(area.right() + 1 - width - inset, area.bottom() + 1 - height - inset);
@@ -150,7 +153,7 @@ void CountdownPanel::snooze() {
 void CountdownPanel::tick() {
     // A call or a screen share that starts mid-countdown cancels the lockout, even on the last
     // second.
-    const CallDetector::State call = CallDetector::current();
+    const CallDetector::State call = calls_.current();
     if (CallDetector::isBusy(call)) {
         const QString why = CallDetector::explanation(call);
         dismiss();

@@ -11,9 +11,10 @@
 
 namespace tovin {
 
-InstanceServer::InstanceServer(QString name, QObject* parent)
+InstanceServer::InstanceServer(QString name, Journal& journal, QObject* parent)
     : QLocalServer(parent)
-    , name_(std::move(name)) {
+    , name_(std::move(name))
+    , journal_(journal) {
     setSocketOptions(QLocalServer::UserAccessOption);
     connect(this, &QLocalServer::newConnection, this, &InstanceServer::take);
 }
@@ -26,7 +27,7 @@ bool InstanceServer::start() {
     QString why;
     if (!paths::isPrivateDir(QFileInfo(name_).absolutePath(), &why)) {
         if (why != refusedBecause_)
-            Journal::note(QStringLiteral("launch"),
+            journal_.note(QStringLiteral("launch"),
                           u"the instance socket is not listening: " + why);
         refusedBecause_ = why;
         return false;

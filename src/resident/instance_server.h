@@ -6,6 +6,8 @@
 
 namespace tovin {
 
+class Journal;
+
 // The running Tovin's answer to a later launch: a socket in the private runtime folder where a
 // second copy says "show" and hears "pid N". Anything of this user's can call it, so it is
 // bounded: a few callers at a time (more are closed as they arrive, before they cost a thing),
@@ -18,7 +20,7 @@ public:
     static constexpr int answerWithinMs = 1000;
     static constexpr qint64 maxRequestBytes = 64;
 
-    explicit InstanceServer(QString name, QObject* parent = nullptr);
+    InstanceServer(QString name, Journal& journal, QObject* parent = nullptr);
 
     // Listens at the name, replacing whatever a crashed copy left there, once its folder is
     // found private again (else it says why in the journal, once).
@@ -38,6 +40,7 @@ private:
     void take();
 
     QString name_;
+    Journal& journal_;
     QString refusedBecause_;
     int callers_ = 0;
 };

@@ -9,19 +9,9 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
-namespace tovin::LaunchAtLogin {
+namespace tovin {
 
 namespace {
-
-QString& entryOverride() {
-    static QString path;
-    return path;
-}
-
-QString& executableOverride() {
-    static QString path;
-    return path;
-}
 
 // Desktop-entry quoting for an Exec argument.
 QString quoted(QString path) {
@@ -31,32 +21,28 @@ QString quoted(QString path) {
 
 } // namespace
 
-QString entryPath() {
-    if (!entryOverride().isEmpty())
-        return entryOverride();
+LaunchAtLogin::LaunchAtLogin(QString entryPath, QString executable, Journal& journal)
+    : entryPath_(std::move(entryPath))
+    , executable_(std::move(executable))
+    , journal_(journal) {}
+
+QString LaunchAtLogin::defaultEntryPath() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
            u"/autostart/dev.tovin.Tovin.desktop";
 }
 
-void setEntryPathForTesting(const QString& path) {
-    entryOverride() = path;
+QString LaunchAtLogin::thisExecutable() {
+    return QCoreApplication::applicationFilePath();
 }
 
-QString executable() {
-    if (!executableOverride().isEmpty())
-        return QFileInfo(executableOverride()).isExecutable() ? executableOverride() : QString();
-    const QString self = QCoreApplication::applicationFilePath();
-    return QFileInfo(self).isExecutable() ? self : QString();
+QString LaunchAtLogin::executable() const {
+    return QFileInfo(executable_).isExecutable() ? executable_ : QString();
 }
 
-void setExecutableForTesting(const QString& path) {
-    executableOverride() = path;
-}
-
-int status() {
+int LaunchAtLogin::status() const {
     if (executable().isEmpty())
         return NotFound;
-    QFile file(entryPath());
+    QFile file(entryPath_);
     if (!file.open(QIODevice::ReadOnly))
         return NotRegistered;
     // Both the standard switch and GNOME's own make the desktop skip an entry that exists.
@@ -68,12 +54,8 @@ int status() {
     return Enabled;
 }
 
-bool isOn() {
-    return status() == Enabled;
-}
-
-int set(bool on) {
-    const QString path = entryPath();
+int LaunchAtLogin::set(bool on) {
+    const QString& path = entryPath_;
     QString error;
     if (on) {
         const QString exe = executable();
@@ -90,17 +72,16 @@ int set(bool on) {
         else if (!writeFileAtomically(path, entry))
             error = u"cannot write " + path;
         if (!error.isEmpty())
-            Journal::note(QStringLiteral("login"), u"couldn't register: " + error);
+            journal_.note(QStringLiteral("login"), u"couldn't register: " + error);
     } else if (QFile::exists(path) && !QFile::remove(path)) {
-        Journal::note(QStringLiteral("login"), u"couldn't unregister: cannot remove " + path);
+        journal_.note(QStringLiteral("login"), u"couldn't unregister: cannot remove " + path);
     }
     const int now = status();
-    Journal::note(QStringLiteral("login"),
-                  QString::fromUtf8(on ? "asked for on — now " : "asked for off — now ") + describe(now));
+    journal_.note(QStringLiteral("login"), QString::fromUtf8(on ? "asked for on — now " : "asked for off — now ") + describe(now));
     return now;
 }
 
-QString describe(int s) {
+QString LaunchAtLogin::describe(int s) {
     switch (s) {
     case NotRegistered:
         return QStringLiteral("not registered");
@@ -115,20 +96,20 @@ QString describe(int s) {
     }
 }
 
-QString menuTitle(int s) {
+QString LaunchAtLogin::menuTitle(int s) {
     return s == Blocked ? QStringLiteral("Open at Login — blocked in your desktop's startup settings")
                         : QStringLiteral("Open at Login");
 }
 
-QString blockedTitle() {
+QString LaunchAtLogin::blockedTitle() {
     return QStringLiteral("Your desktop is blocking Tovin from opening at login.");
 }
 
-QString blockedDetail() {
+QString LaunchAtLogin::blockedDetail() {
     return QStringLiteral(
         "It's switched off in your desktop's startup settings. Turn Tovin on there and this will "
         "stick.\n\nUntil then Tovin won't be running after a restart, and a day it isn't running "
         "looks exactly like a day you didn't sit still long enough.");
 }
 
-} // namespace tovin::LaunchAtLogin
+} // namespace tovin

@@ -6,10 +6,15 @@
 #include "resident/guards/call_detector.h"
 #include "resident/guards/platform_guards.h"
 #include "resident/guards/sleep_watcher.h"
+#include "resident/countdown_panel.h"
+#include "resident/launch_at_login.h"
 #include "resident/records/diagnostics.h"
+#include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
 #include "desktop/desktop_hold.h"
 #include "desktop/shield_style.h"
 #include "desktop/window_system.h"
@@ -17,6 +22,7 @@
 #include "resident/updater/updater.h"
 
 #include <QApplication>
+#include <QNetworkAccessManager>
 #include <QTextStream>
 #include <QTimer>
 
@@ -48,13 +54,13 @@ const char* const helpText =
 
 // One line a second: what the microphone, the camera and the screen are doing and whether a
 // lockout could start now.
-void probeCall(QCoreApplication& app, QTimer& timer) {
+void probeCall(QCoreApplication& app, QTimer& timer, const CallDetector& calls) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     static QTextStream out(stdout);
-    writeProbeHeader(out, CallDetector::inputDeviceCount(), CallDetector::sources());
+    writeProbeHeader(out, calls.inputDeviceCount(), calls.sources());
     out.flush();
-    QObject::connect(&timer, &QTimer::timeout, &app, [] {
-        out << probeLine(CallDetector::current()) << '\n';
+    QObject::connect(&timer, &QTimer::timeout, &app, [&calls] {
+        out << probeLine(calls.current()) << '\n';
         out.flush();
     });
     timer.start(1000);
@@ -107,7 +113,7 @@ bool runtimeFolderIsSafe() {
     const QString text = u"Tovin will not start: its runtime folder is not private — " + why +
                          u". Remove it, or set XDG_RUNTIME_DIR to a folder of your own.";
     std::fprintf(stderr, "%s\n", qPrintable(text));
-    Journal::note(QStringLiteral("launch"), text);
+    Journal().note(QStringLiteral("launch"), text);
     return false;
 }
 
@@ -147,10 +153,21 @@ int main(int argc, char* argv[]) {
         return 0;
     case LaunchMode::Why: {
         QCoreApplication app(argc, argv);
-        QTextStream(stdout) << Diagnostics::why(
+        // Read only: the report changes nothing, so nothing here is told of a failed save.
+        const Journal journal;
+        JsonFileSettingsStore store(Settings::defaultStorePath());
+        const Preferences prefs(store);
+        const PromiseLedger ledger(PromiseLedger::defaultPath());
+        const Diagnostics::WhySources sources{
+            ScheduleStore::defaultPath(),
+            InstanceRecord::defaultPath(),
+            &ledger,
             Updater::feedSummary(),
-            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()), idleLine(),
-            callLines());
+            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()),
+            idleLine(),
+            callLines()};
+        QTextStream(stdout) << Diagnostics::why(sources, prefs, journal, Clock::system(),
+                                                Calendar::system());
         return 0;
     }
     case LaunchMode::ProbeIdle: {
@@ -160,7 +177,9 @@ int main(int argc, char* argv[]) {
     case LaunchMode::UpdateDryRun: {
         QCoreApplication app(argc, argv);
         QTextStream out(stdout);
-        return Diagnostics::updateDryRun(out);
+        Journal journal;
+        QNetworkAccessManager network;
+        return Diagnostics::updateDryRun(out, {network, journal});
     }
     case LaunchMode::SelfTest:
         // The self-check never shows anything; as root, Chromium's sandbox cannot run at all.
@@ -193,16 +212,30 @@ int main(int argc, char* argv[]) {
     if (mode == LaunchMode::SelfTest)
         return runSelfTest();
 
+    // Every collaborator of the resident is made here, once, and handed in.
+    Clock& clock = Clock::system();
+    Journal journal;
+    SaveFailures saveFailures(journal);
+    JsonFileSettingsStore settingsStore(Settings::defaultStorePath(), &saveFailures);
+    Preferences preferences(settingsStore);
+    ScheduleStore week(ScheduleStore::defaultPath(), &saveFailures);
+    PromiseLedger::migrateLegacy(PromiseLedger::defaultPath(), paths::legacyLedgerFile());
+    PromiseLedger ledger(PromiseLedger::defaultPath(), &journal, &saveFailures);
     const auto idle = createPlatformIdleSource();
     // Everything that draws more than a notice lives in the screen helper, started when needed.
-    ScreenHelper screens(Clock::system());
+    ScreenHelper screens(clock);
     // The helper's camera (the coach) and microphone are Tovin's own, never a call.
-    CallDetector::setProbe(createPlatformCallProbe([&screens] {
+    CallDetector calls(createPlatformCallProbe([&screens] {
         const qint64 helper = screens.helperPid();
         return helper > 0 ? QList<qint64>{helper} : QList<qint64>{};
     }));
-    AppShell shell({Clock::system(), *idle, screens, PromiseLedger::shared(), ScheduleStore::url()},
-                   launchedForRehearsal(arguments));
+    CountdownPanel countdown(clock, calls);
+    LaunchAtLogin login(LaunchAtLogin::defaultEntryPath(), LaunchAtLogin::thisExecutable(),
+                        journal);
+    QNetworkAccessManager network;
+    AppShell shell({clock, *idle, calls, screens, countdown, week, preferences, ledger, journal,
+                    saveFailures},
+                   login, network, launchedForRehearsal(arguments));
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 
@@ -220,7 +253,7 @@ int main(int argc, char* argv[]) {
         shell.showStartWindow();
         break;
     case LaunchMode::ProbeCall:
-        probeCall(app, probeTimer);
+        probeCall(app, probeTimer, calls);
         break;
     case LaunchMode::Rehearse:
         shell.controller().raiseLockout(true);
@@ -228,15 +261,15 @@ int main(int argc, char* argv[]) {
     default:
         // Only the copy that watches the schedule cares about sleep and wake.
         if (!platformNote.isEmpty())
-            Journal::note(QStringLiteral("shield"), platformNote);
+            journal.note(QStringLiteral("shield"), platformNote);
         // The desktop's own means of keeping the shield on top: KWin's is loaded each start.
         if (WindowSystem::session() == WindowSystem::Session::Wayland)
-            Journal::note(QStringLiteral("shield"),
+            journal.note(QStringLiteral("shield"),
                           DesktopHold::desktop() == DesktopHold::Desktop::Kde
                               ? DesktopHold::loadKWinScript()
                               : DesktopHold::describe());
         if (asRoot)
-            Journal::note(QStringLiteral("shield"), rootNote);
+            journal.note(QStringLiteral("shield"), rootNote);
         sleep = std::make_unique<SleepWatcher>();
         QObject::connect(sleep.get(), &SleepWatcher::willSleep, &app,
                          [&] { shell.controller().machineWillSleep(); });

@@ -5,8 +5,10 @@
 #include "core/atomic_file.h"
 #include "core/manual_clock.h"
 #include "resident/guards/call_detector.h"
+#include "resident/countdown_panel.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 
@@ -65,20 +67,24 @@ int runSelfTest() {
         std::printf("0 passed, 1 failed\n");
         return 1;
     }
-    Settings::setStore(std::make_shared<MemorySettingsStore>(QStringLiteral("dev.tovin.selftest")));
-    Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-selfcheck.log")));
-    CallDetector::setForcedState(CallDetector::State{false, false});
-    Settings::setLockoutWorkoutID(QStringLiteral("two-minute-spark"));
-    Settings::setWarningSeconds(10);
-
+    // Everything the check touches is its own: a throw-away settings store, journal, week and
+    // ledger, and a call probe that is never busy. The person's files are never opened.
     ManualClock clock(QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc()));
-    Journal::setClock(&clock);
+    MemorySettingsStore store(QStringLiteral("dev.tovin.selftest"));
+    Preferences prefs(store);
+    prefs.setLockoutWorkoutID(QStringLiteral("two-minute-spark"));
+    prefs.setWarningSeconds(10);
+    Journal journal(dir.filePath(QStringLiteral("tovin-journal-test-selfcheck.log")), clock);
+    SaveFailures failures(journal);
+    CallDetector calls;
+    calls.setForcedState(CallDetector::State{});
     AtTheDesk idle;
-    PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")));
-    const QString schedule = dir.filePath(QStringLiteral("schedule.json"));
-    ScheduleStore::saveAll({Block{QStringLiteral("09:00"), QStringLiteral("Self-check"),
-                                  Block::Kind::Workout, {}, {}}},
-                           schedule);
+    PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")), &journal, &failures);
+    ScheduleStore week(dir.filePath(QStringLiteral("schedule.json")), &failures);
+    week.saveAll({Block{QStringLiteral("09:00"), QStringLiteral("Self-check"),
+                        Block::Kind::Workout, {}, {}}});
+    CountdownPanel countdown(clock, calls);
+    countdown.placeAt(QPoint(-30000, -30000));
 
     Suite suite;
     int setupOpened = 0;
@@ -86,44 +92,50 @@ int runSelfTest() {
     {
         // The real screen helper, drawing offscreen; this side keeps a hand-moved clock.
         ScreenHelper screens(clock);
-        AppController c({clock, idle, screens, ledger, schedule,
-                         dir.filePath(QStringLiteral("lockout-underway.json"))});
+        AppController c({clock, idle, calls, screens, countdown, week, prefs, ledger, journal,
+                         failures, dir.filePath(QStringLiteral("lockout-underway.json"))});
         c.setCalendar(Calendar::utc());
         c.setRehearsalOnly(true);
         QObject::connect(&c, &AppController::setupWindowWanted, [&] { ++setupOpened; });
         QObject::connect(&c, &AppController::quitRequested, [&] { ++terminated; });
-        QObject::connect(&c, &AppController::alertRequested, [](const QString& title, const QString& detail) {
-            std::printf("alert (suppressed under --self-test): %s — %s\n", qPrintable(title), qPrintable(detail));
-        });
+        QObject::connect(&c, &AppController::alertRequested,
+                         [](const QString& title, const QString& detail) {
+                             std::printf("alert (suppressed under --self-test): %s — %s\n",
+                                         qPrintable(title), qPrintable(detail));
+                         });
         bool preparedLoaded = false;
         bool covered = false;
         QObject::connect(&screens, &Screens::pageLoaded, [&](PageRole role) {
             preparedLoaded = preparedLoaded || role == PageRole::Prepared;
         });
         QObject::connect(&screens, &ScreenHelper::covered, [&](bool up) { covered = up; });
-        CountdownPanel::offscreenForTests = true;
+        const auto over = [&c] { return c.phase() == AppController::Phase::Ending; };
+        const auto completed = [&c] {
+            c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Two-Minute Spark"), 22, 22});
+        };
 
         c.startScheduleWatch();
         suite.check("a due block starts the countdown, not the shield",
-                    c.countdown().isShowing() && !screens.isUp());
+                    countdown.isShowing() && !screens.isUp());
         suite.check("the screen helper prepares the workout page behind the countdown",
                     waitFor([&] { return preparedLoaded; }));
         clock.advance(10);
         suite.check("the countdown's end raises the lockout (a rehearsal) and serves the block",
                     screens.isUp() && screens.isRehearsal() &&
-                        c.firedToday().contains(QStringLiteral("09:00|Self-check|workout")) &&
+                        prefs.firedBlocks().contains(QStringLiteral("09:00|Self-check|workout")) &&
                         waitFor([&] { return covered; }));
-        c.workoutCompleted(QStringLiteral("Two-Minute Spark"), 22);
+        completed();
         clock.advance(3.1);
         suite.check("a completed rehearsal records nothing, says so, lowers and stands down",
-                    ledger.records().isEmpty() && !screens.isUp() && c.lockoutIsOver() && setupOpened == 1 &&
-                        Journal::tail(5).join(u'\n').contains(u"rehearsal — Two-Minute Spark not recorded"));
+                    ledger.records().isEmpty() && !screens.isUp() && over() && setupOpened == 1 &&
+                        journal.tail(5).join(u'\n').contains(
+                            u"rehearsal — Two-Minute Spark not recorded"));
         suite.check("with nothing to show, the screen helper ends",
                     waitFor([&] { return !screens.isRunning(); }, 8000));
 
         c.setRehearsalOnly(false);
         c.raiseLockout(false);
-        c.workoutCompleted(QStringLiteral("Two-Minute Spark"), 22);
+        completed();
         clock.advance(3.1);
         suite.check("a completed real lockout records one promise kept",
                     ledger.records().size() == 1 &&
@@ -135,11 +147,10 @@ int runSelfTest() {
         c.raiseLockout(true);
         waitFor([&] { return covered; });
         // The helper here answers no reminder (its clock is the real one): it is ended.
-        clock.advance(Settings::maxShieldMinutes() * 60 + ScreenHelper::valveGrace);
+        clock.advance(prefs.maxShieldMinutes() * 60 + ScreenHelper::valveGrace);
         clock.advance(ScreenHelper::valveAnswerSeconds);
-        suite.check("a shield still up past the safety valve is ended from here", !screens.isUp() &&
-                                                                                     c.lockoutIsOver() &&
-                                                                                     !screens.isRunning());
+        suite.check("a shield still up past the safety valve is ended from here",
+                    !screens.isUp() && over() && !screens.isRunning());
 
         covered = false;
         c.raiseLockout(true);
@@ -147,17 +158,13 @@ int runSelfTest() {
         if (const qint64 pid = screens.helperPid(); pid > 0)
             ::kill(pid_t(pid), SIGKILL);
         suite.check("a screen helper killed mid-lockout releases it, says so, records nothing",
-                    up && waitFor([&] { return !screens.isUp(); }) && c.lockoutIsOver() &&
+                    up && waitFor([&] { return !screens.isUp(); }) && over() &&
                         ledger.records().size() == 1 &&
-                        Journal::tail(5).join(u'\n').contains(u"released — the screen helper"));
+                        journal.tail(5).join(u'\n').contains(u"released — the screen helper"));
         suite.check("nothing ended Tovin", terminated == 0);
     }
 
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    Journal::setClock(nullptr);
-    Journal::setOverrideURL(std::nullopt);
-    CallDetector::setForcedState(std::nullopt);
-    Settings::setStore(nullptr);
     std::printf("%d passed, %d failed\n", suite.passed, suite.failed);
     return suite.failed == 0 ? 0 : 1;
 }

@@ -20,8 +20,11 @@ const QString notInstalled = QStringLiteral("The update wasn't installed.");
 
 } // namespace
 
-UpdateDialogs::UpdateDialogs(AppController& controller, QObject* parent)
-    : QObject(parent), controller_(controller) {
+UpdateDialogs::UpdateDialogs(AppController& controller, Updater::Session session,
+                             QObject* parent)
+    : QObject(parent)
+    , controller_(controller)
+    , session_(session) {
     // The hand-over waits for this copy to end: it ends now, not once some alert is read (while
     // it lingers, no lockout may start).
     quitting = [] {
@@ -52,7 +55,7 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
                                "updates itself. Update it the same way you installed it."));
         return;
     }
-    Updater::check(this, [this, quietly](const Updater::Status& status) {
+    Updater::check(session_, this, [this, quietly](const Updater::Status& status) {
         switch (status.kind) {
         case Updater::Status::Available:
             offer(status.release);
@@ -72,7 +75,7 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
 
 void UpdateDialogs::offer(const Updater::Release& release) {
     if (controller_.lockoutUnderway()) {
-        Journal::note(QStringLiteral("update"), release.version + u" offered later — a lockout is in progress");
+        session_.journal.note(QStringLiteral("update"), release.version + u" offered later — a lockout is in progress");
         return;
     }
     if ((offerBox_ && offerBox_->isVisible()) || (progressBox_ && progressBox_->isVisible()))
@@ -124,7 +127,7 @@ void UpdateDialogs::download(const Updater::Release& release) {
     column->addLayout(row);
     progressBox_ = dialog;
 
-    download_ = Updater::fetch(release, this, [this, release](const Updater::Fetched& result) {
+    download_ = Updater::fetch(session_, release, this, [this, release](const Updater::Fetched& result) {
         if (progressBox_) {
             progressBox_->disconnect(this);
             progressBox_->close();
@@ -142,7 +145,7 @@ void UpdateDialogs::download(const Updater::Release& release) {
     connect(dialog, &QDialog::rejected, this, [this, release] {
         if (download_ && !download_->isFinished()) {
             download_->cancel();
-            Journal::note(QStringLiteral("update"), u"cancelled before " + release.version + u" finished downloading");
+            session_.journal.note(QStringLiteral("update"), u"cancelled before " + release.version + u" finished downloading");
             Q_EMIT fetchEnded();
         }
     });
@@ -159,7 +162,7 @@ void UpdateDialogs::fetched(const Updater::Release& release, const Updater::Fetc
     // A block fired while it downloaded: the install waits for the schedule's first tick with
     // no countdown and no shield, so the lockout ends (and is recorded) as the person ends it.
     if (controller_.lockoutUnderway()) {
-        Journal::note(QStringLiteral("update"),
+        session_.journal.note(QStringLiteral("update"),
                       release.version + u" downloaded — installing once the lockout is over");
         waiting_ = {release, result};
         return;
@@ -170,7 +173,7 @@ void UpdateDialogs::fetched(const Updater::Release& release, const Updater::Fetc
 void UpdateDialogs::install(const Updater::Fetched& result) {
     // From here Tovin ends and comes back as the new version: no lockout starts in between.
     controller_.standAsideForUpdate(true);
-    const auto failure = Updater::install(result.newApp, result.workingFolder, quitting,
+    const auto failure = Updater::install(session_.journal, result.newApp, result.workingFolder, quitting,
                                           installTarget.value_or(Updater::runningCopy()));
     if (failure) {
         controller_.standAsideForUpdate(false);

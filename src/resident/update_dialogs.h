@@ -20,7 +20,8 @@ class AppController;
 class UpdateDialogs final : public QObject {
     Q_OBJECT
 public:
-    explicit UpdateDialogs(AppController& controller, QObject* parent = nullptr);
+    UpdateDialogs(AppController& controller, Updater::Session session,
+                  QObject* parent = nullptr);
 
     void checkForUpdates(bool quietly);
     void checkForUpdatesFromMenu() { checkForUpdates(false); }
@@ -50,6 +51,7 @@ private:
     void install(const Updater::Fetched& result);
 
     AppController& controller_;
+    Updater::Session session_;
     QPointer<QMessageBox> offerBox_;
     QPointer<QDialog> progressBox_;
     QPointer<QProgressBar> bar_;

@@ -6,6 +6,7 @@
 #include "screens/coach/coach_session.h"
 #include "screens/coach/pose_model.h"
 #include "screens/coach/tts_speaker.h"
+#include "screens/shield/shield_window.h"
 
 #include <QElapsedTimer>
 #include <QImage>
@@ -139,14 +140,16 @@ protected:
     // Raised from the menu unless the test brings its own way there.
     void raiseWithCoach(std::function<std::unique_ptr<FrameSource>()> source,
                         std::function<void(AppController&)> raise = [](AppController& c) { c.raiseLockout(false); }) {
-        Settings::setLockoutWorkoutID(QStringLiteral("coach:squats"));
-        Settings::setRequiredCleanReps(2);
+        prefs.setLockoutWorkoutID(QStringLiteral("coach:squats"));
+        prefs.setRequiredCleanReps(2);
         AppController& c = launch();
         screens->setSpeaker(&voice);
         screens->frameSourceFactory = std::move(source);
         raise(c);
         EXPECT_TRUE(shield().isUp());
-        shield().moveOffscreenForTests();
+        // Out of sight: the windows are real, but nobody needs to see them here.
+        for (ShieldWindow* w : shield().windows())
+            w->move(-30000 + w->x(), -30000 + w->y());
     }
     Recorder voice;
 };
@@ -201,10 +204,10 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
 // A countdown prepares the web page behind it so the lockout shows at once; with the coach chosen,
 // the raise must still open the coach.
 TEST_F(CoachLockout, ACountdownRaisesTheCoachNotThePagePreparedBehindIt) {
-    week({block("09:00", "Nine")});
+    setWeek({block("09:00", "Nine")});
     raiseWithCoach([] { return std::make_unique<QuietSource>(); }, [this](AppController& c) {
         c.startScheduleWatch();
-        c.countdown().snooze(); // the long way round: a countdown, a deferral, a second countdown
+        countdown.snooze(); // the long way round: a countdown, a deferral, a second countdown
         clock.advance(10 * 60 + 60);
     });
     EXPECT_TRUE(screens->coachSession()) << "the camera coach, not the web stand-in";
@@ -217,7 +220,7 @@ TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
     EXPECT_TRUE(shield().isUp());
     ASSERT_EQ(built.size(), 1) << "the web workout took the coach's place";
     EXPECT_FALSE(screens->coachSession());
-    EXPECT_TRUE(journal(QStringLiteral("coach")).join(u'\n').contains(
+    EXPECT_TRUE(journalLines(QStringLiteral("coach")).join(u'\n').contains(
         u"camera coach gave up — the camera couldn't be opened: busy; running the web workout instead"));
 }
 
@@ -227,7 +230,7 @@ TEST_F(CoachLockout, NoModelMeansTheWebWorkoutFromTheStart) {
         c.raiseLockout(false);
     });
     EXPECT_EQ(built.size(), 1);
-    EXPECT_TRUE(journal(QStringLiteral("coach")).join(u'\n').contains(
+    EXPECT_TRUE(journalLines(QStringLiteral("coach")).join(u'\n').contains(
         u"camera coach unavailable — the pose model can't be read; running the web workout"));
 }
 

@@ -44,16 +44,12 @@ protected:
         if (::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", 0, "size=256k") != 0)
             GTEST_SKIP() << "can't mount a tmpfs (" << std::strerror(errno) << "); run as root";
         mounted = true;
-        // The journal lives elsewhere, so its lines can be read whatever the disk does.
-        Journal::setOverrideURL(journalDir.filePath(QStringLiteral("tovin.log")));
-        Journal::resetForTesting();
-        SaveFailures::setNotifier(
-            [this](const QString& title, const QString& body) { told.append(title + u" | " + body); });
+        QObject::connect(&failures, &SaveFailures::tellPerson,
+                         [this](const QString& title, const QString& body) {
+                             told.append(title + u" | " + body);
+                         });
     }
     void TearDown() override {
-        SaveFailures::setNotifier(nullptr);
-        Journal::setOverrideURL(std::nullopt);
-        Settings::setStore(nullptr);
         if (mounted)
             ::umount2(QFile::encodeName(disk).constData(), MNT_DETACH);
     }
@@ -76,7 +72,10 @@ protected:
     QTemporaryDir root;
     QString disk = root.filePath(QStringLiteral("disk"));
     bool mounted = false;
+    // The journal lives elsewhere, so its lines can be read whatever the disk does.
     QTemporaryDir journalDir;
+    Journal journal{journalDir.filePath(QStringLiteral("tovin.log"))};
+    SaveFailures failures{journal};
     QStringList told;
 };
 
@@ -98,7 +97,7 @@ TEST_F(HostileDisk, AnAtomicWriteToAFullDiskNeverReplacesTheOldFileAndSaysWhy) {
 
 TEST_F(HostileDisk, TheLedgerKeepsEveryPromiseUntilTheDiskTakesItAndTellsThePersonOnce) {
     const QString path = file("promises.json");
-    PromiseLedger ledger(path);
+    PromiseLedger ledger(path, &journal, &failures);
     for (const int day : {1, 2})
         ledger.record(kept(day), false);
     const QByteArray before = bytesOf(path);
@@ -107,18 +106,18 @@ TEST_F(HostileDisk, TheLedgerKeepsEveryPromiseUntilTheDiskTakesItAndTellsThePers
     for (const int day : {3, 4})
         ledger.record(kept(day), false);
     EXPECT_EQ(bytesOf(path), before) << "the saved ledger is untouched";
-    EXPECT_TRUE(SaveFailures::isPending(path));
+    EXPECT_TRUE(failures.isPending(path));
     ASSERT_EQ(told.size(), 1) << "told once, not once per record";
     EXPECT_TRUE(told[0].contains(u"No space left on device")) << told[0].toStdString();
-    EXPECT_EQ(Journal::tail(1000).filter(u"(now 4 tovin / 4 total) — not saved yet"_qs).size(), 1);
+    EXPECT_EQ(journal.tail(1000).filter(u"(now 4 tovin / 4 total) — not saved yet"_qs).size(), 1);
 
-    SaveFailures::retryPending(); // a tick while still full
+    failures.retryPending(); // a tick while still full
     EXPECT_EQ(bytesOf(path), before);
     makeRoom();
-    SaveFailures::retryPending(); // the next tick
-    EXPECT_FALSE(SaveFailures::isPending(path));
+    failures.retryPending(); // the next tick
+    EXPECT_FALSE(failures.isPending(path));
     EXPECT_EQ(PromiseLedger(path).records().size(), 4) << "nothing acknowledged was dropped";
-    EXPECT_EQ(Journal::tail(1000).filter(u"[ledger] saved " + path + u" after all").size(), 1);
+    EXPECT_EQ(journal.tail(1000).filter(u"[ledger] saved " + path + u" after all").size(), 1);
     EXPECT_EQ(told.size(), 1);
 }
 
@@ -126,13 +125,13 @@ TEST_F(HostileDisk, AnUnreadableLedgerThatCannotBeCopiedAsideIsNeverOverwritten)
     const QString path = file("promises.json");
     const QByteArray damaged = "[{\"date\": \"2026-03-01T09:00:00Z\", \"outcome\": \"tov" + QByteArray(60'000, ' ');
     ASSERT_TRUE(writeFileAtomically(path, damaged));
-    PromiseLedger ledger(path);
+    PromiseLedger ledger(path, &journal, &failures);
     ASSERT_TRUE(ledger.records().isEmpty());
     fill();
     ledger.record(kept(3), false);
     EXPECT_EQ(bytesOf(path), damaged) << "the only copy of the person's history stays";
     makeRoom();
-    SaveFailures::retryPending();
+    failures.retryPending();
     EXPECT_EQ(PromiseLedger(path).records().size(), 1);
     const QStringList copies = QDir(disk).entryList({QStringLiteral("promises.json.unreadable-*")});
     ASSERT_EQ(copies.size(), 1);
@@ -142,34 +141,36 @@ TEST_F(HostileDisk, AnUnreadableLedgerThatCannotBeCopiedAsideIsNeverOverwritten)
 TEST_F(HostileDisk, AWeekAndSettingsWrittenToAReadOnlyFolderArriveOnceItIsWritable) {
     const QString week = file("schedule.json");
     const QString settingsPath = file("settings.json");
-    ScheduleStore::saveAll({}, week);
-    Settings::setStore(std::make_shared<JsonFileSettingsStore>(settingsPath));
-    Settings::setSnoozeMinutes(5);
+    ScheduleStore weekStore(week, &failures);
+    weekStore.saveAll({});
+    JsonFileSettingsStore settingsStore(settingsPath, &failures);
+    Preferences prefs(settingsStore);
+    prefs.setSnoozeMinutes(5);
     const QByteArray weekBefore = bytesOf(week), settingsBefore = bytesOf(settingsPath);
     setReadOnly(true);
 
     const QList<Block> plan{Block{QStringLiteral("10:30"), QStringLiteral("Plan"), Block::Kind::Workout, {}, {}}};
-    EXPECT_FALSE(ScheduleStore::saveWorkoutPlan(plan, week));
-    Settings::setSnoozeMinutes(7);
-    EXPECT_EQ(Settings::snoozeMinutes(), 7) << "the change holds in memory";
+    EXPECT_FALSE(weekStore.saveWorkoutPlan(plan));
+    prefs.setSnoozeMinutes(7);
+    EXPECT_EQ(prefs.snoozeMinutes(), 7) << "the change holds in memory";
     EXPECT_EQ(bytesOf(week), weekBefore);
     EXPECT_EQ(bytesOf(settingsPath), settingsBefore);
     EXPECT_EQ(told.filter(u"Read-only file system"_qs).size(), 2) << told.join(u'\n').toStdString();
     EXPECT_EQ(told.filter(u"your week"_qs).size(), 1);
 
     setReadOnly(false);
-    SaveFailures::retryPending();
+    failures.retryPending();
     EXPECT_EQ(ScheduleStore::load(week).size(), 1);
     EXPECT_EQ(JsonFileSettingsStore(settingsPath).value(QStringLiteral("snoozeMinutes")).toDouble(), 7);
 }
 
 TEST_F(HostileDisk, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
-    Journal::setOverrideURL(file("tovin.log"));
-    Journal::note(QStringLiteral("schedule"), QStringLiteral("before the disk filled"));
+    Journal journal(file("tovin.log"));
+    journal.note(QStringLiteral("schedule"), QStringLiteral("before the disk filled"));
     const QByteArray before = bytesOf(file("tovin.log"));
     fill();
     for (int i = 0; i < 50; ++i)
-        Journal::note(QStringLiteral("schedule"), QString(1500, u'x'));
+        journal.note(QStringLiteral("schedule"), QString(1500, u'x'));
     // What the last page still held took whole lines; the rest took nothing, not half a line.
     const QByteArray after = bytesOf(file("tovin.log"));
     EXPECT_TRUE(after.startsWith(before));
@@ -178,6 +179,6 @@ TEST_F(HostileDisk, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
         EXPECT_TRUE(line.isEmpty() || line.endsWith(QByteArray(1500, 'x'))) << "torn: " << line.size() << " bytes";
     EXPECT_LT(after.size(), before.size() + 50 * 1550) << "the disk was full";
     makeRoom();
-    Journal::note(QStringLiteral("schedule"), QStringLiteral("room again"));
-    EXPECT_TRUE(Journal::tail(1).first().endsWith(u"[schedule] room again"));
+    journal.note(QStringLiteral("schedule"), QStringLiteral("room again"));
+    EXPECT_TRUE(journal.tail(1).first().endsWith(u"[schedule] room again"));
 }

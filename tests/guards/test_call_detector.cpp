@@ -32,19 +32,20 @@ TEST(CallDetector, ExplanationsAndBusyForEveryCombination) {
         probe->mic = !c.mic;
         probe->camera = !c.camera;
         probe->screen = !c.screen;
-        CallDetector::setProbe(probe);
-        CallDetector::setForcedState(state);
-        EXPECT_EQ(CallDetector::isBusy(), c.busy);
-        EXPECT_EQ(CallDetector::explanation(), QString::fromUtf16(c.text));
-        CallDetector::setForcedState(std::nullopt);
-        EXPECT_EQ(CallDetector::microphoneIsLive(), !c.mic);
-        EXPECT_EQ(CallDetector::cameraIsLive(), !c.camera);
-        EXPECT_EQ(CallDetector::screenIsShared(), !c.screen);
+        CallDetector calls(probe);
+        calls.setForcedState(state);
+        EXPECT_EQ(calls.isBusy(), c.busy);
+        EXPECT_EQ(calls.explanation(), QString::fromUtf16(c.text));
+        calls.setForcedState(std::nullopt);
+        const CallState read = calls.current();
+        EXPECT_EQ(read.mic, !c.mic);
+        EXPECT_EQ(read.camera, !c.camera);
+        EXPECT_EQ(read.screen, !c.screen);
     }
     // Without a probe (none on this desktop) nothing is live, rather than a crash.
-    CallDetector::setProbe(nullptr);
-    EXPECT_FALSE(CallDetector::isBusy());
-    EXPECT_EQ(CallDetector::inputDeviceCount(), 0);
+    const CallDetector none;
+    EXPECT_FALSE(none.isBusy());
+    EXPECT_EQ(none.inputDeviceCount(), 0);
 }
 
 namespace {

@@ -13,16 +13,16 @@ namespace {
 class UsageWatcherTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        Settings::setStore(std::make_shared<MemorySettingsStore>());
-        Settings::setTriggerAfterMinutes(50);
-        Settings::setIdleResetsAfterMinutes(5);
+        prefs.setTriggerAfterMinutes(50);
+        prefs.setIdleResetsAfterMinutes(5);
         QObject::connect(&watcher, &UsageWatcher::due, [this] { ++fired; });
     }
-    void TearDown() override { Settings::setStore(nullptr); }
 
     fakes::FakeClock clock;
     fakes::FakeIdle idle;
-    UsageWatcher watcher{clock, idle};
+    MemorySettingsStore store;
+    Preferences prefs{store};
+    UsageWatcher watcher{clock, idle, prefs};
     int fired = 0;
 };
 

@@ -18,22 +18,18 @@ namespace {
 
 class WhyTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        Settings::setStore(std::make_shared<MemorySettingsStore>());
-        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-why.log")));
-        Journal::resetForTesting();
+    QString report() {
+        return Diagnostics::why({schedule, instance}, prefs, journal, clock, Calendar::utc());
     }
-    void TearDown() override {
-        Settings::setStore(nullptr);
-        Journal::setOverrideURL(std::nullopt);
-    }
-    QString report() { return Diagnostics::why({schedule, instance}, clock, Calendar::utc()); }
 
     QTemporaryDir dir;
     QString schedule = dir.filePath(QStringLiteral("schedule.json"));
     QString instance = dir.filePath(QStringLiteral("instance.json"));
     // Monday 2 March 2026, 12:00 UTC.
     fakes::FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(12, 0), QTimeZone::utc())};
+    MemorySettingsStore store;
+    Preferences prefs{store};
+    Journal journal{dir.filePath(QStringLiteral("tovin-journal-test-why.log")), clock};
 };
 
 } // namespace
@@ -52,32 +48,32 @@ TEST_F(WhyTest, TheWeekInTimeOrderAndAMissedBlockCalledDesigned) {
     ASSERT_TRUE(writeFileAtomically(schedule, R"({"blocks":[
         {"at":"16:30","label":"Walk","kind":"away","minutes":15,"days":[1]},
         {"at":"9:00","label":"The Classic 7","kind":"workout","days":[2,3,4,5,6]}]})"));
-    Journal::note(QStringLiteral("schedule"), QStringLiteral("reloaded — 2 block(s)"));
+    journal.note(QStringLiteral("schedule"), QStringLiteral("reloaded — 2 block(s)"));
     const QString text = report();
     EXPECT_TRUE(text.contains(u"  9:00  The Classic 7  [workout]  Mon,Tue,Wed,Thu,Fri\n"
                               u"  16:30  Walk  [away 15min]  Sun\n"));
     // A missed block is called designed behaviour, so nobody goes hunting for a bug.
     EXPECT_TRUE(text.contains(u"grace: The Classic 7 — not queued, by design\n"
                               u"  ^ this is the designed behaviour"));
-    EXPECT_TRUE(text.contains(u"Journal — last 1 line(s)  (" + Journal::url() + u")\n  "));
+    EXPECT_TRUE(text.contains(u"Journal — last 1 line(s)  (" + journal.url() + u")\n  "));
 }
 
 TEST_F(WhyTest, ABusyMarkHoldsTheDecisionAndShowsInGuards) {
     ASSERT_TRUE(writeFileAtomically(schedule,
                                     R"({"blocks":[{"at":"11:30","label":"A","kind":"workout"}]})"));
-    Settings::setBusyUntil(clock.now().addSecs(120));
+    prefs.setBusyUntil(clock.now().addSecs(120));
     const QString text = report();
     EXPECT_TRUE(text.contains(u"  holding A — marked busy\n"));
     EXPECT_TRUE(text.contains(u"  busy: YES — no reason given, until 12:02:00\n"));
-    Settings::setBusyReason(QStringLiteral("mid-workout"));
+    prefs.setBusyReason(QStringLiteral("mid-workout"));
     EXPECT_TRUE(report().contains(u"  holding A — mid-workout\n"));
 }
 
 // A report older than a week is stale: the scheduler never fires it, so it is not overdue here.
 TEST_F(WhyTest, ARetestIsOverdueOnlyWhileTheSchedulerWouldFireIt) {
-    Settings::setRetestDueInDays(0);
+    prefs.setRetestDueInDays(0);
     for (const auto& [daysAgo, overdue] : {std::pair{6, true}, {7, false}}) {
-        Settings::setRetestReportedAt(clock.now().addDays(-daysAgo));
+        prefs.setRetestReportedAt(clock.now().addDays(-daysAgo));
         EXPECT_EQ(report().contains(u"  retest: overdue as of"), overdue) << daysAgo << " days";
     }
 }

@@ -19,19 +19,11 @@ namespace {
 
 class JournalTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-x.log")));
-        Journal::setClock(&clock);
-        Journal::resetForTesting();
-    }
-    void TearDown() override {
-        Journal::setClock(nullptr);
-        Journal::setOverrideURL(std::nullopt);
-    }
-    QStringList lines() const { return Journal::tail(1 << 20); }
+    QStringList lines() const { return journal.tail(1 << 20); }
 
     QTemporaryDir dir;
     fakes::FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0, 12), QTimeZone::utc())};
+    Journal journal{dir.filePath(QStringLiteral("tovin-journal-test-x.log")), clock};
 };
 
 } // namespace
@@ -40,9 +32,9 @@ protected:
 // no line break of any kind forges a second entry, and a tag stays a word.
 TEST_F(JournalTest, OneEntryIsOneLine) {
     const QString forged = QStringLiteral("2026-01-01T00:00:00Z  [1] [ledger] tovin");
-    Journal::note(QStringLiteral("schedule"), u"idle\n" + forged);
-    Journal::note(u"shield\r\n" + forged, QStringLiteral("raised"));
-    Journal::state(u"hold\u2028" + forged + QString(40, u'x'), u"held\u2029\u0085\v" + forged);
+    journal.note(QStringLiteral("schedule"), u"idle\n" + forged);
+    journal.note(u"shield\r\n" + forged, QStringLiteral("raised"));
+    journal.state(u"hold\u2028" + forged + QString(40, u'x'), u"held\u2029\u0085\v" + forged);
     const QString pid = QString::number(::getpid());
     EXPECT_EQ(lines(),
               (QStringList{
@@ -54,32 +46,32 @@ TEST_F(JournalTest, OneEntryIsOneLine) {
 }
 
 TEST_F(JournalTest, EventsRepeatStatesDoNotAndEachTagHasItsOwn) {
-    Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
-    Journal::note(QStringLiteral("shield"), QStringLiteral("raised"));
+    journal.note(QStringLiteral("shield"), QStringLiteral("raised"));
+    journal.note(QStringLiteral("shield"), QStringLiteral("raised"));
     for (int i = 0; i < 100; ++i) {
-        Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — nothing due"));
+        journal.state(QStringLiteral("schedule"), QStringLiteral("idle — nothing due"));
         clock.advance(1);
     }
-    Journal::state(QStringLiteral("hold"), QStringLiteral("idle — nothing due"));
+    journal.state(QStringLiteral("hold"), QStringLiteral("idle — nothing due"));
     EXPECT_EQ(lines().size(), 4);
-    Journal::state(QStringLiteral("schedule"), QStringLiteral("FIRE A (workout, due 09:00)"));
+    journal.state(QStringLiteral("schedule"), QStringLiteral("FIRE A (workout, due 09:00)"));
     EXPECT_EQ(lines().size(), 5); // a change is written at once
     EXPECT_TRUE(lines().last().endsWith(u"[schedule] FIRE A (workout, due 09:00)"));
 }
 
 TEST_F(JournalTest, HeartbeatRewritesAnUnchangedStateAfterItsInterval) {
     const QString idle = QStringLiteral("idle — nothing due");
-    Journal::state(QStringLiteral("schedule"), idle);
+    journal.state(QStringLiteral("schedule"), idle);
     clock.advance(1799.9);
-    Journal::state(QStringLiteral("schedule"), idle);
+    journal.state(QStringLiteral("schedule"), idle);
     EXPECT_EQ(lines().size(), 1);
     clock.advance(0.1);
-    Journal::state(QStringLiteral("schedule"), idle);
+    journal.state(QStringLiteral("schedule"), idle);
     ASSERT_EQ(lines().size(), 2);
     EXPECT_TRUE(lines()[1].endsWith(u"[schedule] idle — nothing due  (unchanged)"));
     // The heartbeat is measured from the last line written, not the first.
     clock.advance(1000);
-    Journal::state(QStringLiteral("schedule"), idle);
+    journal.state(QStringLiteral("schedule"), idle);
     EXPECT_EQ(lines().size(), 2);
 }
 
@@ -88,12 +80,12 @@ TEST_F(JournalTest, HalvesTheFileAboveItsLimitKeepingTheNewerHalf) {
     QByteArray big;
     for (int i = 0; i < 10000; ++i)
         big += QByteArray("old line ").append(QByteArray::number(i).rightJustified(50, '.')) + '\n';
-    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), big));
-    Journal::note(QStringLiteral("x"), QStringLiteral("new"));
+    ASSERT_TRUE(writeFileAtomically(journal.url(), big));
+    journal.note(QStringLiteral("x"), QStringLiteral("new"));
 
     // Before halving: 10,001 lines plus the empty piece after the last newline = 10,002 pieces;
     // the last 5,001 survive: 5,000 lines and the final empty piece.
-    const QByteArray after = *readWholeFile(*Journal::overrideURL(), 1 << 26);
+    const QByteArray after = *readWholeFile(journal.url(), 1 << 26);
     const QList<QByteArray> pieces = after.split('\n');
     ASSERT_EQ(pieces.size(), 5001);
     EXPECT_TRUE(pieces[0].endsWith(QByteArray::number(5001).rightJustified(50, '.')));
@@ -107,36 +99,36 @@ TEST_F(JournalTest, HalvingIsBytewiseSoCorruptTextIsStillBounded) {
     QByteArray big;
     for (int i = 0; i < 9000; ++i)
         big += QByteArray(60, '\xff') + '\n';
-    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), big));
-    Journal::note(QStringLiteral("x"), QStringLiteral("new"));
-    EXPECT_LT(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
+    ASSERT_TRUE(writeFileAtomically(journal.url(), big));
+    journal.note(QStringLiteral("x"), QStringLiteral("new"));
+    EXPECT_LT(QFile(journal.url()).size(), Journal::rotateAboveBytes);
 }
 
 TEST_F(JournalTest, AHugeMessageIsCutSoHalvingAlwaysKeepsRecentLines) {
     const QString firing = u"firing " + QString(1024 * 1024, u'L');
     for (int i = 0; i < 300; ++i) // past the halving limit
-        Journal::note(QStringLiteral("schedule"), firing);
-    Journal::state(QStringLiteral("schedule"), QStringLiteral("idle — no blocks in schedule"));
-    const QStringList recent = Journal::tail(3);
+        journal.note(QStringLiteral("schedule"), firing);
+    journal.state(QStringLiteral("schedule"), QStringLiteral("idle — no blocks in schedule"));
+    const QStringList recent = journal.tail(3);
     ASSERT_EQ(recent.size(), 3);
     EXPECT_TRUE(recent[2].endsWith(u"[schedule] idle — no blocks in schedule"));
     EXPECT_TRUE(recent[1].contains(u"LLL … [cut ")) << "a cut line says so";
-    EXPECT_LE(QFile(*Journal::overrideURL()).size(), Journal::rotateAboveBytes);
+    EXPECT_LE(QFile(journal.url()).size(), Journal::rotateAboveBytes);
 }
 
 TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
-    EXPECT_TRUE(Journal::tail(5).isEmpty()); // no file yet
-    ASSERT_TRUE(writeFileAtomically(*Journal::overrideURL(), "a\n\nb\nc\n\n\nd\n"));
-    EXPECT_EQ(Journal::tail(3), (QStringList{QStringLiteral("b"), QStringLiteral("c"),
+    EXPECT_TRUE(journal.tail(5).isEmpty()); // no file yet
+    ASSERT_TRUE(writeFileAtomically(journal.url(), "a\n\nb\nc\n\n\nd\n"));
+    EXPECT_EQ(journal.tail(3), (QStringList{QStringLiteral("b"), QStringLiteral("c"),
                                              QStringLiteral("d")}));
 }
 
 TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
+        threads.emplace_back([this, t] {
             for (int i = 0; i < 250; ++i)
-                Journal::note(QStringLiteral("thread"),
+                journal.note(QStringLiteral("thread"),
                               QString::number(t) + u':' + QString::number(i));
         });
     }

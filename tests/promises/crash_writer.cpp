@@ -3,6 +3,7 @@
 // kills it at random moments; two of them, each naming its exercise, share one ledger.
 
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 #include "resident/records/journal.h"
@@ -20,9 +21,12 @@ int main(int argc, char* argv[]) {
         return 2;
     const QString exercise = argc == 3 ? QString::fromLocal8Bit(argv[2]) : QStringLiteral("squat");
     const QString dir = QString::fromLocal8Bit(argv[1]);
-    Journal::setOverrideURL(dir + u"/tovin-journal-test-crash.log");
-    Settings::setStore(std::make_shared<JsonFileSettingsStore>(dir + u"/settings.json"));
-    PromiseLedger ledger(dir + u"/promises.json");
+    Journal journal(dir + u"/tovin-journal-test-crash.log");
+    SaveFailures failures(journal);
+    JsonFileSettingsStore store(dir + u"/settings.json", &failures);
+    Preferences prefs(store);
+    PromiseLedger ledger(dir + u"/promises.json", &journal, &failures);
+    ScheduleStore weekStore(dir + u"/schedule.json", &failures);
 
     for (qint64 n = ledger.records().size() + 1, mine = 1;; ++n, ++mine) {
         ledger.record(PromiseRecord{QDateTime::currentDateTimeUtc(),
@@ -40,7 +44,7 @@ int main(int argc, char* argv[]) {
         for (qint64 i = 0; i < n % 40 + 1; ++i)
             week.append(Block{QStringLiteral("%1:%2").arg(i % 24).arg(i % 60, 2, 10, QChar(u'0')),
                               QStringLiteral("Block %1").arg(i), Block::Kind::Workout, {}, {}});
-        ScheduleStore::saveAll(week, dir + u"/schedule.json");
-        Settings::setFiredBlocksDay(n);
+        weekStore.saveAll(week);
+        prefs.setFiredBlocksDay(n);
     }
 }

@@ -30,11 +30,6 @@ PromiseRecord broke(int d, Reason why = Reason::DidntFeelLikeIt) {
 
 class LedgerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-ledger.log")));
-    }
-    void TearDown() override { Journal::setOverrideURL(std::nullopt); }
-
     PromiseLedger fill(const QList<PromiseRecord>& records) {
         PromiseLedger ledger(path);
         for (const auto& r : records)

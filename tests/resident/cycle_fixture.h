@@ -1,10 +1,14 @@
 #pragma once
 
 #include "resident/app_controller.h"
+#include "resident/countdown_panel.h"
+#include "resident/guards/presence.h"
+#include "resident/guards/call_detector.h"
 #include "screens/local_screens.h"
 #include "core/atomic_file.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 #include "support/fake_clock.h"
@@ -25,22 +29,14 @@ namespace tovin::fakes {
 class CycleTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        Settings::setStore(std::make_shared<JsonFileSettingsStore>(dir.filePath(QStringLiteral("settings.json"))));
-        Settings::setLockoutWorkoutID(QStringLiteral("classic-7"));
-        Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-cycle.log")));
-        Journal::setClock(&clock);
-        Journal::resetForTesting();
-        CallDetector::setProbe(calls);
+        prefs.setLockoutWorkoutID(QStringLiteral("classic-7"));
         writeFileAtomically(webRoot + u"/index.html", "<!doctype html><p>workout</p>");
+        // The notice is put out of sight for every test here.
+        countdown.placeAt(QPoint(-30000, -30000));
     }
     void TearDown() override {
         controller.reset();
         screens.reset();
-        CallDetector::setProbe(nullptr);
-        Journal::setClock(nullptr);
-        Journal::setOverrideURL(std::nullopt);
-        Settings::setStore(nullptr);
-        CountdownPanel::offscreenForTests = offscreenBefore;
     }
 
     // The screens drawn in this process. The lockout's content is a plain label here; the web app
@@ -51,7 +47,8 @@ protected:
             built.append({page, prepared});
             return new QLabel(QStringLiteral("workout"));
         });
-        return {clock, idle, *screens, ledger, schedulePath, markPath};
+        return {clock,  idle,    calls, *screens, countdown, week,
+                prefs,  ledger,  journal, saveFailures, markPath};
     }
 
     // A fresh controller, as after a launch.
@@ -72,26 +69,34 @@ protected:
 
     ShieldController& shield() const { return screens->shield(); }
 
-    void week(const QList<Block>& blocks) { ScheduleStore::saveAll(blocks, schedulePath); }
+    void setWeek(const QList<Block>& blocks) { week.saveAll(blocks); }
 
     // The journal's lines under this tag, whole.
-    QStringList journal(const QString& tag) const { return Journal::tail(100000).filter(u"] [" + tag + u"] "); }
+    QStringList journalLines(const QString& tag) const {
+        return journal.tail(100000).filter(u"] [" + tag + u"] ");
+    }
 
     static Block block(const char* at, const char* label, Block::Kind kind = Block::Kind::Workout) {
         return Block{QString::fromUtf8(at), QString::fromUtf8(label), kind, {}, {}};
     }
 
-    // The notice is put out of sight for every test here, and as it was for the tests after.
-    const bool offscreenBefore = std::exchange(CountdownPanel::offscreenForTests, true);
     QTemporaryDir dir;
     QString schedulePath = dir.filePath(QStringLiteral("schedule.json"));
     QString markPath = dir.filePath(QStringLiteral("lockout-underway.json"));
     QString webRoot = dir.filePath(QStringLiteral("web"));
-    PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
     // Monday 2 March 2026, 09:00 UTC (the pinned calendar is UTC).
     FakeClock clock{QDateTime(QDate(2026, 3, 2), QTime(9, 0), QTimeZone::utc())};
+    Journal journal{dir.filePath(QStringLiteral("tovin-journal-test-cycle.log")), clock};
+    SaveFailures saveFailures{journal};
+    JsonFileSettingsStore settingsStore{dir.filePath(QStringLiteral("settings.json")),
+                                        &saveFailures};
+    Preferences prefs{settingsStore};
+    ScheduleStore week{schedulePath, &saveFailures};
+    PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json")), &journal, &saveFailures};
     FakeIdle idle;
-    std::shared_ptr<FakeCallProbe> calls = std::make_shared<FakeCallProbe>();
+    std::shared_ptr<FakeCallProbe> probe = std::make_shared<FakeCallProbe>();
+    CallDetector calls{probe};
+    CountdownPanel countdown{clock, calls};
     std::unique_ptr<LocalScreens> screens;
     std::unique_ptr<AppController> controller;
     QList<std::optional<Block>> raises; // the block pending at each raise

@@ -7,6 +7,7 @@
 #include "cycle_fixture.h"
 
 #include <QLocalSocket>
+#include <QNetworkAccessManager>
 #include <QTest>
 #include <QTextStream>
 
@@ -69,17 +70,13 @@ class ShellTest : public CycleTest {
 protected:
     void SetUp() override {
         CycleTest::SetUp();
-        LaunchAtLogin::setEntryPathForTesting(dir.filePath(QStringLiteral("autostart/dev.tovin.Tovin.desktop")));
-        LaunchAtLogin::setExecutableForTesting(QCoreApplication::applicationFilePath());
     }
     void TearDown() override {
         shell.reset();
-        LaunchAtLogin::setEntryPathForTesting({});
-        LaunchAtLogin::setExecutableForTesting({});
         CycleTest::TearDown();
     }
     AppShell& makeShell() {
-        shell = std::make_unique<AppShell>(freshScreens(), false);
+        shell = std::make_unique<AppShell>(freshScreens(), login, network, false);
         shell->controller().setCalendar(Calendar::utc());
         return *shell;
     }
@@ -95,11 +92,14 @@ protected:
         }
         return items;
     }
+    LaunchAtLogin login{dir.filePath(QStringLiteral("autostart/dev.tovin.Tovin.desktop")),
+                        QCoreApplication::applicationFilePath(), journal};
+    QNetworkAccessManager network;
     std::unique_ptr<AppShell> shell;
 };
 
 TEST_F(ShellTest, TheMenuSaysWhatHappensNextAndOffersWhatFits) {
-    week({block("09:30", "Half past")});
+    setWeek({block("09:30", "Half past")});
     AppShell& s = makeShell();
     s.controller().startScheduleWatch();
     const QStringList watching = menu();
@@ -109,7 +109,7 @@ TEST_F(ShellTest, TheMenuSaysWhatHappensNextAndOffersWhatFits) {
     EXPECT_FALSE(menu(true).contains(u"Half past in 30 min"));
     EXPECT_FALSE(menu(true).contains(u"No promises yet"));
 
-    LaunchAtLogin::set(true);
+    login.set(true);
     s.controller().pauseAnHour();
     clock.advance(60);
     const QStringList paused = menu();
@@ -118,8 +118,8 @@ TEST_F(ShellTest, TheMenuSaysWhatHappensNextAndOffersWhatFits) {
     EXPECT_TRUE(paused.contains(u"Open at Login ✓"));
 
     // An entry the desktop was told to skip: greyed, and the check box says why.
-    const QByteArray entry = *readWholeFile(LaunchAtLogin::entryPath(), 1 << 16);
-    writeFileAtomically(LaunchAtLogin::entryPath(), entry + "Hidden=true\n");
+    const QByteArray entry = *readWholeFile(login.entryPath(), 1 << 16);
+    writeFileAtomically(login.entryPath(), entry + "Hidden=true\n");
     const QString blocked = LaunchAtLogin::menuTitle(LaunchAtLogin::Blocked);
     EXPECT_TRUE(menu().contains(blocked));
     EXPECT_FALSE(menu(true).contains(blocked));

@@ -1,6 +1,8 @@
 #include "resident/countdown_panel.h"
 
+#include "resident/guards/call_detector.h"
 #include "support/fake_clock.h"
+#include "support/fake_platform.h"
 
 #include <QPushButton>
 
@@ -25,7 +27,9 @@ protected:
     }
 
     fakes::FakeClock clock;
-    CountdownPanel panel{clock};
+    std::shared_ptr<fakes::FakeCallProbe> probe = std::make_shared<fakes::FakeCallProbe>();
+    CallDetector calls{probe};
+    CountdownPanel panel{clock, calls};
     QStringList outcomes;
 };
 

@@ -14,24 +14,20 @@ using namespace tovin;
 // the autostart entry maps to.
 TEST(LaunchAtLogin, StatusesMapTheAutostartEntryHonestly) {
     QTemporaryDir dir;
-    Journal::setOverrideURL(dir.filePath(QStringLiteral("tovin-journal-test-login.log")));
+    Journal journal(dir.filePath(QStringLiteral("tovin-journal-test-login.log")));
     const QString entry = dir.filePath(QStringLiteral("autostart/dev.tovin.Tovin.desktop"));
-    LaunchAtLogin::setEntryPathForTesting(entry);
-    LaunchAtLogin::setExecutableForTesting(QCoreApplication::applicationFilePath());
+    LaunchAtLogin login(entry, QCoreApplication::applicationFilePath(), journal);
 
-    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::NotRegistered);
-    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::Enabled);
+    EXPECT_EQ(login.status(), LaunchAtLogin::NotRegistered);
+    EXPECT_EQ(login.set(true), LaunchAtLogin::Enabled);
     EXPECT_TRUE(readWholeFile(entry, 4096)->contains(QCoreApplication::applicationFilePath().toUtf8()));
     // The desktop's own switch turned it off: blocked, and said so.
     ASSERT_TRUE(writeFileAtomically(entry, "[Desktop Entry]\nExec=tovin\nX-GNOME-Autostart-enabled=false\n"));
-    EXPECT_EQ(LaunchAtLogin::status(), LaunchAtLogin::Blocked);
-    EXPECT_EQ(LaunchAtLogin::set(false), LaunchAtLogin::NotRegistered);
+    EXPECT_EQ(login.status(), LaunchAtLogin::Blocked);
+    EXPECT_EQ(login.set(false), LaunchAtLogin::NotRegistered);
 
-    LaunchAtLogin::setExecutableForTesting(dir.filePath(QStringLiteral("no-such-tovin")));
-    EXPECT_EQ(LaunchAtLogin::set(true), LaunchAtLogin::NotFound);
-    EXPECT_TRUE(Journal::tail(2).value(0).endsWith(u"[login] couldn't register: no installed executable to start"));
-
-    LaunchAtLogin::setEntryPathForTesting({});
-    LaunchAtLogin::setExecutableForTesting({});
-    Journal::setOverrideURL(std::nullopt);
+    LaunchAtLogin missing(entry, dir.filePath(QStringLiteral("no-such-tovin")), journal);
+    EXPECT_EQ(missing.set(true), LaunchAtLogin::NotFound);
+    EXPECT_TRUE(journal.tail(2).value(0).endsWith(
+        u"[login] couldn't register: no installed executable to start"));
 }

@@ -1,4 +1,5 @@
 #include "cycle_fixture.h"
+#include "resident/menu_words.h"
 #include "resident/records/promise_ledger.h"
 #include "screens/shield/shield_window.h"
 
@@ -16,8 +17,8 @@ protected:
     AppController& raised(Block::Kind kind = Block::Kind::Workout, std::optional<int> minutes = {}) {
         Block b = block("09:00", kind == Block::Kind::Away ? "Walk" : "Nine", kind);
         b.minutes = minutes;
-        week({b});
-        Settings::setFiredBlocks({});
+        setWeek({b});
+        prefs.setFiredBlocks({});
         AppController& c = launch();
         c.startScheduleWatch();
         clock.advance(60); // the countdown runs out
@@ -35,26 +36,26 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecordAndClearsTheMidWorkoutMark
         std::function<void(AppController&)> end;
         std::optional<PromiseRecord> expected;
     } cases[] = {
-        {"completed", [](AppController& c) { c.workoutCompleted(QStringLiteral("Squat"), 12); },
+        {"completed", [](AppController& c) { c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12}); },
          PromiseRecord{{}, Outcome::Tovin, QStringLiteral("Squat"), 12, 12, std::nullopt, false}},
-        {"broken", [this](AppController& c) { shield().lower(); c.shieldWasBroken(PromiseRecord::Reason::Urgent); },
+        {"broken", [this](AppController& c) { shield().lower(); c.end({Ending::Kind::Broken, {}, 0, 0, PromiseRecord::Reason::Urgent}); },
          PromiseRecord{{}, Outcome::Broken, QStringLiteral("Nine"), 0, 0, PromiseRecord::Reason::Urgent, std::nullopt}},
-        {"panic", [this](AppController& c) { shield().lower(); c.shieldPanicked(); }, std::nullopt},
+        {"panic", [this](AppController& c) { shield().lower(); c.end({Ending::Kind::Panicked}); }, std::nullopt},
         {"yield", [this](AppController&) { shield().yieldNow(); }, std::nullopt},
         {"valve", [this](AppController&) { clock.advance(15 * 60); }, std::nullopt},
-        {"failed page", [](AppController& c) { c.workoutWebFailed(QStringLiteral("net::ERR")); }, std::nullopt},
+        {"failed page", [](AppController& c) { c.end({Ending::Kind::PageFailed, {}, 0, 0, {}, QStringLiteral("net::ERR")}); }, std::nullopt},
     };
     for (const auto& c : cases) {
         QFile::remove(ledger.url());
-        ledger = PromiseLedger(ledger.url());
+        ledger = PromiseLedger(ledger.url(), &journal, &saveFailures);
         AppController& app = raised();
-        Settings::setBusyUntil(clock.now().addSecs(180));
-        Settings::setBusyReason(QStringLiteral("mid-workout"));
+        prefs.setBusyUntil(clock.now().addSecs(180));
+        prefs.setBusyReason(QStringLiteral("mid-workout"));
         c.end(app);
         clock.advance(3.1); // completion lowers after 3 s
-        EXPECT_FALSE(Settings::isBusy(clock.now())) << c.ending;
+        EXPECT_FALSE(prefs.isBusy(clock.now())) << c.ending;
         EXPECT_FALSE(shield().isUp()) << c.ending;
-        EXPECT_TRUE(app.lockoutIsOver()) << c.ending;
+        EXPECT_TRUE(app.phase() == AppController::Phase::Ending) << c.ending;
         EXPECT_FALSE(QFileInfo::exists(markPath))
             << c.ending << ": a designed ending is no cut-short lockout";
         if (c.expected) {
@@ -72,17 +73,17 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecordAndClearsTheMidWorkoutMark
 
 TEST_F(LifecycleTest, RacingRaisesAndEndingsActOnce) {
     AppController& c = raised();
-    c.workoutCompleted(QStringLiteral("Squat"), 12);
+    c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12});
     c.raiseLockout(false); // "Lock Me Out Now" while the standing shows
-    c.workoutCompleted(QStringLiteral("Squat"), 12);
-    c.workoutWebFailed(QStringLiteral("late"));
+    c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12});
+    c.end({Ending::Kind::PageFailed, {}, 0, 0, {}, QStringLiteral("late")});
     // The seconds the kept promise stays up: a break, a coach's finish, a panic, the valve.
-    c.shieldWasBroken(PromiseRecord::Reason::DidntFeelLikeIt);
-    c.finishTovin(QStringLiteral("coach:squats"), 5, 5);
-    c.shieldPanicked();
-    c.shieldTimedOut();
+    c.end({Ending::Kind::Broken, {}, 0, 0, PromiseRecord::Reason::DidntFeelLikeIt});
+    c.end({Ending::Kind::CoachFinished, QStringLiteral("coach:squats"), 5, 5});
+    c.end({Ending::Kind::Panicked});
+    c.end({Ending::Kind::TimedOut});
     clock.advance(3.1);
-    c.workoutCompleted(QStringLiteral("Squat"), 12); // the shield is down now
+    c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12}); // the shield is down now
     EXPECT_EQ(ledger.records().size(), 1);
     EXPECT_EQ(ledger.records()[0].outcome, Outcome::Tovin);
     EXPECT_EQ(terminations, 0);
@@ -99,21 +100,22 @@ TEST_F(LifecycleTest, ALockoutCutShortFromOutsideIsOnTheRecord) {
                ledger.records().last().reason == PromiseRecord::Reason::Stopped &&
                ledger.records().last().exercise == u"Nine";
     };
-    AppController& c = raised();
+    raised();
     EXPECT_TRUE(QFileInfo::exists(markPath));
-    c.screensLost(QStringLiteral("the screen helper crashed"), false);
+    Q_EMIT screens->screensLost(QStringLiteral("the screen helper crashed"), false);
     EXPECT_TRUE(ledger.records().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(markPath));
 
-    raised().screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"),
-                         true);
+    raised();
+    Q_EMIT screens->screensLost(
+        QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
     EXPECT_TRUE(stopped(1));
     EXPECT_FALSE(QFileInfo::exists(markPath));
 
     launch().raiseLockout(true); // a rehearsal is never marked
     EXPECT_FALSE(QFileInfo::exists(markPath));
-    controller->screensLost(QStringLiteral("the screen helper was stopped from outside (signal 9)"),
-                            true);
+    Q_EMIT screens->screensLost(
+        QStringLiteral("the screen helper was stopped from outside (signal 9)"), true);
     EXPECT_EQ(ledger.records().size(), 1);
 
     raised();
@@ -125,14 +127,14 @@ TEST_F(LifecycleTest, ALockoutCutShortFromOutsideIsOnTheRecord) {
               QDateTime::fromSecsSinceEpoch(raisedAt.toSecsSinceEpoch(), QTimeZone::utc()));
     EXPECT_FALSE(QFileInfo::exists(markPath));
     EXPECT_TRUE(
-        journal(QStringLiteral("shield"))
+        journalLines(QStringLiteral("shield"))
             .last()
             .contains(
                 u"Tovin was stopped during the lockout (found at launch), recorded as broken"));
 }
 
 TEST_F(LifecycleTest, AnAwayBlockCountsOnlyWhenSomeoneWasThereAndItsValveIsCapped) {
-    Settings::setMaxShieldMinutes(45);
+    prefs.setMaxShieldMinutes(45);
     raised(Block::Kind::Away, 10);
     EXPECT_EQ(shield().valveMinutes(), 12.0); // the held time plus two minutes
     idle.seconds = 10 * 60 + 301; // one second past the five minutes' benefit of the doubt
@@ -140,7 +142,7 @@ TEST_F(LifecycleTest, AnAwayBlockCountsOnlyWhenSomeoneWasThereAndItsValveIsCappe
     EXPECT_FALSE(shield().isUp());
     EXPECT_TRUE(ledger.records().isEmpty()) << "idle since before the block began";
 
-    Settings::setMaxShieldMinutes(15); // shorter than the held time plus two
+    prefs.setMaxShieldMinutes(15); // shorter than the held time plus two
     raised(Block::Kind::Away, 15);
     EXPECT_EQ(shield().valveMinutes(), 15.0);
     idle.seconds = 15 * 60 + 300; // walked away for the whole block: still present
@@ -150,14 +152,14 @@ TEST_F(LifecycleTest, AnAwayBlockCountsOnlyWhenSomeoneWasThereAndItsValveIsCappe
 }
 
 TEST_F(LifecycleTest, RefusalsBeforeALockIsTaken) {
-    Settings::setLockoutWorkoutID(std::nullopt);
+    prefs.setLockoutWorkoutID(std::nullopt);
     AppController& c = launch();
     c.raiseLockout(false);
     EXPECT_FALSE(shield().isUp());
     EXPECT_EQ(setupWanted, 1);
     EXPECT_EQ(alerts.last(), u"Choose a workout first.");
 
-    Settings::setLockoutWorkoutID(QStringLiteral("classic-7"));
+    prefs.setLockoutWorkoutID(QStringLiteral("classic-7"));
     c.setWebRoot(dir.filePath(QStringLiteral("nowhere")));
     c.raiseLockout(true);
     EXPECT_FALSE(shield().isUp());
@@ -169,7 +171,7 @@ TEST_F(LifecycleTest, RefusalsBeforeALockIsTaken) {
 }
 
 TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeOrAPauseDropsIt) {
-    week({block("09:00", "Nine")});
+    setWeek({block("09:00", "Nine")});
     AppController& c = launch();
     c.startScheduleWatch();
     ASSERT_TRUE(screens->prebuiltContent()); // built while the countdown runs
@@ -180,19 +182,19 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeOrAPauseDropsIt) {
     ASSERT_TRUE(shield().isUp());
     EXPECT_EQ(shield().windows().first()->content(), early.data()) << "the lockout used the page built ahead";
     shield().lower();
-    c.shieldTimedOut();
+    c.end({Ending::Kind::TimedOut});
 
     // A snoozed countdown leaves no page behind, nor does a pause during one.
-    using Leave = void (*)(AppController&);
-    for (Leave leave : {Leave([](AppController& a) { a.countdown().snooze(); }),
-                        Leave([](AppController& a) { a.pauseAnHour(); })}) {
+    using Leave = std::function<void(AppController&)>;
+    for (const Leave& leave : {Leave([this](AppController&) { countdown.snooze(); }),
+                               Leave([](AppController& a) { a.pauseAnHour(); })}) {
         c.warnThenLock();
         QPointer<QWidget> dropped = screens->prebuiltContent();
         ASSERT_TRUE(dropped);
         leave(c);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         EXPECT_TRUE(dropped.isNull());
-        EXPECT_FALSE(c.countdown().isShowing());
+        EXPECT_FALSE(countdown.isShowing());
     }
     // The paused hour stops the usage path and starts it again when it is up.
     EXPECT_FALSE(c.usage().isRunning());
@@ -202,7 +204,7 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeOrAPauseDropsIt) {
 }
 
 TEST(StatusLine, Rules) {
-    using In = AppController::StatusInputs;
+    using In = MenuWords::StatusInputs;
     const Block lunch{QStringLiteral("12:00"), QStringLiteral("Lunch"), Block::Kind::Workout, {}, {}};
     auto next = [&](int m) { return std::optional<Schedule::Upcoming>(Schedule::Upcoming{lunch, m}); };
     const struct {
@@ -222,8 +224,8 @@ TEST(StatusLine, Rules) {
         {{.usageRunning = true, .workoutChosen = true, .triggerSeconds = 3000, .continuousUseSeconds = 2990}, u"Next lockout in about 1 min"},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(AppController::statusLine(c.in), QString::fromUtf16(c.line)) << QString::fromUtf16(c.line).toStdString();
+        EXPECT_EQ(MenuWords::status(c.in), QString::fromUtf16(c.line)) << QString::fromUtf16(c.line).toStdString();
 
-    EXPECT_EQ(AppController::standingLine(4, 0, 3, 1), u"Streak broken · 3 tovin · 1 broken");
-    EXPECT_EQ(AppController::standingLine(4, 2, 3, 1), u"2 in a row · 3 tovin · 1 broken");
+    EXPECT_EQ(MenuWords::standing(4, 0, 3, 1), u"Streak broken · 3 tovin · 1 broken");
+    EXPECT_EQ(MenuWords::standing(4, 2, 3, 1), u"2 in a row · 3 tovin · 1 broken");
 }

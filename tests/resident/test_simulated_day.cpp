@@ -9,9 +9,9 @@ using tovin::fakes::CycleTest;
 // relaunches. Whatever happens, no block is served twice in a day, and what was served one day
 // holds nothing back the next. (When each block may fire is the schedule's own test.)
 TEST_F(CycleTest, ADayOfRandomLifeNeverServesABlockTwice) {
-    week({block("07:30", "Early"), block("09:00", "Nine"), block("09:20", "Nine twenty"),
+    setWeek({block("07:30", "Early"), block("09:00", "Nine"), block("09:20", "Nine twenty"),
           block("12:45", "Lunch"), block("16:30", "Walk", Block::Kind::Away), block("23:50", "Late")});
-    Settings::setSnoozesPerLockout(2);
+    prefs.setSnoozesPerLockout(2);
     clock.set(QDateTime(QDate(2026, 3, 2), QTime(6, 0), QTimeZone::utc()));
 
     for (quint32 seed : {1u, 2u, 3u, 4u, 5u}) {
@@ -21,7 +21,7 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesABlockTwice) {
         launch().startScheduleWatch();
 
         for (int step = 0; step < 18 * 60 * 2; ++step) { // 18 hours in 30-second steps
-            calls->mic = random.bounded(100) < 8;
+            probe->mic = random.bounded(100) < 8;
             idle.seconds = random.bounded(100) < 5 ? 1500 : random.bounded(60);
             const int dice = int(random.bounded(1000));
             if (dice < 3) { // the machine sleeps a while
@@ -31,11 +31,11 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesABlockTwice) {
             } else if (dice < 6) { // quit and launched again
                 launch().startScheduleWatch();
             }
-            if (controller->countdown().isShowing() && random.bounded(100) < 20)
-                controller->countdown().snooze();
+            if (countdown.isShowing() && random.bounded(100) < 20)
+                countdown.snooze();
             if (shield().isUp() && random.bounded(100) < 10) {
                 shield().lower();
-                controller->shieldTimedOut();
+                controller->end({Ending::Kind::TimedOut});
             }
             clock.advance(30);
         }

@@ -35,38 +35,37 @@ TEST_F(ScheduleStoreTest, SaveSortsByTimeOfDayAndRoundTrips) {
                       block("noon", "Broken"), block("7:00", "Early twin")};
     week[0].minutes = 15;
     week[1].days = QList<int>{2, 4};
-    ScheduleStore::saveAll(week, path);
+    ScheduleStore(path).saveAll(week);
     const QList<Block> loaded = ScheduleStore::load(path);
     // A malformed time sorts first; equal minutes keep the order they were given in.
     EXPECT_EQ(times(loaded), (QStringList{u"noon"_qs, u"07:00"_qs, u"7:00"_qs, u"16:30"_qs}));
     EXPECT_EQ(loaded[3], week[0]);
     EXPECT_EQ(loaded[1], week[1]);
-    ScheduleStore::saveAll({}, path); // clearing the week clears it
+    ScheduleStore(path).saveAll({}); // clearing the week clears it
     EXPECT_TRUE(ScheduleStore::load(path).isEmpty());
 }
 
 TEST_F(ScheduleStoreTest, WorkoutPlanReplacesEveryWorkoutAndKeepsTheRest) {
-    ScheduleStore::saveAll({block("12:00", "Lunch walk", Block::Kind::Away), block("08:00", "Old 1"),
-                            block("17:00", "Old 2"), block("07:00", "Retest", Block::Kind::Retest)},
-                           path);
+    ScheduleStore(path).saveAll({block("12:00", "Lunch walk", Block::Kind::Away), block("08:00", "Old 1"),
+                            block("17:00", "Old 2"), block("07:00", "Retest", Block::Kind::Retest)});
     const QList<Block> plan{block("10:00", "Session 1"), block("14:00", "Session 2"),
                             block("9:00", "Session 3")};
-    ScheduleStore::saveWorkoutPlan(plan, path);
+    ScheduleStore(path).saveWorkoutPlan(plan);
     const QList<Block> once = ScheduleStore::load(path);
     EXPECT_EQ(times(once), (QStringList{u"07:00"_qs, u"9:00"_qs, u"10:00"_qs, u"12:00"_qs, u"14:00"_qs}));
-    ScheduleStore::saveWorkoutPlan(plan, path);
+    ScheduleStore(path).saveWorkoutPlan(plan);
     EXPECT_EQ(ScheduleStore::load(path), once); // the same plan again changes nothing
 }
 
 TEST_F(ScheduleStoreTest, TheExampleWeekOnlyWhereThereIsNoFileAndNoWeekIsLost) {
-    ScheduleStore::writeExampleIfMissing(path);
+    ScheduleStore(path).writeExampleIfMissing();
     EXPECT_EQ(ScheduleStore::load(path), ScheduleStore::exampleWeek());
     // Any file at all is the person's, even one that does not parse: the example week never
     // replaces it, and a plan written over it keeps a copy beside it.
     ASSERT_TRUE(writeFileAtomically(path, "{ broken"));
-    ScheduleStore::writeExampleIfMissing(path);
+    ScheduleStore(path).writeExampleIfMissing();
     EXPECT_EQ(readWholeFile(path, 1024), QByteArray("{ broken"));
-    ScheduleStore::saveWorkoutPlan({block("10:00", "S")}, path);
+    ScheduleStore(path).saveWorkoutPlan({block("10:00", "S")});
     EXPECT_EQ(times(ScheduleStore::load(path)), QStringList{QStringLiteral("10:00")});
     const QDir folder = QFileInfo(path).dir();
     EXPECT_EQ(folder.entryList({QStringLiteral("schedule.json.unreadable-*")}).size(), 1);

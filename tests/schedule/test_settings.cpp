@@ -18,8 +18,6 @@ namespace {
 // Each test works on its own throw-away store, restored afterwards.
 class SettingsTest : public ::testing::Test {
 protected:
-    void SetUp() override { Settings::setStore(store); }
-    void TearDown() override { Settings::setStore(nullptr); }
     void put(const char* key, const char* json) {
         const QJsonValue v =
             QJsonDocument::fromJson(QByteArray("{\"v\":") + json + "}").object().value(u"v");
@@ -28,29 +26,30 @@ protected:
     }
 
     std::shared_ptr<SettingsStore> store = std::make_shared<MemorySettingsStore>();
+    Preferences prefs{*store};
 };
 
 // Every setting as read back, as one text: one comparison covers every reader, and a failure
 // reads plainly.
-std::string everything() {
+std::string everything(const Preferences& prefs) {
     const auto opt = [](const auto& v) { return v ? QVariant(*v).toString() : QStringLiteral("none"); };
     const auto num = [](auto n) { return QString::number(n); };
-    QStringList fired = Settings::firedBlocks().values();
+    QStringList fired = prefs.firedBlocks().values();
     fired.sort();
     QStringList days;
-    for (int day : Settings::activeWeekdays())
+    for (int day : prefs.activeWeekdays())
         days.append(num(day));
     days.sort(); // single digits, so text order is number order
-    QStringList all{Settings::escapePhrase(), num(Settings::requiredCleanReps()),
-                    num(Settings::hintDelay()), num(Settings::maxShieldMinutes()),
-                    opt(Settings::lockoutWorkoutID()), num(Settings::triggerAfterMinutes()),
-                    num(Settings::idleResetsAfterMinutes()), num(Settings::warningSeconds()),
-                    num(Settings::snoozesPerLockout()), num(Settings::snoozeMinutes()),
-                    opt(Settings::busyUntil()), opt(Settings::busyReason()),
-                    num(Settings::retestDueInDays()), opt(Settings::retestReportedAt()),
-                    num(Settings::firedBlocksDay()), fired.join(u','),
-                    num(Settings::hasOnboarded()), num(Settings::activeFromMinute()),
-                    num(Settings::activeToMinute()), days.join(u" | ")};
+    QStringList all{prefs.escapePhrase(), num(prefs.requiredCleanReps()),
+                    num(prefs.hintDelay()), num(prefs.maxShieldMinutes()),
+                    opt(prefs.lockoutWorkoutID()), num(prefs.triggerAfterMinutes()),
+                    num(prefs.idleResetsAfterMinutes()), num(prefs.warningSeconds()),
+                    num(prefs.snoozesPerLockout()), num(prefs.snoozeMinutes()),
+                    opt(prefs.busyUntil()), opt(prefs.busyReason()),
+                    num(prefs.retestDueInDays()), opt(prefs.retestReportedAt()),
+                    num(prefs.firedBlocksDay()), fired.join(u','),
+                    num(prefs.hasOnboarded()), num(prefs.activeFromMinute()),
+                    num(prefs.activeToMinute()), days.join(u" | ")};
     return all.join(u" | ").toStdString();
 }
 
@@ -65,7 +64,7 @@ QDateTime monday(int h, int m) {
 TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
     // A hand-edited or foreign file must never crash a reader or smuggle in a half-read value.
     // What an empty store reads is what a new person starts with.
-    const std::string defaults = everything();
+    const std::string defaults = everything(prefs);
     EXPECT_EQ(defaults, "lark | 5 | 25 | 15 | none | 50 | 5 | 60 | 1 | 10 | none | none | 9223372036854775807 | none | -1 "
                         "|  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
     const struct {
@@ -83,7 +82,7 @@ TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
     };
     for (const auto& j : junk) {
         put(j.key, j.json);
-        EXPECT_EQ(everything(), defaults) << j.key << " = " << j.json;
+        EXPECT_EQ(everything(prefs), defaults) << j.key << " = " << j.json;
     }
 }
 
@@ -93,17 +92,17 @@ TEST_F(SettingsTest, ClampsApplyOnRead) {
     put("maxShieldMinutes", "2");
     put("warningSeconds", "3");
     put("activeWeekdays", "[]");
-    EXPECT_EQ(everything(), "lark rises | 1 | 25 | 10 | none | 50 | 5 | 10 | 1 | 10 | none | none | "
+    EXPECT_EQ(everything(prefs), "lark rises | 1 | 25 | 10 | none | 50 | 5 | 10 | 1 | 10 | none | none | "
                             "9223372036854775807 | none | -1 |  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
 }
 
 TEST_F(SettingsTest, BusyCountsOnlyUntilTheDeadline) {
     const QDateTime now = monday(12, 0);
-    EXPECT_FALSE(Settings::isBusy(now));
+    EXPECT_FALSE(prefs.isBusy(now));
     // Kept to the millisecond: a quarter of a second ahead is still busy.
     for (const auto& [aheadMs, busy] : {std::pair{-1000, false}, {0, false}, {250, true}}) {
-        Settings::setBusyUntil(now.addMSecs(aheadMs));
-        EXPECT_EQ(Settings::isBusy(now), busy) << aheadMs;
+        prefs.setBusyUntil(now.addMSecs(aheadMs));
+        EXPECT_EQ(prefs.isBusy(now), busy) << aheadMs;
     }
 }
 
@@ -138,21 +137,22 @@ TEST(ScheduleAllows, WeekdaysAndWindowsIncludingTheMidnightWrap) {
 TEST_F(SettingsTest, EveryValueReadsBackFromTheFileWithItsType) {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("settings.json"));
-    Settings::setStore(std::make_shared<JsonFileSettingsStore>(path));
-    Settings::setRequiredCleanReps(7);
-    Settings::setMaxShieldMinutes(22.5);
-    Settings::setHasOnboarded(true);
-    Settings::setLockoutWorkoutID(QStringLiteral("classic-7"));
-    Settings::setLockoutWorkoutID(std::nullopt); // removed, so setup reads as unfinished again
-    Settings::setBusyUntil(QDateTime(QDate(2026, 3, 2), QTime(9, 0, 5, 250), QTimeZone::utc()));
-    Settings::setBusyReason(QStringLiteral("on a call"));
-    Settings::setFiredBlocks({QStringLiteral("09:00|B|workout"), QStringLiteral("07:00|A|away")});
-    Settings::setFiredBlocksDay(2461102);
-    Settings::setActiveWeekdays({6, 2});
+    JsonFileSettingsStore written(path);
+    Preferences prefs(written);
+    prefs.setRequiredCleanReps(7);
+    prefs.setMaxShieldMinutes(22.5);
+    prefs.setHasOnboarded(true);
+    prefs.setLockoutWorkoutID(QStringLiteral("classic-7"));
+    prefs.setLockoutWorkoutID(std::nullopt); // removed, so setup reads as unfinished again
+    prefs.setBusyUntil(QDateTime(QDate(2026, 3, 2), QTime(9, 0, 5, 250), QTimeZone::utc()));
+    prefs.setBusyReason(QStringLiteral("on a call"));
+    prefs.setFiredBlocks({QStringLiteral("09:00|B|workout"), QStringLiteral("07:00|A|away")});
+    prefs.setFiredBlocksDay(2461102);
+    prefs.setActiveWeekdays({6, 2});
     // Above 2^53, so a store that kept it as a double would read back another number.
-    Settings::setRetestDueInDays(9'007'199'254'740'993);
-    Settings::setStore(std::make_shared<JsonFileSettingsStore>(path));
-    EXPECT_EQ(everything(), "lark | 7 | 25 | 22.5 | none | 50 | 5 | 60 | 1 | 10 | 2026-03-02T09:00:05.250+00:00 | "
+    prefs.setRetestDueInDays(9'007'199'254'740'993);
+    JsonFileSettingsStore read(path);
+    EXPECT_EQ(everything(Preferences(read)), "lark | 7 | 25 | 22.5 | none | 50 | 5 | 60 | 1 | 10 | 2026-03-02T09:00:05.250+00:00 | "
                             "on a call | 9007199254740993 | none | 2461102 | 07:00|A|away,09:00|B|workout | 1 | "
                             "540 | 1080 | 2 | 6");
 }

@@ -218,12 +218,12 @@ TEST(HoldButton, FillsDrainsTwiceAsFastAndFiresOnceEvenOnAStarvedScreen) {
     hold.onComplete = [&] { ++fired; };
     hold.engage();
     clock.advance(1.5);
-    EXPECT_NEAR(hold.fillForTests(), 0.5, HoldButton::tickSeconds / 3.0);
+    EXPECT_NEAR(hold.fill(), 0.5, HoldButton::tickSeconds / 3.0);
     hold.release();
     clock.advance(0.75 - 2 * HoldButton::tickSeconds);
-    EXPECT_GT(hold.fillForTests(), 0.0);
+    EXPECT_GT(hold.fill(), 0.0);
     clock.advance(3 * HoldButton::tickSeconds);
-    EXPECT_EQ(hold.fillForTests(), 0.0) << "1.5 s of hold drains in 0.75 s";
+    EXPECT_EQ(hold.fill(), 0.0) << "1.5 s of hold drains in 0.75 s";
     EXPECT_EQ(clock.activeTimers(), 0);
 
     hold.engage();
@@ -238,7 +238,7 @@ TEST(HoldButton, FillsDrainsTwiceAsFastAndFiresOnceEvenOnAStarvedScreen) {
     starved.onComplete = [&] { ++fired; };
     starved.engage();
     clock.stall(1.0);
-    EXPECT_NEAR(starved.fillForTests(), 1.0 / 3, 1e-6);
+    EXPECT_NEAR(starved.fill(), 1.0 / 3, 1e-6);
     clock.stall(2.0);
     EXPECT_EQ(fired, 2) << "three seconds held in two late ticks";
 }

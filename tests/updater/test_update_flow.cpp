@@ -10,7 +10,11 @@
 #include "core/atomic_file.h"
 #include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
+#include "resident/guards/call_detector.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
 #include "screens/local_screens.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
@@ -21,6 +25,7 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
 #include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -228,19 +233,27 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
 
     fakes::FakeClock clock;
     fakes::FakeIdle idle;
-    CountdownPanel::offscreenForTests = true;
+    Journal journal(path(u"journal.log"_s), clock);
+    SaveFailures saveFailures(journal);
+    MemorySettingsStore store;
+    Preferences prefs(store);
+    ScheduleStore week(path(u"week.json"_s), &saveFailures);
+    PromiseLedger ledger(path(u"ledger.json"_s), &journal, &saveFailures);
+    CallDetector calls;
+    CountdownPanel countdown(clock, calls);
+    countdown.placeAt(QPoint(-30000, -30000));
     LocalScreens screens(clock);
-    PromiseLedger ledger(path(u"ledger.json"_s));
-    AppController controller(
-        {clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)});
+    const AppDependencies deps{clock, idle,   calls,   screens,      countdown,
+                               week,  prefs,  ledger,  journal,      saveFailures,
+                               path(u"mark.json"_s)};
+    AppController controller(deps);
+    QNetworkAccessManager network;
     // With a feed, the setup window's strip carries the check, for desktops without a tray.
     qputenv("TOVIN_UPDATE_FEED", (base + u"/real/version.json").toUtf8());
-    EXPECT_TRUE(
-        AppShell({clock, idle, screens, ledger, path(u"week.json"_s), path(u"mark.json"_s)}, false)
-            .strip()
-            .updates);
+    LaunchAtLogin login(path(u"autostart.desktop"_s), QString(), journal);
+    EXPECT_TRUE(AppShell(deps, login, network, false).strip().updates);
     qunsetenv("TOVIN_UPDATE_FEED");
-    UpdateDialogs dialogs(controller);
+    UpdateDialogs dialogs(controller, {network, journal});
     QSignalSpy alerts(&dialogs, &UpdateDialogs::alertRequested);
     QSignalSpy ended(&dialogs, &UpdateDialogs::fetchEnded);
     bool quit = false;
@@ -257,12 +270,12 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     };
 
     // A countdown on screen: the offer waits for the journal, not a dialog.
-    controller.countdown().show(60, 1);
+    countdown.show(60, 1);
     dialogs.offer(release);
     EXPECT_EQ(dialogs.offerBox(), nullptr);
-    EXPECT_TRUE(Journal::tail(5).join(u'\n').contains(
+    EXPECT_TRUE(journal.tail(5).join(u'\n').contains(
         u"[update] 99.0 offered later — a lockout is in progress"));
-    controller.countdown().dismiss();
+    countdown.dismiss();
 
     dialogs.offer(release);
     ASSERT_NE(dialogs.offerBox(), nullptr);
@@ -276,7 +289,7 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     ASSERT_NE(dialogs.progressBox(), nullptr);
     dialogs.progressBox()->findChild<QPushButton*>(u"cancel"_s)->click();
     ASSERT_TRUE(waitFor([&] { return ended.size() == 1 && QDir(tmp).isEmpty(); }, 5000));
-    EXPECT_TRUE(Journal::tail(5).join(u'\n').contains(
+    EXPECT_TRUE(journal.tail(5).join(u'\n').contains(
         u"[update] cancelled before 99.0 finished downloading"));
     qunsetenv("TMPDIR");
 
@@ -297,27 +310,27 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     // may start any more, and the app quits.
     dialogs.offer(release);
     click(u"Update"_s);
-    controller.countdown().show(60, 1);
+    countdown.show(60, 1);
     int shownKB = 0;
     ASSERT_TRUE(waitFor([&] {
         if (dialogs.progressBar())
             shownKB = std::max(shownKB, dialogs.progressBar()->value());
-        return Journal::tail(3).join(u'\n').contains(
+        return journal.tail(3).join(u'\n').contains(
             u"99.0 downloaded — installing once the lockout is over");
     }));
     EXPECT_GT(shownKB, 0);
     controller.checkSchedule();
     EXPECT_FALSE(quit);
-    controller.countdown().dismiss();
+    countdown.dismiss();
     controller.checkSchedule();
     ASSERT_TRUE(waitFor([&] { return ended.size() == 3; }));
     EXPECT_TRUE(quit);
     controller.raiseLockout(true);
     EXPECT_FALSE(screens.isUp());
     EXPECT_EQ(dialogs.progressBox(), nullptr);
-    const QString journal = Journal::tail(20).join(u'\n');
+    const QString written = journal.tail(20).join(u'\n');
     for (const char* step : {"hash matched", "signature verified", "installing — handing over"})
-        EXPECT_TRUE(journal.contains(u"[update] " + QString::fromUtf8(step))) << step;
+        EXPECT_TRUE(written.contains(u"[update] " + QString::fromUtf8(step))) << step;
     old.kill();
     old.waitForFinished();
 
@@ -337,12 +350,13 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
 // What install refuses before it starts anything; either way the download's folder goes.
 TEST(Install, RefusesWhatIsNotAnInstalledCopyOrSitsWhereItCannotWrite) {
     QTemporaryDir dir;
+    Journal journal(dir.filePath(u"journal.log"_s));
     const QString working = dir.filePath(u"working"_s);
     const auto refusal = [&](const QString& copy) {
         QDir().mkpath(working);
         bool quit = false;
-        const auto failure =
-            install(dir.filePath(u"new"_s), working, [&] { quit = true; }, {copy, 1});
+        const auto failure = install(journal, dir.filePath(u"new"_s), working,
+                                     [&] { quit = true; }, {copy, 1});
         EXPECT_FALSE(quit);
         EXPECT_FALSE(QFile::exists(working)) << "the download was left behind";
         return failure.value_or(Failure{}).message;

@@ -72,12 +72,14 @@ TEST(BridgeSchema, TheInjectedFunctionsAndNativeTsAgreeWithIt) {
 
 TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     QTemporaryDir dir;
-    Settings::setStore(std::make_shared<MemorySettingsStore>());
+    MemorySettingsStore store;
+    Preferences prefs(store);
     PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")));
+    ScheduleStore week(dir.filePath(QStringLiteral("schedule.json")));
     fakes::FakeClock clock;
-    BridgeMessages bridge(dir.filePath(QStringLiteral("schedule.json")), ledger, clock);
+    BridgeMessages bridge(week, ledger, prefs, clock);
     QSignalSpy completed(&bridge, &BridgeMessages::workoutCompleted);
-    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
+    QSignalSpy changed(&week, &ScheduleStore::changed);
 
     for (const QJsonObject& m : {QJsonObject{}, QJsonObject{{u"type"_qs, 7}}, message(u"nope"_qs),
                                  message(u"promisesSynced"_qs, {{u"promises"_qs, 3}}), message(u"setWorkoutPlan"_qs)})
@@ -92,27 +94,26 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
 
     // Settings: each field lands, clamped, out-of-range weekdays dropped, empty text clears; absent
     // keys and wrong types leave a setting alone, and weekdays are all integers or not taken at all.
-    Settings::setLockoutWorkoutID(QStringLiteral("old"));
+    prefs.setLockoutWorkoutID(QStringLiteral("old"));
     bridge.apply(message(u"saveSettings"_qs, {{u"triggerAfterMinutes"_qs, 2}, {u"weekdays"_qs, QJsonArray{0, 1, 7, 8}},
                                               {u"fromMinute"_qs, 480}, {u"toMinute"_qs, 1200}, {u"onboarded"_qs, true},
                                               {u"lockoutWorkoutId"_qs, QString()}, {u"retestDueInDays"_qs, 28}}));
-    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
-    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
-    EXPECT_EQ(Settings::activeToMinute(), 1200);
-    EXPECT_TRUE(Settings::hasOnboarded());
-    EXPECT_EQ(Settings::lockoutWorkoutID(), std::nullopt);
-    EXPECT_EQ(Settings::retestDueInDays(), 28);
-    EXPECT_EQ(Settings::retestReportedAt(), clock.now()); // when the fitness check reported
+    EXPECT_EQ(prefs.triggerAfterMinutes(), 5.0);
+    EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(prefs.activeToMinute(), 1200);
+    EXPECT_TRUE(prefs.hasOnboarded());
+    EXPECT_EQ(prefs.lockoutWorkoutID(), std::nullopt);
+    EXPECT_EQ(prefs.retestDueInDays(), 28);
+    EXPECT_EQ(prefs.retestReportedAt(), clock.now()); // when the fitness check reported
     bridge.apply(
         message(u"saveSettings"_qs, {{u"fromMinute"_qs, u"nine"_qs}, {u"weekdays"_qs, QJsonArray{3, u"four"_qs}}}));
-    EXPECT_EQ(Settings::activeFromMinute(), 480);
-    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
-    EXPECT_EQ(Settings::triggerAfterMinutes(), 5.0);
+    EXPECT_EQ(prefs.activeFromMinute(), 480);
+    EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(prefs.triggerAfterMinutes(), 5.0);
 
     // A malformed plan changes nothing, and saveSchedule is deliberately not heard.
     bridge.apply(message(u"setWorkoutPlan"_qs, {{u"blocks"_qs, u"[{\"at\": 9}]"_qs}}));
     bridge.apply(message(u"saveSchedule"_qs, {{u"blocks"_qs, u"[]"_qs}}));
     EXPECT_EQ(changed.count(), 0);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("schedule.json"))));
-    Settings::setStore(nullptr);
 }

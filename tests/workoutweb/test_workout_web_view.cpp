@@ -31,13 +31,9 @@ const QString fixtures = QStringLiteral(TOVIN_WEB_FIXTURES);
 class WebViewTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        Settings::setStore(std::make_shared<MemorySettingsStore>());
-        ScheduleStore::saveAll({Block{u"16:30"_qs, u"Walk"_qs, Block::Kind::Away, 15, {}}}, schedulePath);
+        week.saveAll({Block{u"16:30"_qs, u"Walk"_qs, Block::Kind::Away, 15, {}}});
     }
-    void TearDown() override {
-        view.reset();
-        Settings::setStore(nullptr);
-    }
+    void TearDown() override { view.reset(); }
 
     void open(const QString& fixture, const std::optional<QString>& label = std::nullopt) {
         make(fixtures + u'/' + fixture, label);
@@ -49,7 +45,8 @@ protected:
 
     // A page wired as the app wires it: its messages applied to throw-away files.
     void make(const QString& root, const std::optional<QString>& label) {
-        native = BridgeMessages::nativeState(WorkoutWebView::Mode::Locked, true, label, schedulePath, ledger);
+        native = BridgeMessages::nativeState(WorkoutWebView::Mode::Locked, true, label, week,
+                                             ledger, prefs);
         view = std::make_unique<WorkoutWebView>(root, native, clock);
         QObject::connect(view.get(), &WorkoutWebView::message, [this](const QJsonObject& m) { bridge.apply(m); });
         QObject::connect(&bridge, &BridgeMessages::workoutCompleted, view.get(),
@@ -76,14 +73,16 @@ protected:
     }
 
     QTemporaryDir dir;
-    QString schedulePath = dir.filePath(QStringLiteral("schedule.json"));
+    ScheduleStore week{dir.filePath(QStringLiteral("schedule.json"))};
     PromiseLedger ledger{dir.filePath(QStringLiteral("promises.json"))};
+    MemorySettingsStore store;
+    Preferences prefs{store};
     fakes::FakeClock clock;
     // What the page finished and how it failed, as the process that owns the files hears it.
     QList<std::pair<QString, qint64>> completed;
     QStringList failures;
     QJsonObject native; // what the view was handed for TOVIN_NATIVE
-    BridgeMessages bridge{schedulePath, ledger, clock};
+    BridgeMessages bridge{week, ledger, prefs, clock};
     std::unique_ptr<WorkoutWebView> view;
 };
 
@@ -96,12 +95,12 @@ TEST_F(WebViewTest, TheBridgeIsThereForTheFirstScriptAndEveryFunctionLandsInTheF
     ledger.record({QDateTime(QDate(2026, 3, 1), QTime(9, 0), QTimeZone::utc()),
                    PromiseRecord::Outcome::Tovin, QStringLiteral("squat"), 10, 10, {}, {}},
                   false);
-    Settings::setLockoutWorkoutID(u"it's \"the\" \\classic"_qs);
+    prefs.setLockoutWorkoutID(u"it's \"the\" \\classic"_qs);
     open(QStringLiteral("bridge"), u"Lunch \"Mover\" ’25"_qs);
     EXPECT_EQ(evalJson(QStringLiteral("window.__firstSight")), native);
     // Module scripts and their imports come through the private scheme.
     EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__moduleLoaded")).toInt() == 42; }, 10000));
-    QSignalSpy changed(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged);
+    QSignalSpy changed(&week, &ScheduleStore::changed);
     eval(QStringLiteral(
         "TOVIN_NATIVE.complete('Squat', 12); TOVIN_NATIVE.complete();"
         "TOVIN_NATIVE.saveSettings({ triggerAfterMinutes: 20, weekdays: [1, 7], lockoutWorkoutId: 'classic-7' });"
@@ -109,23 +108,23 @@ TEST_F(WebViewTest, TheBridgeIsThereForTheFirstScriptAndEveryFunctionLandsInTheF
         "TOVIN_NATIVE.promisesSynced(TOVIN_NATIVE.promises.concat([{date: '2026-02-27T08:00:00Z',"
         "  outcome: 'broken', exercise: 'pushup', reps: 2, cleanReps: 1, reason: 'Genuinely urgent'}]));"
         "TOVIN_NATIVE.setBusy('mid-workout'); 1"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return Settings::busyReason().has_value(); }, 10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return prefs.busyReason().has_value(); }, 10000));
     EXPECT_EQ(completed,
               (QList<std::pair<QString, qint64>>{{u"first sight"_qs, 1}, {u"Squat"_qs, 12}, {QString(), 0}}));
-    EXPECT_EQ(Settings::triggerAfterMinutes(), 20.0);
-    EXPECT_EQ(Settings::activeWeekdays(), (QSet<int>{1, 7}));
-    EXPECT_EQ(Settings::lockoutWorkoutID(), u"classic-7");
+    EXPECT_EQ(prefs.triggerAfterMinutes(), 20.0);
+    EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
+    EXPECT_EQ(prefs.lockoutWorkoutID(), u"classic-7");
     QStringList keys;
-    for (const Block& b : ScheduleStore::load(schedulePath))
+    for (const Block& b : week.load())
         keys.append(b.key());
     EXPECT_EQ(keys, (QStringList{QStringLiteral("09:00|Plan A|workout"), QStringLiteral("16:30|Walk|away")}));
     EXPECT_EQ(changed.count(), 1);
     ASSERT_EQ(ledger.records().size(), 2);
     EXPECT_EQ(ledger.records()[0].exercise, u"pushup"); // oldest first
-    EXPECT_EQ(Settings::busyReason(), u"mid-workout");
-    EXPECT_EQ(Settings::busyUntil(), clock.now().addSecs(180));
+    EXPECT_EQ(prefs.busyReason(), u"mid-workout");
+    EXPECT_EQ(prefs.busyUntil(), clock.now().addSecs(180));
     eval(QStringLiteral("TOVIN_NATIVE.clearBusy(); 1"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !Settings::busyReason().has_value(); }, 10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !prefs.busyReason().has_value(); }, 10000));
 
     // And the other way: the standing reaches a page listener.
     view->showStanding(ledger.standingJSON());

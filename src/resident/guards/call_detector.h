@@ -34,33 +34,34 @@ public:
 };
 
 // A lockout never takes the screen from someone on a call, recording or sharing their screen.
-// Every query asks the platform afresh; nothing is cached.
-namespace CallDetector {
+// Every query asks the platform's probe afresh; nothing is cached.
+class CallDetector {
+public:
+    using State = CallState;
 
-using State = CallState;
+    // Over the platform's probe; without one nothing is ever live.
+    explicit CallDetector(std::shared_ptr<CallProbe> probe = nullptr)
+        : probe_(std::move(probe)) {}
 
-// When set, every query answers from it instead of the hardware (self-check, diagnostics).
-std::optional<State> forcedState();
-void setForcedState(std::optional<State> state);
+    // When set, every query answers from it instead of the hardware (the self-check).
+    std::optional<State> forcedState() const { return forced_; }
+    void setForcedState(std::optional<State> state) { forced_ = std::move(state); }
 
-// The platform probe, installed by the application at start-up. Without one (or with null)
-// nothing is ever live.
-void setProbe(std::shared_ptr<CallProbe> probe);
+    // One reading of every source, for callers that need them together.
+    State current() const;
+    bool isBusy() const { return isBusy(current()); }
+    QString explanation() const { return explanation(current()); }
+    int inputDeviceCount() const;
+    QStringList sources() const;
 
-bool microphoneIsLive();
-bool cameraIsLive();
-bool screenIsShared();
-// One reading of every source, for callers that need them together.
-State current();
-bool isBusy();
-constexpr bool isBusy(bool mic, bool camera) { return mic || camera; }
-bool isBusy(const State& state);
-QString explanation();
-QString explanation(bool mic, bool camera);
-QString explanation(const State& state);
-int inputDeviceCount();
-QStringList sources();
+    static constexpr bool isBusy(bool mic, bool camera) { return mic || camera; }
+    static bool isBusy(const State& state);
+    static QString explanation(bool mic, bool camera);
+    static QString explanation(const State& state);
 
-} // namespace CallDetector
+private:
+    std::shared_ptr<CallProbe> probe_;
+    std::optional<State> forced_;
+};
 
 } // namespace tovin

@@ -4,8 +4,13 @@
 
 namespace tovin {
 
-UsageWatcher::UsageWatcher(Clock& clock, IdleSource& idle, QObject* parent)
-    : QObject(parent), clock_(clock), idle_(idle), lastTick_(clock.now()) {}
+UsageWatcher::UsageWatcher(Clock& clock, IdleSource& idle, const Preferences& preferences,
+                           QObject* parent)
+    : QObject(parent)
+    , clock_(clock)
+    , idle_(idle)
+    , prefs_(preferences)
+    , lastTick_(clock.now()) {}
 
 void UsageWatcher::start() {
     if (running_)
@@ -32,7 +37,7 @@ void UsageWatcher::sample() {
     const double elapsed = double(lastTick_.msecsTo(now)) / 1000.0;
     lastTick_ = now;
     const double idle = idle_.secondsSinceLastInput();
-    const double resetAfter = Settings::idleResetsAfterMinutes() * 60.0;
+    const double resetAfter = prefs_.idleResetsAfterMinutes() * 60.0;
 
     // Away long enough, or the machine slept (or the timer stalled) that long: start again.
     if (idle >= resetAfter || elapsed >= resetAfter) {
@@ -41,7 +46,7 @@ void UsageWatcher::sample() {
     }
     if (idle < 30.0) {
         activeSeconds_ += elapsed;
-        if (activeSeconds_ >= Settings::triggerAfterMinutes() * 60.0) {
+        if (activeSeconds_ >= prefs_.triggerAfterMinutes() * 60.0) {
             activeSeconds_ = 0;
             Q_EMIT due();
         }

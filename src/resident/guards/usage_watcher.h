@@ -14,12 +14,15 @@ namespace tovin {
 // count starts again); stepping away for idleResetsAfterMinutes wipes the count. A pause of
 // between 30 seconds and that threshold neither counts nor resets, so stopping to read does
 // not restart the stretch.
+class Preferences;
+
 class UsageWatcher final : public QObject {
     Q_OBJECT
 public:
     static constexpr double sampleSeconds = 15;
 
-    UsageWatcher(Clock& clock, IdleSource& idle, QObject* parent = nullptr);
+    UsageWatcher(Clock& clock, IdleSource& idle, const Preferences& preferences,
+                 QObject* parent = nullptr);
 
     void start();
     void stop();
@@ -34,6 +37,7 @@ Q_SIGNALS:
 private:
     Clock& clock_;
     IdleSource& idle_;
+    const Preferences& prefs_;
     std::unique_ptr<Timer> timer_;
     double activeSeconds_ = 0;
     QDateTime lastTick_;

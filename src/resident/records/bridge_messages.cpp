@@ -14,9 +14,11 @@
 
 namespace tovin {
 
-QJsonObject BridgeMessages::nativeState(PageMode mode, bool shown, const std::optional<QString>& blockLabel,
-                                        const QString& schedulePath, const PromiseLedger& ledger) {
-    QList<int> weekdays(Settings::activeWeekdays().cbegin(), Settings::activeWeekdays().cend());
+QJsonObject BridgeMessages::nativeState(PageMode mode, bool shown,
+                                        const std::optional<QString>& blockLabel,
+                                        const ScheduleStore& week, const PromiseLedger& ledger,
+                                        const Preferences& prefs_) {
+    QList<int> weekdays(prefs_.activeWeekdays().cbegin(), prefs_.activeWeekdays().cend());
     std::sort(weekdays.begin(), weekdays.end());
     QJsonArray days;
     for (int d : weekdays)
@@ -25,16 +27,16 @@ QJsonObject BridgeMessages::nativeState(PageMode mode, bool shown, const std::op
         {QStringLiteral("mode"), toString(mode)},
         {QStringLiteral("shown"), shown},
         {QStringLiteral("blockLabel"), blockLabel ? QJsonValue(*blockLabel) : QJsonValue(QJsonValue::Null)},
-        {QStringLiteral("blocks"), QJsonDocument::fromJson(ScheduleStore::encodeBlockList(ScheduleStore::load(schedulePath))).array()},
+        {QStringLiteral("blocks"), QJsonDocument::fromJson(ScheduleStore::encodeBlockList(week.load())).array()},
         {QStringLiteral("schedule"), QJsonObject{{QStringLiteral("weekdays"), days},
-                                  {QStringLiteral("fromMinute"), Settings::activeFromMinute()},
-                                  {QStringLiteral("toMinute"), Settings::activeToMinute()},
-                                  {QStringLiteral("triggerAfterMinutes"), Settings::triggerAfterMinutes()}}},
-        {QStringLiteral("onboarded"), Settings::hasOnboarded()},
+                                  {QStringLiteral("fromMinute"), prefs_.activeFromMinute()},
+                                  {QStringLiteral("toMinute"), prefs_.activeToMinute()},
+                                  {QStringLiteral("triggerAfterMinutes"), prefs_.triggerAfterMinutes()}}},
+        {QStringLiteral("onboarded"), prefs_.hasOnboarded()},
         {QStringLiteral("promises"), QJsonDocument::fromJson(ledger.asBridgeJSON().toUtf8()).array()},
     };
     // Absent, not null: the page reads "no workout chosen" as undefined.
-    if (const auto workout = Settings::lockoutWorkoutID())
+    if (const auto workout = prefs_.lockoutWorkoutID())
         native.insert(u"lockoutWorkoutId", *workout);
     return native;
 }
@@ -80,11 +82,11 @@ void BridgeMessages::busy(const QJsonObject& m) {
     const QJsonValue reason = m.value(u"reason");
     const QString why = reason.isString() ? reason.toString() : QString();
     if (why.isEmpty()) {
-        Settings::setBusyUntil(std::nullopt);
-        Settings::setBusyReason(std::nullopt);
+        prefs_.setBusyUntil(std::nullopt);
+        prefs_.setBusyReason(std::nullopt);
     } else {
-        Settings::setBusyUntil(clock_.now().addMSecs(qint64(Settings::busyGrace * 1000)));
-        Settings::setBusyReason(why);
+        prefs_.setBusyUntil(clock_.now().addMSecs(qint64(Settings::busyGrace * 1000)));
+        prefs_.setBusyReason(why);
     }
 }
 
@@ -95,7 +97,7 @@ void BridgeMessages::setWorkoutPlan(const QJsonObject& m) {
     const auto plan = ScheduleStore::decodeBlockList(text.toString().toUtf8());
     if (!plan)
         return;
-    const bool saved = ScheduleStore::saveWorkoutPlan(*plan, schedulePath_);
+    const bool saved = week_.saveWorkoutPlan(*plan);
     std::printf("[schedule] accepted a plan of %lld workout block(s)%s\n", static_cast<long long>(plan->size()),
                 saved ? "" : " — not saved yet");
     std::fflush(stdout);
@@ -103,7 +105,7 @@ void BridgeMessages::setWorkoutPlan(const QJsonObject& m) {
 
 void BridgeMessages::saveSettings(const QJsonObject& m) {
     if (const QJsonValue id = m.value(u"lockoutWorkoutId"); id.isString())
-        Settings::setLockoutWorkoutID(id.toString().isEmpty() ? std::nullopt
+        prefs_.setLockoutWorkoutID(id.toString().isEmpty() ? std::nullopt
                                                               : std::optional<QString>(id.toString()));
     if (const QJsonValue days = m.value(u"weekdays"); days.isArray()) {
         QSet<int> kept;
@@ -118,19 +120,19 @@ void BridgeMessages::saveSettings(const QJsonObject& m) {
                 kept.insert(int(*day));
         }
         if (allIntegers)
-            Settings::setActiveWeekdays(kept);
+            prefs_.setActiveWeekdays(kept);
     }
     if (const auto from = jsonInteger(m.value(u"fromMinute"), INT_MIN, INT_MAX))
-        Settings::setActiveFromMinute(int(*from));
+        prefs_.setActiveFromMinute(int(*from));
     if (const auto to = jsonInteger(m.value(u"toMinute"), INT_MIN, INT_MAX))
-        Settings::setActiveToMinute(int(*to));
+        prefs_.setActiveToMinute(int(*to));
     if (const auto trigger = jsonReal(m.value(u"triggerAfterMinutes")))
-        Settings::setTriggerAfterMinutes(std::max(5.0, *trigger));
+        prefs_.setTriggerAfterMinutes(std::max(5.0, *trigger));
     if (const QJsonValue onboarded = m.value(u"onboarded"); onboarded.isBool())
-        Settings::setHasOnboarded(onboarded.toBool());
+        prefs_.setHasOnboarded(onboarded.toBool());
     if (const auto days = jsonInteger(m.value(u"retestDueInDays"))) {
-        Settings::setRetestDueInDays(*days);
-        Settings::setRetestReportedAt(clock_.now());
+        prefs_.setRetestDueInDays(*days);
+        prefs_.setRetestReportedAt(clock_.now());
     }
     Q_EMIT settingsSaved();
 }

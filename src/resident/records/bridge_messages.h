@@ -12,7 +12,9 @@
 
 namespace tovin {
 
+class Preferences;
 class PromiseLedger;
+class ScheduleStore;
 
 // The two halves of the page's contract that are data, not drawing: what the page is told at
 // boot (window.TOVIN_NATIVE's values), and what its messages change. The page and whatever
@@ -20,13 +22,21 @@ class PromiseLedger;
 class BridgeMessages final : public QObject {
     Q_OBJECT
 public:
-    // Where the messages land: the person's week, their ledger, the clock for the busy mark.
-    BridgeMessages(QString schedulePath, PromiseLedger& ledger, Clock& clock, QObject* parent = nullptr)
-        : QObject(parent), schedulePath_(std::move(schedulePath)), ledger_(ledger), clock_(clock) {}
+    // Where the messages land: the person's week, their ledger and preferences, the clock for
+    // the busy mark.
+    BridgeMessages(ScheduleStore& week, PromiseLedger& ledger, Preferences& preferences,
+                   Clock& clock, QObject* parent = nullptr)
+        : QObject(parent)
+        , week_(week)
+        , ledger_(ledger)
+        , prefs_(preferences)
+        , clock_(clock) {}
 
     // The data half of TOVIN_NATIVE, from the settings, the week and the ledger now.
-    static QJsonObject nativeState(PageMode mode, bool shown, const std::optional<QString>& blockLabel,
-                                   const QString& schedulePath, const PromiseLedger& ledger);
+    static QJsonObject nativeState(PageMode mode, bool shown,
+                                   const std::optional<QString>& blockLabel,
+                                   const ScheduleStore& week, const PromiseLedger& ledger,
+                                   const Preferences& preferences);
 
     // One page message: {"type": …, …}. Malformed messages and unknown types are dropped.
     void apply(const QJsonObject& message);
@@ -34,8 +44,7 @@ public:
 Q_SIGNALS:
     // A finished workout: told here, recorded by whoever runs the lockout.
     void workoutCompleted(const QString& exercise, qint64 reps);
-    // The page saved the person's settings (the week announces itself through the schedule's
-    // own notifier).
+    // The page saved the person's settings (the week announces itself through its store).
     void settingsSaved();
 
 private:
@@ -45,8 +54,9 @@ private:
     void setWorkoutPlan(const QJsonObject& m);
     void saveSettings(const QJsonObject& m);
 
-    QString schedulePath_;
+    ScheduleStore& week_;
     PromiseLedger& ledger_;
+    Preferences& prefs_;
     Clock& clock_;
 };
 

@@ -43,7 +43,8 @@ QString recordLine(const PromiseRecord& r, const Calendar& calendar) {
 
 } // namespace
 
-QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar) {
+QString why(const WhySources& sources, const Preferences& prefs, const Journal& journal,
+            const Clock& clock, const Calendar& calendar) {
     const QDateTime now = clock.now();
     QString text;
     QTextStream out(&text);
@@ -77,8 +78,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
     out << '\n';
 
     TickState state;
-    if (Settings::isBusy(now))
-        state.holdOff = Settings::busyReason().value_or(QStringLiteral("marked busy"));
+    if (prefs.isBusy(now))
+        state.holdOff = prefs.busyReason().value_or(QStringLiteral("marked busy"));
     const Tick tick = schedule.tick(now, {}, state, calendar);
     out << "Decision now (assuming nothing has fired today)\n";
     out << "  " << tick.summary() << '\n';
@@ -90,19 +91,19 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
 
     out << "Guards\n";
     out << "  quiet hours allow now: "
-        << (Settings::scheduleAllows(now, calendar) ? "yes" : "NO — usage watcher suppressed")
+        << (prefs.scheduleAllows(now, calendar) ? "yes" : "NO — usage watcher suppressed")
         << '\n';
-    if (Settings::isBusy(now)) {
-        out << "  busy: YES — " << Settings::busyReason().value_or(QStringLiteral("no reason given"))
-            << ", until " << formatLocal(*Settings::busyUntil(), calendar, QStringLiteral("HH:mm:ss"))
+    if (prefs.isBusy(now)) {
+        out << "  busy: YES — " << prefs.busyReason().value_or(QStringLiteral("no reason given"))
+            << ", until " << formatLocal(*prefs.busyUntil(), calendar, QStringLiteral("HH:mm:ss"))
             << '\n';
     } else {
         out << "  busy: no\n";
     }
-    out << "  onboarded: " << (Settings::hasOnboarded() ? "yes" : "NO — setup never completed")
+    out << "  onboarded: " << (prefs.hasOnboarded() ? "yes" : "NO — setup never completed")
         << '\n';
-    const auto reportedAt = Settings::retestReportedAt();
-    const qint64 dueInDays = Settings::retestDueInDays();
+    const auto reportedAt = prefs.retestReportedAt();
+    const qint64 dueInDays = prefs.retestDueInDays();
     // Overdue means what the scheduler would act on: a report older than a week is stale and
     // never fires a retest, so it is not called overdue here either.
     if (reportedAt && dueInDays < 1 && reportedAt->secsTo(now) < Settings::retestStaleAfterSeconds) {
@@ -134,8 +135,8 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         out << '\n';
     }
 
-    const QStringList lines = Journal::tail(30);
-    out << "Journal — last " << lines.size() << " line(s)  (" << Journal::url() << ")\n";
+    const QStringList lines = journal.tail(30);
+    out << "Journal — last " << lines.size() << " line(s)  (" << journal.url() << ")\n";
     if (lines.isEmpty()) {
         out << "  empty — which means one of two things, and they are not the same:\n";
         out << "   • the running instance predates journalling; relaunch to start recording, or\n";
@@ -147,13 +148,6 @@ QString why(const WhySources& sources, const Clock& clock, const Calendar& calen
         out << "  " << line << '\n';
     out.flush();
     return text;
-}
-
-QString why(const QString& updates, const QString& shield, const QString& idle,
-            const QStringList& calls) {
-    return why({ScheduleStore::url(), InstanceRecord::defaultPath(), &PromiseLedger::shared(),
-                updates, shield, idle, calls},
-               Clock::system(), Calendar::system());
 }
 
 } // namespace tovin::Diagnostics

@@ -8,6 +8,8 @@
 
 namespace tovin {
 
+class Journal;
+class Preferences;
 class PromiseLedger;
 
 // The plain-text answer to "why didn't it fire?", printed by `tovin --why`. It reads the
@@ -18,6 +20,7 @@ struct WhySources {
     QString schedulePath;
     QString instancePath;
     const PromiseLedger* ledger = nullptr;
+
     // Where updates come from (the updater's summary); no line when empty.
     QString updates;
     // What the shield holds on this desktop; no line when empty.
@@ -29,11 +32,8 @@ struct WhySources {
     QStringList calls;
 };
 
-QString why(const WhySources& sources, const Clock& clock, const Calendar& calendar);
-
-// The same report over the person's real files.
-QString why(const QString& updates = {}, const QString& shield = {}, const QString& idle = {},
-            const QStringList& calls = {});
+QString why(const WhySources& sources, const Preferences& preferences, const Journal& journal,
+            const Clock& clock, const Calendar& calendar);
 
 } // namespace Diagnostics
 } // namespace tovin

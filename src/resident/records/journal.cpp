@@ -19,28 +19,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
-namespace tovin::Journal {
+namespace tovin {
 
 namespace {
-
-struct Memory {
-    QString message;
-    qint64 writtenAtMs = 0;
-};
-
-struct JournalState {
-    std::mutex lock;
-    const Clock* clock = &Clock::system();
-    std::optional<QString> overridePath;
-    QString defaultPath;
-    QHash<QString, Memory> lastState;
-    QByteArray pidText = QByteArray::number(qint64(::getpid()));
-};
-
-JournalState& journal() {
-    static JournalState s;
-    return s;
-}
 
 void toSystemLog(const QString& tag, const QString& message) {
     static const bool opened = [] {
@@ -52,21 +33,13 @@ void toSystemLog(const QString& tag, const QString& message) {
     ::syslog(LOG_NOTICE, "%s", text.constData());
 }
 
-QString pathLocked(JournalState& s) {
-    if (s.overridePath)
-        return *s.overridePath;
-    if (s.defaultPath.isEmpty())
-        s.defaultPath = paths::dataDir() + u"/tovin.log";
-    return s.defaultPath;
-}
-
 // Keeps the newer half of an oversized file: split at every newline keeping empty pieces (the
 // empty piece after the final newline counts), keep the last ⌊n/2⌋, join. Works on bytes, so a
 // file someone corrupted with invalid UTF-8 is still bounded.
 void rotateIfNeeded(const QString& path, qint64 size) {
-    if (size <= rotateAboveBytes)
+    if (size <= Journal::rotateAboveBytes)
         return;
-    const auto bytes = readWholeFile(path, 64 * rotateAboveBytes);
+    const auto bytes = readWholeFile(path, 64 * Journal::rotateAboveBytes);
     if (!bytes)
         return;
     const QList<QByteArray> pieces = bytes->split('\n');
@@ -84,9 +57,9 @@ void rotateIfNeeded(const QString& path, qint64 size) {
 // A line is bounded, so halving an oversized file always keeps the recent lines: one huge
 // message (a block label of a megabyte) must not leave nothing to keep.
 QString bounded(const QString& message) {
-    if (message.size() <= maxMessageChars)
+    if (message.size() <= Journal::maxMessageChars)
         return message;
-    QString text = message.left(maxMessageChars);
+    QString text = message.left(Journal::maxMessageChars);
     if (text.back().isHighSurrogate())
         text.chop(1);
     return text + u" … [cut " + QString::number(message.size() - text.size()) + u" characters]";
@@ -118,12 +91,23 @@ int openForAppend(const QByteArray& nativePath) {
     return ::open(nativePath.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
 }
 
-void writeLocked(JournalState& s, const QString& tag, const QString& text, bool unchanged) {
+
+} // namespace
+
+Journal::Journal(QString path, const Clock& clock)
+    : path_(std::move(path))
+    , clock_(clock) {}
+
+QString Journal::defaultPath() {
+    return paths::dataDir() + u"/tovin.log";
+}
+
+void Journal::writeLocked(const QString& tag, const QString& text, bool unchanged) {
     QByteArray line;
     line.reserve(64 + text.size() * 3);
-    line += formatIsoSeconds(s.clock->now()).toLatin1();
+    line += formatIsoSeconds(clock_.now()).toLatin1();
     line += "  [";
-    line += s.pidText;
+    line += QByteArray::number(qint64(::getpid()));
     line += "] [";
     line += tag.toUtf8();
     line += "] ";
@@ -132,7 +116,7 @@ void writeLocked(JournalState& s, const QString& tag, const QString& text, bool 
         line += "  (unchanged)";
     line += '\n';
 
-    const QString path = pathLocked(s);
+    const QString& path = path_;
     const QByteArray nativePath = QFile::encodeName(path);
     int fd = openForAppend(nativePath);
     if (fd < 0) {
@@ -164,62 +148,39 @@ void writeLocked(JournalState& s, const QString& tag, const QString& text, bool 
         rotateIfNeeded(path, qint64(st.st_size));
 }
 
-} // namespace
 
-namespace {
-std::function<void(const QString&, const QString&)>& forwarded() {
-    static std::function<void(const QString&, const QString&)> forward;
-    return forward;
-}
-} // namespace
-
-void setForward(std::function<void(const QString& tag, const QString& message)> forward) {
-    forwarded() = std::move(forward);
-}
-
-void note(const QString& rawTag, const QString& message) {
-    if (const auto& forward = forwarded()) {
-        forward(rawTag, message);
-        return;
-    }
+void Journal::note(const QString& rawTag, const QString& message) {
     const QString tag = cleanTag(rawTag);
     const QString text = oneLine(bounded(message));
     toSystemLog(tag, text);
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    writeLocked(s, tag, text, false);
+    std::lock_guard guard(lock_);
+    writeLocked(tag, text, false);
 }
 
-void state(const QString& rawTag, const QString& fullMessage, double heartbeat) {
+void Journal::state(const QString& rawTag, const QString& fullMessage, double heartbeat) {
     const QString tag = cleanTag(rawTag);
     const QString message = oneLine(bounded(fullMessage));
-    JournalState& s = journal();
     {
-        std::lock_guard guard(s.lock);
-        const qint64 nowMs = s.clock->now().toMSecsSinceEpoch();
-        auto it = s.lastState.find(tag);
-        const bool same = it != s.lastState.end() && it->message == message;
+        std::lock_guard guard(lock_);
+        const qint64 nowMs = clock_.now().toMSecsSinceEpoch();
+        auto it = lastState_.find(tag);
+        const bool same = it != lastState_.end() && it->message == message;
         if (same && double(nowMs - it->writtenAtMs) < heartbeat * 1000.0)
             return;
-        if (it == s.lastState.end())
-            it = s.lastState.insert(tag, {});
+        if (it == lastState_.end())
+            it = lastState_.insert(tag, {});
         it->message = message;
         it->writtenAtMs = nowMs;
-        writeLocked(s, tag, message, same);
+        writeLocked(tag, message, same);
     }
     toSystemLog(tag, message);
 }
 
-QStringList tail(int n) {
+QStringList Journal::tail(int n) const {
     if (n <= 0)
         return {};
-    QString path;
-    {
-        JournalState& s = journal();
-        std::lock_guard guard(s.lock);
-        path = pathLocked(s);
-    }
-    const auto bytes = readWholeFile(path, 64 * rotateAboveBytes);
+    // Written whole under the lock, so a read without it sees whole lines.
+    const auto bytes = readWholeFile(path_, 64 * rotateAboveBytes);
     if (!bytes)
         return {};
     QStringList lines;
@@ -231,34 +192,4 @@ QStringList tail(int n) {
     return lines;
 }
 
-QString url() {
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    return pathLocked(s);
-}
-
-std::optional<QString> overrideURL() {
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    return s.overridePath;
-}
-
-void setOverrideURL(const std::optional<QString>& path) {
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    s.overridePath = path;
-}
-
-void resetForTesting() {
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    s.lastState.clear();
-}
-
-void setClock(const Clock* clock) {
-    JournalState& s = journal();
-    std::lock_guard guard(s.lock);
-    s.clock = clock ? clock : &Clock::system();
-}
-
-} // namespace tovin::Journal
+} // namespace tovin

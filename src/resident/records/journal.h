@@ -2,11 +2,11 @@
 
 #include "core/clock.h"
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
-#include <functional>
-#include <optional>
+#include <mutex>
 
 namespace tovin {
 
@@ -22,34 +22,37 @@ namespace tovin {
 // All file work is serialised under one lock and each call waits for it, so a line is in the
 // file when note() or state() returns, whichever thread called. Errors are swallowed: the
 // journal never disturbs the program.
-namespace Journal {
+class Journal {
+public:
+    static constexpr double defaultHeartbeat = 1800; // seconds
+    // Above this size the file is halved after a write, keeping the newer half.
+    static constexpr qint64 rotateAboveBytes = 524288;
+    // A longer message is cut, with a visible marker saying how much went.
+    static constexpr qsizetype maxMessageChars = 2000;
 
-inline constexpr double defaultHeartbeat = 1800; // seconds
-// Above this size the file is halved after a write, keeping the newer half.
-inline constexpr qint64 rotateAboveBytes = 524288;
-// A longer message is cut, with a visible marker saying how much went.
-inline constexpr qsizetype maxMessageChars = 2000;
+    // The journal in this file (tovin.log in Tovin's data folder for the person's own), stamped
+    // by this clock.
+    explicit Journal(QString path = defaultPath(), const Clock& clock = Clock::system());
+    static QString defaultPath();
 
-void note(const QString& tag, const QString& message);
-void state(const QString& tag, const QString& message, double heartbeat = defaultHeartbeat);
+    void note(const QString& tag, const QString& message);
+    void state(const QString& tag, const QString& message, double heartbeat = defaultHeartbeat);
 
-// The last n non-empty lines, oldest first; empty for a missing or unreadable file.
-QStringList tail(int n);
+    // The last n non-empty lines, oldest first; empty for a missing or unreadable file.
+    QStringList tail(int n) const;
+    // The file written.
+    const QString& url() const { return path_; }
 
-// The file in use: the override when set, else tovin.log in Tovin's data folder.
-QString url();
-std::optional<QString> overrideURL();
-// Points the journal somewhere else (the self-check uses a throw-away file); none restores it.
-void setOverrideURL(const std::optional<QString>& path);
+private:
+    void writeLocked(const QString& tag, const QString& text, bool unchanged);
 
-// In a process that only draws, notes go to the process that keeps the journal instead of the
-// file: one writer, so rotation never races another process. None restores the file.
-void setForward(std::function<void(const QString& tag, const QString& message)> forward);
-
-// Forgets what state() last wrote for every tag.
-void resetForTesting();
-// The clock for timestamps and heartbeats; null restores the system clock.
-void setClock(const Clock* clock);
-
-} // namespace Journal
+    struct Memory {
+        QString message;
+        qint64 writtenAtMs = 0;
+    };
+    const QString path_;
+    const Clock& clock_;
+    std::mutex lock_;
+    QHash<QString, Memory> lastState_;
+};
 } // namespace tovin

@@ -66,13 +66,8 @@ QList<PromiseRecord> PromiseLedger::merged(const QList<PromiseRecord>& preferred
     return all;
 }
 
-PromiseLedger& PromiseLedger::shared() {
-    static PromiseLedger* ledger = [] {
-        const QString path = paths::dataDir() + u"/promises.json";
-        migrateLegacy(path, paths::legacyLedgerFile());
-        return new PromiseLedger(path);
-    }();
-    return *ledger;
+QString PromiseLedger::defaultPath() {
+    return paths::dataDir() + u"/promises.json";
 }
 
 void PromiseLedger::migrateLegacy(const QString& path, const QString& legacyPath) {
@@ -82,7 +77,10 @@ void PromiseLedger::migrateLegacy(const QString& path, const QString& legacyPath
     QFile::copy(legacyPath, path);
 }
 
-PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
+PromiseLedger::PromiseLedger(QString path, Journal* journal, SaveFailures* failures)
+    : path_(std::move(path))
+    , journal_(journal)
+    , failures_(failures) {
     // Only a file can be unreadable; anything else in its place (a folder) simply fails to be
     // written over, and the save says why.
     if (!QFileInfo(path_).isFile())
@@ -107,12 +105,18 @@ PromiseLedger::PromiseLedger(QString path) : path_(std::move(path)) {
 }
 
 PromiseLedger::~PromiseLedger() {
-    SaveFailures::forget(path_);
+    if (failures_)
+        failures_->forget(path_);
+}
+
+void PromiseLedger::note(const QString& message) const {
+    if (journal_)
+        journal_->note(QStringLiteral("ledger"), message);
 }
 
 void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
     if (rehearsal) {
-        Journal::note(QStringLiteral("ledger"), u"rehearsal — " + promise.exercise +
+        note(u"rehearsal — " + promise.exercise +
                                                     u" not recorded");
         return;
     }
@@ -129,7 +133,7 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
         PromiseJson::appendPretty(encoded_, promise);
     records_.append(std::move(promise));
     const bool saved = saveLocked(lock);
-    Journal::note(QStringLiteral("ledger"), outcome + u" — " + exercise + u" (now " +
+    note(outcome + u" — " + exercise + u" (now " +
                                                 QString::number(tovin()) + u" tovin / " +
                                                 QString::number(records_.size()) + u" total)" +
                                                 (saved ? QString() : QStringLiteral(" — not saved yet")));
@@ -176,12 +180,14 @@ bool PromiseLedger::saveLocked(const FileLock& lock) {
     if (!written) {
         // Nothing is dropped: the records stay here and are written by the next save, or by the
         // retry on the next tick, whichever comes first.
-        SaveFailures::failed(path_, QStringLiteral("your promises"), QStringLiteral("ledger"), reason,
-                             [this] { return save(); });
+        if (failures_)
+            failures_->failed(path_, QStringLiteral("your promises"), QStringLiteral("ledger"),
+                              reason, [this] { return save(); });
         return false;
     }
     diskVersion_ = versionOf(path_);
-    SaveFailures::succeeded(path_);
+    if (failures_)
+        failures_->succeeded(path_);
     return true;
 }
 
@@ -196,7 +202,7 @@ bool PromiseLedger::writeOut(QString* reason) {
             return false;
         }
         if (!copy.isEmpty())
-            Journal::note(QStringLiteral("ledger"), u"unreadable ledger kept as " + copy);
+            note(u"unreadable ledger kept as " + copy);
         unreadableOnDisk_ = false;
     }
     if (!encodedValid_) {

@@ -8,6 +8,12 @@
 
 namespace tovin {
 
+class Journal;
+class SaveFailures;
+
+class Journal;
+class SaveFailures;
+
 // The person's private record of promises honoured and broken, oldest first, in promises.json.
 // The list only changes through record() (append) and adopt() (replace with a merged set that
 // is at least as large), and each saves the whole file at once, atomically: once record()
@@ -20,11 +26,13 @@ namespace tovin {
 // retry like any failed save.
 class PromiseLedger {
 public:
-    // The one ledger of the process: folder created, legacy file copied, file read, on first use.
-    static PromiseLedger& shared();
-
-    // A ledger over this file, read now. A missing or unreadable file is an empty ledger.
-    explicit PromiseLedger(QString path);
+    // A ledger over this file, read now. A missing or unreadable file is an empty ledger. What
+    // it records is journalled, and saves that fail are retried through `failures` (either may
+    // be none: a ledger read only to be shown needs neither).
+    explicit PromiseLedger(QString path, Journal* journal = nullptr,
+                           SaveFailures* failures = nullptr);
+    // promises.json in Tovin's data folder.
+    static QString defaultPath();
     ~PromiseLedger();
     PromiseLedger(PromiseLedger&&) = default;
     PromiseLedger& operator=(PromiseLedger&&) = default;
@@ -85,7 +93,11 @@ private:
     bool saveLocked(const FileLock& lock);
     bool writeOut(QString* reason);
 
+    void note(const QString& message) const;
+
     QString path_;
+    Journal* journal_ = nullptr;
+    SaveFailures* failures_ = nullptr;
     QList<PromiseRecord> records_;
     // records_ exactly as the file holds them (Pretty), kept so a record is one append.
     QByteArray encoded_;

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <QHash>
+#include <QObject>
 #include <QString>
 
 #include <functional>
+#include <mutex>
 
 namespace tovin {
+
+class Journal;
 
 // Saves of the person's own files (the ledger, the week, the settings) that did not reach the
 // disk: a full disk, a read-only folder, a directory where the file should be. The owner keeps
@@ -12,23 +17,36 @@ namespace tovin {
 // tick until it succeeds, and the owner's own next save ends the episode too. Each episode is
 // journalled when it starts and ends, and the person is told once, when it starts, naming the
 // folder and the reason. Thread-safe; retries run on the thread that calls retryPending().
-namespace SaveFailures {
+class SaveFailures final : public QObject {
+    Q_OBJECT
+public:
+    using Retry = std::function<bool()>;
 
-using Retry = std::function<bool()>;
-using Notifier = std::function<void(const QString& title, const QString& body)>;
+    explicit SaveFailures(Journal& journal, QObject* parent = nullptr);
 
-// `what` names the file for a person ("your promises"); `tag` is the journal's.
-void failed(const QString& path, const QString& what, const QString& tag, const QString& reason,
-            Retry retry);
-void succeeded(const QString& path);
-// An owner that goes away takes its retry with it.
-void forget(const QString& path);
+    // `what` names the file for a person ("your promises"); `tag` is the journal's.
+    void failed(const QString& path, const QString& what, const QString& tag,
+                const QString& reason, Retry retry);
+    void succeeded(const QString& path);
+    // An owner that goes away takes its retry with it.
+    void forget(const QString& path);
 
-void retryPending();
-bool isPending(const QString& path);
+    void retryPending();
+    bool isPending(const QString& path) const;
 
-// How the person is told (a desktop notification, set by the shell); none: only the journal.
-void setNotifier(Notifier notifier);
+Q_SIGNALS:
+    // What the person is told when an episode starts (a desktop notification, in the app).
+    // Emitted on the thread whose save failed.
+    void tellPerson(const QString& title, const QString& body);
 
-} // namespace SaveFailures
+private:
+    struct Pending {
+        QString tag;
+        Retry retry;
+    };
+    Journal& journal_;
+    mutable std::mutex mutex_;
+    QHash<QString, Pending> pending_;
+};
+
 } // namespace tovin

@@ -7,9 +7,10 @@
 
 namespace tovin {
 
-ScheduleFileWatch::ScheduleFileWatch(QString path, QObject* parent)
+ScheduleFileWatch::ScheduleFileWatch(ScheduleStore& store, QObject* parent)
     : QObject(parent)
-    , path_(std::move(path)) {
+    , store_(store)
+    , path_(store.url()) {
     known_ = readBytes();
     settle_.setSingleShot(true);
     settle_.setInterval(settleMs);
@@ -19,8 +20,7 @@ ScheduleFileWatch::ScheduleFileWatch(QString path, QObject* parent)
             qOverload<>(&QTimer::start));
     // A save of Tovin's own is announced already; remember what it wrote so the file event it
     // causes is not taken for a hand edit.
-    connect(ScheduleChangeNotifier::instance(), &ScheduleChangeNotifier::tovinScheduleChanged, this,
-            [this] { known_ = readBytes(); });
+    connect(&store_, &ScheduleStore::changed, this, [this] { known_ = readBytes(); });
     rewatch();
 }
 
@@ -44,7 +44,7 @@ void ScheduleFileWatch::changed() {
     if (now == known_)
         return;
     known_ = now;
-    Q_EMIT ScheduleChangeNotifier::instance()->tovinScheduleChanged();
+    Q_EMIT store_.changed();
 }
 
 } // namespace tovin

@@ -7,8 +7,10 @@
 
 namespace tovin {
 
+class ScheduleStore;
+
 // Watches the week's file for edits made outside Tovin (the person's own editor) and announces
-// them like a save: tovinScheduleChanged, once per real change. Saves of Tovin's own are already
+// them like a save, through the store's changed(), once per real change. Saves of Tovin's own are already
 // announced and are not announced twice. Editors replace files by renaming, so the folder is
 // watched as well as the file; a burst of writes settles for a moment before it is read.
 class ScheduleFileWatch final : public QObject {
@@ -16,13 +18,14 @@ class ScheduleFileWatch final : public QObject {
 public:
     static constexpr int settleMs = 250;
 
-    explicit ScheduleFileWatch(QString path, QObject* parent = nullptr);
+    explicit ScheduleFileWatch(ScheduleStore& store, QObject* parent = nullptr);
 
 private:
     void changed();
     void rewatch();
     QByteArray readBytes() const;
 
+    ScheduleStore& store_;
     QString path_;
     QFileSystemWatcher watcher_;
     QTimer settle_;

@@ -17,19 +17,6 @@
 
 namespace tovin {
 
-ScheduleChangeNotifier* ScheduleChangeNotifier::instance() {
-    static ScheduleChangeNotifier* notifier = [] {
-        auto* n = new ScheduleChangeNotifier;
-        // Lives as long as the process; parented to the application when there is one so it
-        // is torn down with it in the right thread.
-        if (QCoreApplication::instance())
-            n->setParent(QCoreApplication::instance());
-        return n;
-    }();
-    return notifier;
-}
-
-namespace ScheduleStore {
 
 namespace {
 
@@ -93,36 +80,51 @@ QJsonObject encodeBlock(const Block& block) {
     return o;
 }
 
+} // namespace
+
+ScheduleStore::ScheduleStore(QString path, SaveFailures* failures, QObject* parent)
+    : QObject(parent)
+    , path_(std::move(path))
+    , failures_(failures) {}
+
+ScheduleStore::~ScheduleStore() {
+    if (failures_)
+        failures_->forget(path_);
+}
+
+QString ScheduleStore::defaultPath() {
+    return paths::dataDir() + u"/schedule.json";
+}
+
+namespace {
 bool write(const QList<Block>& blocks, const QString& path, QString* reason) {
     // A file the person broke by hand is kept aside before the setup window's week replaces it;
     // without that copy it is not replaced at all.
     if (QFileInfo::exists(path)) {
         const auto bytes = readWholeFile(path, maxScheduleBytes);
-        if ((!bytes || !decode(*bytes)) && keepUnreadableCopy(path).isEmpty()) {
+        if ((!bytes || !ScheduleStore::decode(*bytes)) && keepUnreadableCopy(path).isEmpty()) {
             *reason = QStringLiteral("the unreadable week could not be copied aside first");
             return false;
         }
     }
-    return writeFileAtomically(path, encode(blocks), reason);
-}
-
-// Writes the week, or keeps it for the retry on every tick; announces it once it is on disk.
-bool writeAndAnnounce(const QList<Block>& blocks, const QString& path) {
-    QString reason;
-    if (!write(blocks, path, &reason)) {
-        SaveFailures::failed(path, QStringLiteral("your week"), QStringLiteral("schedule"), reason,
-                             [blocks, path] { return writeAndAnnounce(blocks, path); });
-        return false;
-    }
-    SaveFailures::succeeded(path);
-    Q_EMIT ScheduleChangeNotifier::instance()->tovinScheduleChanged();
-    return true;
+    return writeFileAtomically(path, ScheduleStore::encode(blocks), reason);
 }
 
 } // namespace
 
-QString url() {
-    return paths::dataDir() + u"/schedule.json";
+// Writes the week, or keeps it for the retry on every tick; announces it once it is on disk.
+bool ScheduleStore::writeAndAnnounce(const QList<Block>& blocks) {
+    QString reason;
+    if (!write(blocks, path_, &reason)) {
+        if (failures_)
+            failures_->failed(path_, QStringLiteral("your week"), QStringLiteral("schedule"),
+                              reason, [this, blocks] { return writeAndAnnounce(blocks); });
+        return false;
+    }
+    if (failures_)
+        failures_->succeeded(path_);
+    Q_EMIT changed();
+    return true;
 }
 
 namespace {
@@ -147,7 +149,7 @@ QJsonArray encodeArray(const QList<Block>& blocks) {
 }
 } // namespace
 
-std::optional<QList<Block>> decode(const QByteArray& bytes) {
+std::optional<QList<Block>> ScheduleStore::decode(const QByteArray& bytes) {
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !doc.isObject())
@@ -155,7 +157,7 @@ std::optional<QList<Block>> decode(const QByteArray& bytes) {
     return decodeArray(doc.object().value(u"blocks"));
 }
 
-std::optional<QList<Block>> decodeBlockList(const QByteArray& bytes) {
+std::optional<QList<Block>> ScheduleStore::decodeBlockList(const QByteArray& bytes) {
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !doc.isArray())
@@ -163,53 +165,53 @@ std::optional<QList<Block>> decodeBlockList(const QByteArray& bytes) {
     return decodeArray(doc.array());
 }
 
-QByteArray encodeBlockList(const QList<Block>& blocks) {
+QByteArray ScheduleStore::encodeBlockList(const QList<Block>& blocks) {
     return QJsonDocument(encodeArray(blocks)).toJson(QJsonDocument::Compact);
 }
 
-QByteArray encode(const QList<Block>& blocks) {
+QByteArray ScheduleStore::encode(const QList<Block>& blocks) {
     QJsonObject root;
     root.insert(u"blocks", encodeArray(blocks));
     // QJsonObject keeps its keys sorted, which is the order the file promises.
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }
 
-void sortByTimeOfDay(QList<Block>& blocks) {
+void ScheduleStore::sortByTimeOfDay(QList<Block>& blocks) {
     std::stable_sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) {
         return a.minuteOfDay().value_or(0) < b.minuteOfDay().value_or(0);
     });
 }
 
-QList<Block> load(const QString& path) {
+QList<Block> ScheduleStore::load(const QString& path) {
     const auto bytes = readWholeFile(path, maxScheduleBytes);
     if (!bytes)
         return {};
     return decode(*bytes).value_or(QList<Block>());
 }
 
-bool saveAll(QList<Block> blocks, const QString& path) {
+bool ScheduleStore::saveAll(QList<Block> blocks) {
     sortByTimeOfDay(blocks);
-    return writeAndAnnounce(blocks, path);
+    return writeAndAnnounce(blocks);
 }
 
-bool saveWorkoutPlan(const QList<Block>& plan, const QString& path) {
+bool ScheduleStore::saveWorkoutPlan(const QList<Block>& plan) {
     QList<Block> week;
-    for (Block& block : load(path)) {
+    for (Block& block : load()) {
         if (block.kind != Block::Kind::Workout)
             week.append(std::move(block));
     }
     week.append(plan);
-    return saveAll(std::move(week), path);
+    return saveAll(std::move(week));
 }
 
-void writeExampleIfMissing(const QString& path) {
+void ScheduleStore::writeExampleIfMissing() {
     // Any file at all, even an unreadable one, is the person's and is left alone.
-    if (QFileInfo::exists(path) || QFileInfo(path).isSymLink())
+    if (QFileInfo::exists(path_) || QFileInfo(path_).isSymLink())
         return;
-    writeFileAtomically(path, encode(exampleWeek()));
+    writeFileAtomically(path_, encode(exampleWeek()));
 }
 
-QList<Block> exampleWeek() {
+QList<Block> ScheduleStore::exampleWeek() {
     return {
         Block{QStringLiteral("13:00"), QStringLiteral("The Classic 7"), Block::Kind::Workout,
               std::nullopt, QList<int>{2, 3, 4, 5, 6}},
@@ -218,5 +220,4 @@ QList<Block> exampleWeek() {
     };
 }
 
-} // namespace ScheduleStore
 } // namespace tovin

@@ -9,188 +9,174 @@
 #include <algorithm>
 #include <climits>
 
-namespace tovin::Settings {
+namespace tovin {
 
-namespace {
+using namespace Settings;
 
-std::shared_ptr<SettingsStore>& currentStore() {
-    static std::shared_ptr<SettingsStore> store;
-    return store;
+QString Settings::defaultStorePath() {
+    return paths::configDir() + u"/settings.json";
 }
 
-QJsonValue read(const QString& key) {
-    return store().value(key);
+Preferences::Preferences(SettingsStore& store, QObject* parent)
+    : QObject(parent)
+    , store_(store) {}
+
+QJsonValue Preferences::read(const QString& key) const {
+    return store_.value(key);
 }
 
-int readInt(const QString& key, int fallback) {
+int Preferences::readInt(const QString& key, int fallback) const {
     return int(jsonInteger(read(key), INT_MIN, INT_MAX).value_or(fallback));
 }
 
-qint64 readInt64(const QString& key, qint64 fallback) {
+qint64 Preferences::readInt64(const QString& key, qint64 fallback) const {
     return jsonInteger(read(key)).value_or(fallback);
 }
 
-double readReal(const QString& key, double fallback) {
+double Preferences::readReal(const QString& key, double fallback) const {
     return jsonReal(read(key)).value_or(fallback);
 }
 
-std::optional<QString> readText(const QString& key) {
+std::optional<QString> Preferences::readText(const QString& key) const {
     const QJsonValue v = read(key);
     if (!v.isString())
         return std::nullopt;
     return v.toString();
 }
 
-std::optional<QDateTime> readInstant(const QString& key) {
+std::optional<QDateTime> Preferences::readInstant(const QString& key) const {
     const QJsonValue v = read(key);
     if (!v.isString())
         return std::nullopt;
     return parseIsoInstant(v.toString());
 }
 
-void writeText(const QString& key, const std::optional<QString>& text) {
-    store().setValue(key, text ? QJsonValue(*text) : QJsonValue(QJsonValue::Undefined));
+void Preferences::write(const QString& key, const QJsonValue& value) {
+    store_.setValue(key, value);
+    Q_EMIT changed(key);
 }
 
-void writeInstant(const QString& key, const std::optional<QDateTime>& at) {
-    if (at && at->isValid())
-        store().setValue(key, formatIsoMillis(*at));
-    else
-        store().remove(key);
+void Preferences::writeText(const QString& key, const std::optional<QString>& text) {
+    write(key, text ? QJsonValue(*text) : QJsonValue(QJsonValue::Undefined));
+}
+
+void Preferences::writeInstant(const QString& key, const std::optional<QDateTime>& at) {
+    write(key, at && at->isValid() ? QJsonValue(formatIsoMillis(*at))
+                                   : QJsonValue(QJsonValue::Undefined));
 }
 
 // Any finite real is stored as given; a non-finite one would not survive JSON, so it is
 // dropped and the default applies.
-void writeReal(const QString& key, double value) {
-    if (std::isfinite(value))
-        store().setValue(key, value);
-    else
-        store().remove(key);
+void Preferences::writeReal(const QString& key, double value) {
+    write(key, std::isfinite(value) ? QJsonValue(value) : QJsonValue(QJsonValue::Undefined));
 }
 
-} // namespace
-
-SettingsStore& store() {
-    auto& s = currentStore();
-    if (!s)
-        s = std::make_shared<JsonFileSettingsStore>(defaultStorePath());
-    return *s;
-}
-
-void setStore(std::shared_ptr<SettingsStore> store) {
-    currentStore() = std::move(store);
-}
-
-QString defaultStorePath() {
-    return paths::configDir() + u"/settings.json";
-}
-
-QString escapePhrase() {
+QString Preferences::escapePhrase() const {
     return readText(Keys::escapePhrase).value_or(QStringLiteral("lark")).toLower();
 }
-void setEscapePhrase(const QString& phrase) {
-    store().setValue(Keys::escapePhrase, phrase.toLower());
+void Preferences::setEscapePhrase(const QString& phrase) {
+    write(Keys::escapePhrase, phrase.toLower());
 }
 
-int requiredCleanReps() {
+int Preferences::requiredCleanReps() const {
     return std::max(1, readInt(Keys::requiredCleanReps, 5));
 }
-void setRequiredCleanReps(int reps) {
-    store().setValue(Keys::requiredCleanReps, reps);
+void Preferences::setRequiredCleanReps(int reps) {
+    write(Keys::requiredCleanReps, reps);
 }
 
-double hintDelay() {
+double Preferences::hintDelay() const {
     return readReal(Keys::hintDelay, 25.0);
 }
-void setHintDelay(double seconds) {
+void Preferences::setHintDelay(double seconds) {
     writeReal(Keys::hintDelay, seconds);
 }
 
-double maxShieldMinutes() {
+double Preferences::maxShieldMinutes() const {
     return std::max(minShieldMinutes, readReal(Keys::maxShieldMinutes, 15.0));
 }
-void setMaxShieldMinutes(double minutes) {
+void Preferences::setMaxShieldMinutes(double minutes) {
     writeReal(Keys::maxShieldMinutes, minutes);
 }
 
-std::optional<QString> lockoutWorkoutID() {
+std::optional<QString> Preferences::lockoutWorkoutID() const {
     return readText(Keys::lockoutWorkoutID);
 }
-void setLockoutWorkoutID(const std::optional<QString>& id) {
+void Preferences::setLockoutWorkoutID(const std::optional<QString>& id) {
     writeText(Keys::lockoutWorkoutID, id);
 }
 
-double triggerAfterMinutes() {
+double Preferences::triggerAfterMinutes() const {
     return readReal(Keys::triggerAfterMinutes, 50.0);
 }
-void setTriggerAfterMinutes(double minutes) {
+void Preferences::setTriggerAfterMinutes(double minutes) {
     writeReal(Keys::triggerAfterMinutes, minutes);
 }
 
-double idleResetsAfterMinutes() {
+double Preferences::idleResetsAfterMinutes() const {
     return readReal(Keys::idleResetsAfterMinutes, 5.0);
 }
-void setIdleResetsAfterMinutes(double minutes) {
+void Preferences::setIdleResetsAfterMinutes(double minutes) {
     writeReal(Keys::idleResetsAfterMinutes, minutes);
 }
 
-double warningSeconds() {
+double Preferences::warningSeconds() const {
     return std::max(10.0, readReal(Keys::warningSeconds, 60.0));
 }
-void setWarningSeconds(double seconds) {
+void Preferences::setWarningSeconds(double seconds) {
     writeReal(Keys::warningSeconds, seconds);
 }
 
-int snoozesPerLockout() {
+int Preferences::snoozesPerLockout() const {
     return readInt(Keys::snoozesPerLockout, 1);
 }
-void setSnoozesPerLockout(int snoozes) {
-    store().setValue(Keys::snoozesPerLockout, snoozes);
+void Preferences::setSnoozesPerLockout(int snoozes) {
+    write(Keys::snoozesPerLockout, snoozes);
 }
 
-double snoozeMinutes() {
+double Preferences::snoozeMinutes() const {
     return readReal(Keys::snoozeMinutes, 10.0);
 }
-void setSnoozeMinutes(double minutes) {
+void Preferences::setSnoozeMinutes(double minutes) {
     writeReal(Keys::snoozeMinutes, minutes);
 }
 
-std::optional<QDateTime> busyUntil() {
+std::optional<QDateTime> Preferences::busyUntil() const {
     return readInstant(Keys::busyUntil);
 }
-void setBusyUntil(const std::optional<QDateTime>& until) {
+void Preferences::setBusyUntil(const std::optional<QDateTime>& until) {
     writeInstant(Keys::busyUntil, until);
 }
 
-std::optional<QString> busyReason() {
+std::optional<QString> Preferences::busyReason() const {
     return readText(Keys::busyReason);
 }
-void setBusyReason(const std::optional<QString>& reason) {
+void Preferences::setBusyReason(const std::optional<QString>& reason) {
     writeText(Keys::busyReason, reason);
 }
 
-qint64 retestDueInDays() {
+qint64 Preferences::retestDueInDays() const {
     return readInt64(Keys::retestDueInDays, retestNever);
 }
-void setRetestDueInDays(qint64 days) {
-    store().setValue(Keys::retestDueInDays, days);
+void Preferences::setRetestDueInDays(qint64 days) {
+    write(Keys::retestDueInDays, days);
 }
 
-std::optional<QDateTime> retestReportedAt() {
+std::optional<QDateTime> Preferences::retestReportedAt() const {
     return readInstant(Keys::retestReportedAt);
 }
-void setRetestReportedAt(const std::optional<QDateTime>& at) {
+void Preferences::setRetestReportedAt(const std::optional<QDateTime>& at) {
     writeInstant(Keys::retestReportedAt, at);
 }
 
-qint64 firedBlocksDay() {
+qint64 Preferences::firedBlocksDay() const {
     return readInt64(Keys::firedBlocksDay, -1);
 }
-void setFiredBlocksDay(qint64 day) {
-    store().setValue(Keys::firedBlocksDay, day);
+void Preferences::setFiredBlocksDay(qint64 day) {
+    write(Keys::firedBlocksDay, day);
 }
 
-QSet<QString> firedBlocks() {
+QSet<QString> Preferences::firedBlocks() const {
     const QJsonValue v = read(Keys::firedBlocks);
     if (!v.isArray())
         return {};
@@ -202,22 +188,22 @@ QSet<QString> firedBlocks() {
     }
     return keys;
 }
-void setFiredBlocks(const QSet<QString>& keys) {
+void Preferences::setFiredBlocks(const QSet<QString>& keys) {
     // Sorted, so the file does not churn between saves of the same set.
     QStringList sorted(keys.cbegin(), keys.cend());
     sorted.sort();
-    store().setValue(Keys::firedBlocks, QJsonArray::fromStringList(sorted));
+    write(Keys::firedBlocks, QJsonArray::fromStringList(sorted));
 }
 
-bool hasOnboarded() {
+bool Preferences::hasOnboarded() const {
     const QJsonValue v = read(Keys::hasOnboarded);
     return v.isBool() && v.toBool();
 }
-void setHasOnboarded(bool onboarded) {
-    store().setValue(Keys::hasOnboarded, onboarded);
+void Preferences::setHasOnboarded(bool onboarded) {
+    write(Keys::hasOnboarded, onboarded);
 }
 
-QSet<int> activeWeekdays() {
+QSet<int> Preferences::activeWeekdays() const {
     static const QSet<int> everyDay{1, 2, 3, 4, 5, 6, 7};
     const QJsonValue v = read(Keys::activeWeekdays);
     if (!v.isArray())
@@ -231,39 +217,39 @@ QSet<int> activeWeekdays() {
     }
     return days.isEmpty() ? everyDay : days;
 }
-void setActiveWeekdays(const QSet<int>& weekdays) {
+void Preferences::setActiveWeekdays(const QSet<int>& weekdays) {
     QList<int> sorted(weekdays.cbegin(), weekdays.cend());
     std::sort(sorted.begin(), sorted.end());
     QJsonArray array;
     for (int day : sorted)
         array.append(day);
-    store().setValue(Keys::activeWeekdays, array);
+    write(Keys::activeWeekdays, array);
 }
 
-int activeFromMinute() {
+int Preferences::activeFromMinute() const {
     return readInt(Keys::activeFromMinute, 540);
 }
-void setActiveFromMinute(int minute) {
-    store().setValue(Keys::activeFromMinute, minute);
+void Preferences::setActiveFromMinute(int minute) {
+    write(Keys::activeFromMinute, minute);
 }
 
-int activeToMinute() {
+int Preferences::activeToMinute() const {
     return readInt(Keys::activeToMinute, 1080);
 }
-void setActiveToMinute(int minute) {
-    store().setValue(Keys::activeToMinute, minute);
+void Preferences::setActiveToMinute(int minute) {
+    write(Keys::activeToMinute, minute);
 }
 
-bool isBusy(const QDateTime& now) {
+bool Preferences::isBusy(const QDateTime& now) const {
     const auto until = busyUntil();
     return until && *until > now;
 }
 
-bool scheduleAllows(const QDateTime& at, const Calendar& calendar) {
-    return scheduleAllows(activeWeekdays(), activeFromMinute(), activeToMinute(), at, calendar);
+bool Preferences::scheduleAllows(const QDateTime& at, const Calendar& calendar) const {
+    return Settings::scheduleAllows(activeWeekdays(), activeFromMinute(), activeToMinute(), at, calendar);
 }
 
-bool scheduleAllows(const QSet<int>& weekdays, int fromMinute, int toMinute, const QDateTime& at,
+bool Settings::scheduleAllows(const QSet<int>& weekdays, int fromMinute, int toMinute, const QDateTime& at,
                     const Calendar& calendar) {
     const auto local = calendar.localTime(at);
     if (!local || !weekdays.contains(local->weekday))
@@ -276,4 +262,4 @@ bool scheduleAllows(const QSet<int>& weekdays, int fromMinute, int toMinute, con
     return m >= fromMinute || m < toMinute;
 }
 
-} // namespace tovin::Settings
+} // namespace tovin

@@ -30,8 +30,10 @@ void MemorySettingsStore::setValue(const QString& key, const QJsonValue& value) 
         values_.insert(key, value);
 }
 
-JsonFileSettingsStore::JsonFileSettingsStore(QString path)
-    : path_(std::move(path)), nativePath_(QFile::encodeName(path_)) {}
+JsonFileSettingsStore::JsonFileSettingsStore(QString path, SaveFailures* failures)
+    : path_(std::move(path))
+    , failures_(failures)
+    , nativePath_(QFile::encodeName(path_)) {}
 
 JsonFileSettingsStore::Identity JsonFileSettingsStore::identityOf(const QByteArray& nativePath) {
     struct stat st {};
@@ -107,20 +109,23 @@ bool JsonFileSettingsStore::writeLocked() {
     }
     ok = ok && writeFileAtomically(path_, QJsonDocument(values_).toJson(QJsonDocument::Indented), &reason);
     if (!ok) {
-        SaveFailures::failed(path_, QStringLiteral("your settings"), QStringLiteral("settings"), reason,
-                             [this] {
-                                 std::lock_guard lock(mutex_);
-                                 return writeLocked();
-                             });
+        if (failures_)
+            failures_->failed(path_, QStringLiteral("your settings"), QStringLiteral("settings"),
+                              reason, [this] {
+                                  std::lock_guard lock(mutex_);
+                                  return writeLocked();
+                              });
         return false;
     }
     identity_ = identityOf(nativePath_);
-    SaveFailures::succeeded(path_);
+    if (failures_)
+        failures_->succeeded(path_);
     return true;
 }
 
 JsonFileSettingsStore::~JsonFileSettingsStore() {
-    SaveFailures::forget(path_);
+    if (failures_)
+        failures_->forget(path_);
 }
 
 } // namespace tovin

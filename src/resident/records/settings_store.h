@@ -8,6 +8,8 @@
 
 namespace tovin {
 
+class SaveFailures;
+
 // A key-value store of typed JSON values behind the settings. Missing keys read as undefined.
 class SettingsStore {
 public:
@@ -43,7 +45,8 @@ private:
 // setting at its default); before the first write replaces it, a copy is kept beside it.
 class JsonFileSettingsStore final : public SettingsStore {
 public:
-    explicit JsonFileSettingsStore(QString path);
+    // Writes that do not reach the disk are retried through `failures` (none: only kept).
+    explicit JsonFileSettingsStore(QString path, SaveFailures* failures = nullptr);
     ~JsonFileSettingsStore() override;
 
     const QString& path() const { return path_; }
@@ -67,6 +70,7 @@ private:
     bool writeLocked();
 
     QString path_;
+    SaveFailures* failures_ = nullptr;
     QByteArray nativePath_;
     mutable std::mutex mutex_;
     mutable bool loaded_ = false;

@@ -8,7 +8,7 @@
 
 namespace tovin::Diagnostics {
 
-int updateDryRun(QTextStream& out) {
+int updateDryRun(QTextStream& out, Updater::Session session) {
     if (!Updater::hasReleaseFeed()) {
         out << "Tovin update — dry run\n"
             << "  " << Updater::feedSummary() << '\n'
@@ -25,7 +25,7 @@ int updateDryRun(QTextStream& out) {
 
     QEventLoop loop;
     int status = 1;
-    Updater::check(&loop, [&](const Updater::Status& checked) {
+    Updater::check(session, &loop, [&](const Updater::Status& checked) {
         switch (checked.kind) {
         case Updater::Status::UpToDate:
             out << "up to date — nothing to fetch\n";
@@ -39,7 +39,7 @@ int updateDryRun(QTextStream& out) {
         case Updater::Status::Available:
             out << "  found " << checked.release.version << " at " << checked.release.url << '\n';
             out.flush();
-            Updater::fetch(checked.release, &loop, [&](const Updater::Fetched& fetched) {
+            Updater::fetch(session, checked.release, &loop, [&](const Updater::Fetched& fetched) {
                 if (fetched.failure) {
                     out << fetched.failure->message << '\n';
                 } else {

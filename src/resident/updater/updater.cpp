@@ -28,19 +28,8 @@ constexpr int timeoutMs = 15'000;
 constexpr qint64 maxArchiveBytes = 1024LL * 1024 * 1024;
 constexpr qint64 maxFeedBytes = 64 * 1024;
 
-void note(const QString& message) {
-    Journal::note(QStringLiteral("update"), message);
-}
-
-QNetworkAccessManager& session() {
-    // One session for the program, owned by the application so it goes before Qt does.
-    static QPointer<QNetworkAccessManager> shared;
-    if (!shared) {
-        shared = new QNetworkAccessManager(QCoreApplication::instance());
-        // Redirects may move between https addresses only.
-        shared->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
-    }
-    return *shared;
+void note(Journal& journal, const QString& message) {
+    journal.note(QStringLiteral("update"), message);
 }
 
 QNetworkRequest request(const QUrl& url) {
@@ -48,6 +37,9 @@ QNetworkRequest request(const QUrl& url) {
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setTransferTimeout(timeoutMs);
+    // Redirects may move between https addresses only, whatever session carries the request.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::NoLessSafeRedirectPolicy);
     if (isTestBuild()) {
         // A test build may trust the throw-away authority of a test server as well.
         const QString ca = qEnvironmentVariable("TOVIN_UPDATE_CA");
@@ -112,12 +104,13 @@ QString currentVersion() {
     return folderVersion(folder).value_or(QStringLiteral("0"));
 }
 
-void check(QObject* context, std::function<void(const Status&)> completion) {
+void check(Session session, QObject* context, std::function<void(const Status&)> completion) {
     const QUrl url = feedURL();
     QPointer<QObject> guard(context);
-    auto deliver = [guard, completion = std::move(completion)](const Status& status) {
+    auto deliver = [guard, &journal = session.journal,
+                    completion = std::move(completion)](const Status& status) {
         if (status.kind == Status::Failed)
-            note(u"check failed — " + status.message);
+            note(journal, u"check failed — " + status.message);
         if (guard)
             completion(status);
     };
@@ -125,12 +118,13 @@ void check(QObject* context, std::function<void(const Status&)> completion) {
         deliver(Status::failed(QStringLiteral("the release feed has no usable https address")));
         return;
     }
-    QNetworkReply* reply = session().get(request(url));
+    QNetworkReply* reply = session.network.get(request(url));
     QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received, qint64) {
         if (received > maxFeedBytes)
             reply->abort();
     });
-    QObject::connect(reply, &QNetworkReply::finished, context, [reply, deliver] {
+    QObject::connect(reply, &QNetworkReply::finished, context,
+                     [reply, deliver, &journal = session.journal] {
         reply->deleteLater();
         if (reply->error() != QNetworkReply::NoError) {
             deliver(Status::failed(reply->errorString()));
@@ -143,10 +137,10 @@ void check(QObject* context, std::function<void(const Status&)> completion) {
         }
         const QString current = currentVersion();
         if (isNewer(release->version, current)) {
-            note(release->version + u" is available (running " + current + u')');
+            note(journal, release->version + u" is available (running " + current + u')');
             deliver(Status::available(*release));
         } else {
-            note(u"up to date on " + current);
+            note(journal, u"up to date on " + current);
             deliver(Status::upToDate());
         }
     });
@@ -154,11 +148,15 @@ void check(QObject* context, std::function<void(const Status&)> completion) {
 
 // ---------------------------------------------------------------------------------------------
 
-Download::Download(const Release& release, std::function<void(const Fetched&)> completion)
-    : release_(release), completion_(std::move(completion)) {}
+Download::Download(Session session, const Release& release,
+                   std::function<void(const Fetched&)> completion)
+    : session_(session)
+    , release_(release)
+    , completion_(std::move(completion)) {}
 
-Download* fetch(const Release& release, QObject* context, std::function<void(const Fetched&)> completion) {
-    auto* download = new Download(release, std::move(completion));
+Download* fetch(Session session, const Release& release, QObject* context,
+                std::function<void(const Fetched&)> completion) {
+    auto* download = new Download(session, release, std::move(completion));
     download->start(context);
     return download;
 }
@@ -172,7 +170,7 @@ void Download::start(QObject* context) {
                                   Qt::QueuedConnection);
         return;
     }
-    note(u"downloading " + release_.version + u" from " + url.toString());
+    note(session_.journal, u"downloading " + release_.version + u" from " + url.toString());
     working_ = QDir::temp().filePath(u"tovin-update-" + QUuid::createUuid().toString(QUuid::WithoutBraces));
     file_ = new QFile(working_ + u"/Tovin.tar.gz", this);
     const bool kept = QDir().mkpath(working_) && file_->open(QIODevice::WriteOnly);
@@ -183,7 +181,7 @@ void Download::start(QObject* context) {
         return;
     }
 
-    reply_ = session().get(request(url));
+    reply_ = session_.network.get(request(url));
     connect(reply_, &QNetworkReply::downloadProgress, this, [this](qint64 received, qint64 total) {
         Q_EMIT progress(received, total);
         if (received > maxArchiveBytes)
@@ -205,7 +203,7 @@ void Download::downloaded() {
     const bool written = file_->write(rest) == rest.size() && file_->flush();
     file_->close();
     if (reply_->error() != QNetworkReply::NoError || file_->size() == 0) {
-        note(u"transfer failed: " + reply_->errorString());
+        note(session_.journal, u"transfer failed: " + reply_->errorString());
         fail(QStringLiteral("the download didn't finish"));
         return;
     }
@@ -213,7 +211,7 @@ void Download::downloaded() {
         fail(u"couldn't keep the download: " + file_->errorString());
         return;
     }
-    note(u"downloaded " + QString::number(file_->size()) + u" bytes");
+    note(session_.journal, u"downloaded " + QString::number(file_->size()) + u" bytes");
 
     // Hashing, unpacking and verifying take seconds on a real release: off the main thread.
     const QString working = working_;
@@ -221,7 +219,8 @@ void Download::downloaded() {
     const QString current = currentVersion();
     const QList<PublicKey> keys = trustedKeys();
     QPointer<Download> self(this);
-    QThreadPool::globalInstance()->start([self, working, release, current, keys] {
+    QThreadPool::globalInstance()->start([self, working, release, current, keys,
+                                          &journal = session_.journal] {
         auto finish = [self](Fetched result) {
             QMetaObject::invokeMethod(
                 self.data(),
@@ -242,32 +241,32 @@ void Download::downloaded() {
         if (!hash)
             return refuse(QStringLiteral("couldn't read the download"));
         if (hash->compare(release.sha256, Qt::CaseInsensitive) != 0) {
-            note(QStringLiteral("hash mismatch — refusing"));
+            note(journal, QStringLiteral("hash mismatch — refusing"));
             return refuse(QStringLiteral("the download didn't match its checksum, so it wasn't installed"));
         }
-        note(QStringLiteral("hash matched"));
+        note(journal, QStringLiteral("hash matched"));
 
         const QString unpacked = working + u"/unpacked";
         if (!QDir().mkpath(unpacked))
             return refuse(QStringLiteral("couldn't unpack the download"));
         if (!unpack(archive, unpacked))
             return refuse(QStringLiteral("the download wouldn't unpack"));
-        note(QStringLiteral("unpacked"));
+        note(journal, QStringLiteral("unpacked"));
 
         const QString app = unpacked + u"/Tovin";
         // Both halves of Tovin or nothing: a resident without its screen helper shows nothing.
         if (!QFileInfo(app + u"/bin/tovin").isFile() || !QFileInfo(app + u"/bin/tovin-screens").isFile())
             return refuse(QStringLiteral("that download doesn't contain Tovin"));
         if (!isSignedRelease(app, keys)) {
-            note(u"refused " + app + u" — not notarised Developer ID");
+            note(journal, u"refused " + app + u" — not notarised Developer ID");
             return refuse(QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed"));
         }
-        note(QStringLiteral("signature verified"));
+        note(journal, QStringLiteral("signature verified"));
 
         const QString version = folderVersion(app).value_or(QStringLiteral("0"));
         if (!isNewer(version, current))
             return refuse(u"that download is version " + version + u", which isn't newer than " + current);
-        note(QStringLiteral("downloaded and verified"));
+        note(journal, QStringLiteral("downloaded and verified"));
         finish({app, working, std::nullopt});
     });
 }
@@ -293,7 +292,7 @@ void Download::cancel() {
 void Download::fail(const QString& message) {
     if (cancelled_ || finished_)
         return;
-    note(message);
+    note(session_.journal, message);
     if (file_)
         file_->close();
     if (!working_.isEmpty())
@@ -342,11 +341,12 @@ QByteArray swapScript(qint64 pid, const QString& current, const QString& previou
     return (lines.join(u'\n') + u'\n').toUtf8();
 }
 
-std::optional<Failure> install(const QString& newApp, const QString& workingFolder,
+std::optional<Failure> install(Journal& journal, const QString& newApp,
+                               const QString& workingFolder,
                                const std::function<void()>& quitting, const InstalledCopy& copy) {
     // Whatever stops the install here, the download it came from is not left behind.
-    auto refuse = [&workingFolder](const Failure& failure) {
-        note(failure.message);
+    auto refuse = [&workingFolder, &journal](const Failure& failure) {
+        note(journal, failure.message);
         if (!workingFolder.isEmpty())
             QDir(workingFolder).removeRecursively();
         return failure;
@@ -374,7 +374,7 @@ std::optional<Failure> install(const QString& newApp, const QString& workingFold
         QFile::remove(script);
         return refuse({QStringLiteral("couldn't start the update")});
     }
-    note(QStringLiteral("installing — handing over and quitting"));
+    note(journal, QStringLiteral("installing — handing over and quitting"));
     quitting();
     return std::nullopt;
 }

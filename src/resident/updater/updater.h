@@ -11,10 +11,22 @@
 #include <optional>
 
 class QFile;
+class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
 
+namespace tovin {
+class Journal;
+}
+
 namespace tovin::Updater {
+
+// What the updater works through, both the caller's: the network session (one for the
+// program, so connections are reused) and the journal every step is written to.
+struct Session {
+    QNetworkAccessManager& network;
+    Journal& journal;
+};
 
 // A step that did not work, in words for the person.
 struct Failure {
@@ -56,7 +68,7 @@ QString currentVersion();
 
 // Asks the feed, bypassing every cache, giving up after 15 s. The completion runs on the
 // thread of `context` (the main thread), never after `context` is gone. Journalled under "update".
-void check(QObject* context, std::function<void(const Status&)> completion);
+void check(Session session, QObject* context, std::function<void(const Status&)> completion);
 
 // What fetch hands back: the verified new install folder, or why there is none. `workingFolder`
 // holds the download and its unpacked copy (removed already on a failure).
@@ -80,13 +92,15 @@ Q_SIGNALS:
     void progress(qint64 received, qint64 total);
 
 private:
-    friend Download* fetch(const Release&, QObject*, std::function<void(const Fetched&)>);
-    explicit Download(const Release& release, std::function<void(const Fetched&)> completion);
+    friend Download* fetch(Session, const Release&, QObject*, std::function<void(const Fetched&)>);
+    Download(Session session, const Release& release,
+             std::function<void(const Fetched&)> completion);
     void start(QObject* context);
     void downloaded();
     void complete(const Fetched& result);
     void fail(const QString& message);
 
+    Session session_;
     Release release_;
     std::function<void(const Fetched&)> completion_;
     QPointer<QObject> context_;
@@ -100,7 +114,8 @@ private:
 // Downloads the release, checks its SHA-256, unpacks it safely, checks its signature and that
 // it is newer than what runs; every step is journalled. Hashing, unpacking and verifying run off
 // the main thread; the completion is delivered on the thread of `context`.
-Download* fetch(const Release& release, QObject* context, std::function<void(const Fetched&)> completion);
+Download* fetch(Session session, const Release& release, QObject* context,
+                std::function<void(const Fetched&)> completion);
 
 // An installed copy of Tovin and the process that runs it.
 struct InstalledCopy {
@@ -120,7 +135,8 @@ QByteArray swapScript(qint64 pid, const QString& current, const QString& previou
 // Replaces the installed copy with the verified `newApp`: writes and starts the hand-over script,
 // journals it, and calls `quitting`, which must end the program so the script can proceed.
 // On a failure nothing has changed but the working folder, which is removed.
-std::optional<Failure> install(const QString& newApp, const QString& workingFolder,
+std::optional<Failure> install(Journal& journal, const QString& newApp,
+                               const QString& workingFolder,
                                const std::function<void()>& quitting,
                                const InstalledCopy& copy = runningCopy());
 

@@ -28,7 +28,7 @@ public:
     double duration() const { return duration_; }
     bool isHolding() const { return holding_; }
     // How full the bar is, 0 to 1.
-    double fillForTests() const { return progress_; }
+    double fill() const { return progress_; }
 
     void engage();
     void release();

@@ -484,11 +484,6 @@ void ShieldController::lower() {
     Q_EMIT upChanged(false);
 }
 
-void ShieldController::moveOffscreenForTests() {
-    for (ShieldWindow* w : windows())
-        w->move(-30000 + w->x(), -30000 + w->y());
-}
-
 void ShieldController::showEscape() {
     if (escapeView_ || !mainWindow_)
         return;

@@ -61,7 +61,7 @@ public:
     bool enforceValve(const QDateTime& now);
     void yieldNow();
     void coverUncoveredScreens();
-    void moveOffscreenForTests();
+
     // The key monitor: true when the key is consumed.
     bool handle(QKeyEvent* event);
     void showEscape();
@@ -133,7 +133,9 @@ private:
     std::unique_ptr<Timer> hintTimer_;
     std::unique_ptr<Timer> yieldTimer_;
     std::unique_ptr<Timer> grabTimer_;
-    std::function<std::unique_ptr<ShieldPlatform>()> platformFactory_ = &ShieldPlatform::create;
+    std::function<std::unique_ptr<ShieldPlatform>()> platformFactory_ = [this] {
+        return ShieldPlatform::create(this);
+    };
     std::unique_ptr<ShieldPlatform> platform_;
     QDateTime raisedAt_;
     double valveMinutes_ = 0;

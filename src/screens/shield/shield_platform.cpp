@@ -7,7 +7,7 @@ namespace tovin {
 // Each window system's file makes its own; null when this process does not run on it.
 std::unique_ptr<ShieldPlatform> makeX11ShieldPlatform();
 #ifdef TOVIN_HAS_WAYLAND
-std::unique_ptr<ShieldPlatform> makeWaylandShieldPlatform();
+std::unique_ptr<ShieldPlatform> makeWaylandShieldPlatform(QObject* owner);
 #endif
 
 namespace {
@@ -23,14 +23,14 @@ public:
 
 } // namespace
 
-std::unique_ptr<ShieldPlatform> ShieldPlatform::create() {
+std::unique_ptr<ShieldPlatform> ShieldPlatform::create([[maybe_unused]] QObject* owner) {
     const QString name = QGuiApplication::platformName();
     std::unique_ptr<ShieldPlatform> platform;
     if (name == u"xcb")
         platform = makeX11ShieldPlatform();
 #ifdef TOVIN_HAS_WAYLAND
     else if (name.startsWith(u"wayland"))
-        platform = makeWaylandShieldPlatform();
+        platform = makeWaylandShieldPlatform(owner);
 #endif
     if (!platform)
         platform = std::make_unique<NoShieldPlatform>();

@@ -25,8 +25,10 @@ struct ShieldSurface {
 class ShieldPlatform : public QObject {
     Q_OBJECT
 public:
-    // The platform for this session's window system (nothing held where there is none).
-    static std::unique_ptr<ShieldPlatform> create();
+    // The platform for this session's window system (nothing held where there is none), for
+    // one raise. What outlives a raise (the compositor's bindings) is kept as children of
+    // `owner`, the shield that raises again and again.
+    static std::unique_ptr<ShieldPlatform> create(QObject* owner);
 
     // Takes the keyboard for the shield's windows, the main one first. False while it cannot
     // yet (a window is only grabbable once mapped): the caller tries again shortly.

@@ -32,11 +32,13 @@ public:
             destroy();
     }
 
-    static ShortcutsInhibitManager* instance() {
-        static QPointer<ShortcutsInhibitManager> manager;
+    // The owner's binding, made at its first raise: the compositor announces the global once,
+    // so a binding made at each raise would not be ready in time.
+    static ShortcutsInhibitManager* of(QObject* owner) {
+        auto* manager = owner->findChild<ShortcutsInhibitManager*>(QString(), Qt::FindDirectChildrenOnly);
         if (!manager) {
             manager = new ShortcutsInhibitManager;
-            manager->setParent(qGuiApp);
+            manager->setParent(owner);
         }
         return manager;
     }
@@ -92,6 +94,9 @@ QString askWhoLocked() {
 // workspaces) to that surface while it has the focus: every shield window asks.
 class WaylandShieldPlatform final : public ShieldPlatform {
 public:
+    explicit WaylandShieldPlatform(QObject* owner)
+        : owner_(owner) {}
+
     bool hold(const QList<QWindow*>& windows) override {
         if (!notedKeyboard_) {
             notedKeyboard_ = true;
@@ -107,7 +112,7 @@ public:
         }
         if (!askInhibitor_)
             return true;
-        ShortcutsInhibitManager* manager = ShortcutsInhibitManager::instance();
+        ShortcutsInhibitManager* manager = ShortcutsInhibitManager::of(owner_);
         if (!manager->isActive()) {
             if (!notedNoInhibit_) {
                 notedNoInhibit_ = true;
@@ -197,6 +202,7 @@ private:
         }
     }
 
+    QObject* owner_;
     QHash<QWindow*, std::shared_ptr<ShortcutsInhibitor>> inhibitors_;
     bool notedKeyboard_ = false;
     bool askInhibitor_ = true;
@@ -206,8 +212,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<ShieldPlatform> makeWaylandShieldPlatform() {
-    return std::make_unique<WaylandShieldPlatform>();
+std::unique_ptr<ShieldPlatform> makeWaylandShieldPlatform(QObject* owner) {
+    return std::make_unique<WaylandShieldPlatform>(owner);
 }
 
 } // namespace tovin

@@ -1,12 +1,12 @@
 // The costs of the core's hot paths: what the scheduler pays every tick, what the journal pays
 // per line, what a promise costs to record with a real ledger on disk, one settings read.
+#include "core/atomic_file.h"
 #include "core/coachbox.h"
 #include "core/coaches.h"
-#include "core/atomic_file.h"
 #include "core/manual_clock.h"
+#include "core/schedule.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
-#include "core/schedule.h"
 #include "resident/records/settings.h"
 
 #include <QCoreApplication>
@@ -14,9 +14,8 @@
 #include <QTemporaryDir>
 #include <QTimeZone>
 
-#include <benchmark/benchmark.h>
-
 #include <atomic>
+#include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <new>
 
@@ -94,9 +93,11 @@ QString ledgerOnFile(int n) {
     seed.reserve(n);
     const QDateTime start(QDate(2016, 1, 1), QTime(9, 0), QTimeZone::utc());
     for (int i = 0; i < n; ++i)
-        seed.append({start.addSecs(i * 7200LL), i % 7 ? PromiseRecord::Outcome::Tovin : PromiseRecord::Outcome::Broken,
+        seed.append({start.addSecs(i * 7200LL),
+                     i % 7 ? PromiseRecord::Outcome::Tovin : PromiseRecord::Outcome::Broken,
                      QStringLiteral("The Classic 7"), 82, 80,
-                     i % 7 ? std::nullopt : std::optional(PromiseRecord::Reason::DidntFeelLikeIt), i % 5 == 0});
+                     i % 7 ? std::nullopt : std::optional(PromiseRecord::Reason::DidntFeelLikeIt),
+                     i % 5 == 0});
     writeFileAtomically(path, PromiseJson::encode(seed, PromiseJson::Layout::Pretty));
     return path;
 }
@@ -117,8 +118,13 @@ void BM_LedgerRecord(benchmark::State& state) {
     Journal journal(scratch().filePath(QStringLiteral("tovin-journal-bench-ledger.log")));
     const QString path = ledgerOnFile(int(state.range(0)));
     PromiseLedger ledger(path, &journal);
-    PromiseRecord next{QDateTime(QDate(2030, 1, 1), QTime(9, 0), QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
-                       QStringLiteral("squat"), 12, 10, {}, {}};
+    PromiseRecord next{QDateTime(QDate(2030, 1, 1), QTime(9, 0), QTimeZone::utc()),
+                       PromiseRecord::Outcome::Tovin,
+                       QStringLiteral("squat"),
+                       12,
+                       10,
+                       {},
+                       {}};
     for (auto _ : state) {
         ledger.record(next, false);
         next.date = next.date.addSecs(60);
@@ -199,10 +205,12 @@ BENCHMARK(BM_CoachboxSayDropped);
 static void BM_SquatCoachUpdate(benchmark::State& state) {
     tovin::SquatCoach coach([](int) { return 0; });
     tovin::PoseFrame frame;
-    const tovin::Joint joints[] = {tovin::Joint::LeftHip,   tovin::Joint::RightHip,   tovin::Joint::LeftKnee,
-                                   tovin::Joint::RightKnee, tovin::Joint::LeftAnkle,  tovin::Joint::RightAnkle,
+    const tovin::Joint joints[] = {tovin::Joint::LeftHip,      tovin::Joint::RightHip,
+                                   tovin::Joint::LeftKnee,     tovin::Joint::RightKnee,
+                                   tovin::Joint::LeftAnkle,    tovin::Joint::RightAnkle,
                                    tovin::Joint::LeftShoulder, tovin::Joint::RightShoulder};
-    const QPointF points[] = {{0.45, 0.5}, {0.55, 0.5}, {0.44, 0.3}, {0.56, 0.3}, {0.44, 0.05}, {0.56, 0.05}, {0.4, 0.8}, {0.6, 0.8}};
+    const QPointF points[] = {{0.45, 0.5},  {0.55, 0.5},  {0.44, 0.3}, {0.56, 0.3},
+                              {0.44, 0.05}, {0.56, 0.05}, {0.4, 0.8},  {0.6, 0.8}};
     for (int i = 0; i < 8; ++i)
         frame.set(joints[i], points[i], 0.9f);
     for (auto _ : state)

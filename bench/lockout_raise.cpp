@@ -5,16 +5,16 @@
 //
 //   lockout_raise [runs = 11]
 
-#include "resident/app_controller.h"
-#include "resident/screen_helper.h"
 #include "core/manual_clock.h"
+#include "resident/app_controller.h"
+#include "resident/countdown_panel.h"
 #include "resident/guards/call_detector.h"
 #include "resident/records/journal.h"
-#include "resident/countdown_panel.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
+#include "resident/screen_helper.h"
 #include "support/xvfb.h"
 
 #include <QApplication>
@@ -76,7 +76,8 @@ int main(int argc, char* argv[]) {
         c.setCalendar(Calendar::utc());
         bool prepared = false;
         bool up = false;
-        QObject::connect(&screens, &Screens::pageLoaded, [&](PageRole role) { prepared |= role == PageRole::Prepared; });
+        QObject::connect(&screens, &Screens::pageLoaded,
+                         [&](PageRole role) { prepared |= role == PageRole::Prepared; });
         QObject::connect(&screens, &ScreenHelper::covered, [&](bool u) { up = u; });
         c.warnThenLock();
         if (!spinUntil([&] { return prepared; }, 30000)) {
@@ -93,14 +94,16 @@ int main(int argc, char* argv[]) {
         }
         const double ms = double(timer.nsecsElapsed()) / 1e6;
         covered.append(ms);
-        std::printf("run %d: countdown end → every screen covered by the prepared page %.1f ms\n", i + 1, ms);
+        std::printf("run %d: countdown end → every screen covered by the prepared page %.1f ms\n",
+                    i + 1, ms);
         std::fflush(stdout);
         screens.lower();
         spinUntil([&] { return !screens.isRunning(); }, 5000);
         spinUntil([] { return false; }, 300); // the helper's own exit
     }
     std::sort(covered.begin(), covered.end());
-    std::printf("countdown end → covered: median %.1f ms, slowest %.1f ms over %lld runs (two monitors)\n",
-                covered[covered.size() / 2], covered.last(), static_cast<long long>(covered.size()));
+    std::printf(
+        "countdown end → covered: median %.1f ms, slowest %.1f ms over %lld runs (two monitors)\n",
+        covered[covered.size() / 2], covered.last(), static_cast<long long>(covered.size()));
     return 0;
 }

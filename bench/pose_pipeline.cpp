@@ -12,9 +12,8 @@
 #include <QImage>
 #include <QTimer>
 
-#include <opencv2/core.hpp>
-
 #include <cstdio>
+#include <opencv2/core.hpp>
 
 using namespace tovin;
 
@@ -34,10 +33,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "pose_pipeline: %s\n", qPrintable(error));
         return 1;
     }
-    const QImage photo = QImage(QStringLiteral("/usr/share/doc/opencv-doc/examples/data/messi5.jpg"))
-                             .convertToFormat(QImage::Format_RGB888);
+    const QImage photo =
+        QImage(QStringLiteral("/usr/share/doc/opencv-doc/examples/data/messi5.jpg"))
+            .convertToFormat(QImage::Format_RGB888);
     if (photo.isNull()) {
-        std::fprintf(stderr, "pose_pipeline: opencv-doc's messi5.jpg is missing (scripts/setup.sh)\n");
+        std::fprintf(stderr,
+                     "pose_pipeline: opencv-doc's messi5.jpg is missing (scripts/setup.sh)\n");
         return 1;
     }
     const cv::Mat mat(photo.height(), photo.width(), CV_8UC3, const_cast<uchar*>(photo.constBits()),
@@ -52,13 +53,14 @@ int main(int argc, char** argv) {
         ++n;
     }
     const double perFrame = double(t.elapsed()) / n;
-    std::printf("model alone: %.1f ms a frame, %.1f frames/s (%d frames, 192 × 192, %d threads)\n", perFrame,
-                1000 / perFrame, n, cv::getNumThreads());
+    std::printf("model alone: %.1f ms a frame, %.1f frames/s (%d frames, 192 × 192, %d threads)\n",
+                perFrame, 1000 / perFrame, n, cv::getNumThreads());
 
     // The pipeline: a 30 frames/s camera, on the real clock.
     SilentSpeaker speaker;
     Coachbox voice(Clock::system(), speaker);
-    auto source = std::make_unique<ImageListSource>(QList<QImage>{photo}, Clock::system(), 1.0 / 30);
+    auto source =
+        std::make_unique<ImageListSource>(QList<QImage>{photo}, Clock::system(), 1.0 / 30);
     CoachSession session(std::move(source), std::move(model), Clock::system(), voice, 1000);
     session.start(std::make_unique<SquatCoach>());
     QElapsedTimer run;

@@ -4,11 +4,11 @@
 //
 //   web_view_load [web root = the staged web app, else the test fixture] [runs = 5]
 
+#include "core/bundle_routes.h"
 #include "resident/records/bridge_messages.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
-#include "core/bundle_routes.h"
 #include "screens/web/bundle_scheme_handler.h"
 #include "screens/web/workout_web_view.h"
 
@@ -22,7 +22,6 @@
 #include <QWebEnginePage>
 
 #include <cstdio>
-
 #include <unistd.h>
 
 using namespace tovin;
@@ -75,9 +74,10 @@ int main(int argc, char* argv[]) {
     const Preferences prefs(store);
     const ScheduleStore week(dir.filePath(QStringLiteral("s.json")));
 
-    QString root = argc > 1 ? QString::fromLocal8Bit(argv[1])
-                            : BundleRoutes::bundledRoot().value_or(
-                                  QStringLiteral(TOVIN_WEB_FIXTURES) + u"/bridge");
+    QString root =
+        argc > 1
+            ? QString::fromLocal8Bit(argv[1])
+            : BundleRoutes::bundledRoot().value_or(QStringLiteral(TOVIN_WEB_FIXTURES) + u"/bridge");
     const int runs = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
     const PromiseLedger ledger(dir.filePath(QStringLiteral("p.json")));
 

@@ -17,13 +17,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // as the general reader does.
     if (const auto fast = PromiseJson::decodeCanonical(bytes)) {
         const auto general = PromiseJson::decodeGeneral(bytes);
-        if (!general || *general != *fast || PromiseJson::encode(*fast, PromiseJson::Layout::Pretty) != bytes)
+        if (!general || *general != *fast ||
+            PromiseJson::encode(*fast, PromiseJson::Layout::Pretty) != bytes)
             std::abort();
         QByteArray grown = bytes;
-        const PromiseRecord extra{QDateTime::fromSecsSinceEpoch(0, QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
-                                  QStringLiteral("x"), 1, 1, std::nullopt, std::nullopt};
+        const PromiseRecord extra{QDateTime::fromSecsSinceEpoch(0, QTimeZone::utc()),
+                                  PromiseRecord::Outcome::Tovin,
+                                  QStringLiteral("x"),
+                                  1,
+                                  1,
+                                  std::nullopt,
+                                  std::nullopt};
         PromiseJson::appendPretty(grown, extra);
-        if (PromiseJson::encode(*fast + QList<PromiseRecord>{extra}, PromiseJson::Layout::Pretty) != grown)
+        if (PromiseJson::encode(*fast + QList<PromiseRecord>{extra}, PromiseJson::Layout::Pretty) !=
+            grown)
             std::abort();
     }
     const auto records = PromiseJson::decode(bytes);

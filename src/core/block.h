@@ -12,11 +12,11 @@ namespace tovin {
 struct Block {
     enum class Kind { Workout, Away, Retest };
 
-    QString at;                        // "HH:MM" or "H:MM", exactly as written
-    QString label;                     // shown to the person and written to the journal
+    QString at;    // "HH:MM" or "H:MM", exactly as written
+    QString label; // shown to the person and written to the journal
     Kind kind = Kind::Workout;
-    std::optional<int> minutes;        // how long the break is held; none means the default
-    std::optional<QList<int>> days;    // 1 = Sunday … 7 = Saturday; none means every day
+    std::optional<int> minutes;     // how long the break is held; none means the default
+    std::optional<QList<int>> days; // 1 = Sunday … 7 = Saturday; none means every day
 
     // The time text as minutes since midnight; none when it is malformed. A malformed time is
     // never guessed at: such a block is never due, never upcoming and never counted as missed.

@@ -24,8 +24,9 @@ QList<Type> schema() {
         {QStringLiteral("saveSchedule"), {QStringLiteral("blocks")}},
         {QStringLiteral("setWorkoutPlan"), {QStringLiteral("blocks")}},
         {QStringLiteral("saveSettings"),
-         {QStringLiteral("lockoutWorkoutId"), QStringLiteral("weekdays"), QStringLiteral("fromMinute"),
-          QStringLiteral("toMinute"), QStringLiteral("triggerAfterMinutes"), QStringLiteral("onboarded"),
+         {QStringLiteral("lockoutWorkoutId"), QStringLiteral("weekdays"),
+          QStringLiteral("fromMinute"), QStringLiteral("toMinute"),
+          QStringLiteral("triggerAfterMinutes"), QStringLiteral("onboarded"),
           QStringLiteral("retestDueInDays")}},
     };
 }
@@ -33,7 +34,8 @@ QList<Type> schema() {
 QString bridgeFunctions() {
     return QStringLiteral(R"JS(
   complete: function (exercise, reps) {
-    window.__tovinPost({ type: 'workoutComplete', exercise: String(exercise || ''), reps: Number(reps || 0) });
+    window.__tovinPost({ type: 'workoutComplete', exercise: String(exercise || ''),
+                         reps: Number(reps || 0) });
   },
   promisesSynced: function (merged) {
     window.__tovinPost({ type: 'promisesSynced', promises: JSON.stringify(merged || []) });

@@ -33,8 +33,8 @@ std::optional<QString> resolve(const QString& root, const QString& urlPath) {
     if (root.isEmpty() || !QDir::isAbsolutePath(root))
         return std::nullopt;
     const QString base = QDir::cleanPath(root);
-    const QString path = (urlPath.isEmpty() || urlPath == u"/") ? QStringLiteral("/index.html")
-                                                                : urlPath;
+    const QString path =
+        (urlPath.isEmpty() || urlPath == u"/") ? QStringLiteral("/index.html") : urlPath;
     // Appended as a path, then standardised: "a/../../x" collapses before containment is judged.
     const QString candidate = QDir::cleanPath(base + u'/' + path);
     if (!within(base, candidate))
@@ -77,7 +77,6 @@ QByteArray mimeType(const QString& fileName) {
         return "font/woff";
     return "application/octet-stream";
 }
-
 
 Answer answer(const QString& root, const QString& host, const QString& urlPath) {
     auto make = [](int status, QByteArray type, QByteArray body) {

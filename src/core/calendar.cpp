@@ -12,7 +12,9 @@ qint64 floorDiv(qint64 a, qint64 b) {
 }
 } // namespace
 
-Calendar::Calendar(QTimeZone zone) : zone_(std::move(zone)) {}
+Calendar::Calendar(QTimeZone zone)
+    : zone_(std::move(zone)) {
+}
 
 Calendar Calendar::system() {
     return Calendar(QTimeZone::systemTimeZone());

@@ -17,7 +17,8 @@ public:
         QObject::connect(&timer_, &QTimer::timeout, &timer_, std::move(onTimeout));
     }
     void start(double seconds, bool repeating) override {
-        const double ms = std::clamp(seconds * 1000.0, 0.0, double(std::numeric_limits<int>::max()));
+        const double ms =
+            std::clamp(seconds * 1000.0, 0.0, double(std::numeric_limits<int>::max()));
         // Timers of a second or more may be coalesced with the system's other wake-ups (5%);
         // the scheduler does not need more precision and the machine sleeps more.
         timer_.setTimerType(ms >= 1000 ? Qt::CoarseTimer : Qt::PreciseTimer);

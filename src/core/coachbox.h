@@ -26,7 +26,9 @@ public:
     // The platform's 0.52 on a 0..1 scale where 0.5 is normal: a touch quicker than normal.
     static constexpr double rate = 0.04;
 
-    Coachbox(const Clock& clock, Speaker& speaker) : clock_(clock), speaker_(speaker) {}
+    Coachbox(const Clock& clock, Speaker& speaker)
+        : clock_(clock)
+        , speaker_(speaker) {}
 
     // Speaks the phrase or drops it. A dropped phrase costs two time differences and one text
     // comparison, and leaves the memory as it was.

@@ -20,7 +20,8 @@ QString tally(int reps, int clean) {
 }
 
 CoachOutput repOutput(const RepReport& report, const QString& detail) {
-    return {u"Rep " + QString::number(report.index) + u" · " + report.headline, detail, report.headline, report};
+    return {u"Rep " + QString::number(report.index) + u" · " + report.headline, detail,
+            report.headline, report};
 }
 
 double distance(QPointF a, QPointF b) {
@@ -47,11 +48,13 @@ void SquatCoach::reset() {
 }
 
 CoachOutput SquatCoach::update(const PoseFrame& frame) {
-    if (frame.has({J::LeftHip, J::RightHip, J::LeftKnee, J::RightKnee, J::LeftAnkle, J::RightAnkle})) {
+    if (frame.has(
+            {J::LeftHip, J::RightHip, J::LeftKnee, J::RightKnee, J::LeftAnkle, J::RightAnkle})) {
         isCloseRange_ = false;
         return normal(frame);
     }
-    if (frame.has({J::LeftHip, J::RightHip, J::LeftKnee, J::RightKnee, J::LeftShoulder, J::RightShoulder})) {
+    if (frame.has({J::LeftHip, J::RightHip, J::LeftKnee, J::RightKnee, J::LeftShoulder,
+                   J::RightShoulder})) {
         isCloseRange_ = true;
         return closeRange(frame);
     }
@@ -61,12 +64,15 @@ CoachOutput SquatCoach::update(const PoseFrame& frame) {
 
 CoachOutput SquatCoach::normal(const PoseFrame& f) {
     const double knee = (angle(*f.p(J::LeftHip), *f.p(J::LeftKnee), *f.p(J::LeftAnkle)) +
-                         angle(*f.p(J::RightHip), *f.p(J::RightKnee), *f.p(J::RightAnkle))) / 2;
+                         angle(*f.p(J::RightHip), *f.p(J::RightKnee), *f.p(J::RightAnkle))) /
+                        2;
     const auto shoulders = f.mid(J::LeftShoulder, J::RightShoulder);
-    const double lean = shoulders ? leanFromVertical(*f.mid(J::LeftHip, J::RightHip), *shoulders) : 0;
+    const double lean =
+        shoulders ? leanFromVertical(*f.mid(J::LeftHip, J::RightHip), *shoulders) : 0;
     const double ankleSpread = std::abs(f.p(J::LeftAnkle)->x() - f.p(J::RightAnkle)->x());
     const double tracking =
-        ankleSpread > 0.001 ? std::abs(f.p(J::LeftKnee)->x() - f.p(J::RightKnee)->x()) / ankleSpread : 1.0;
+        ankleSpread > 0.001 ? std::abs(f.p(J::LeftKnee)->x() - f.p(J::RightKnee)->x()) / ankleSpread
+                            : 1.0;
     minKnee_ = std::min(minKnee_, knee);
     maxLean_ = std::max(maxLean_, lean);
 
@@ -100,7 +106,8 @@ CoachOutput SquatCoach::normal(const PoseFrame& f) {
     if (minTracking_ < trackingLimit)
         faults.append(QStringLiteral("Knees caved in"));
     const RepReport report = finishRep(faults);
-    const QString detail = QString::asprintf("depth %.0f° · lean %.0f° · tracking %.2f", minKnee_, maxLean_, minTracking_);
+    const QString detail = QString::asprintf("depth %.0f° · lean %.0f° · tracking %.2f", minKnee_,
+                                             maxLean_, minTracking_);
     minKnee_ = 180;
     maxLean_ = 0;
     minTracking_ = 2.0;
@@ -111,11 +118,14 @@ CoachOutput SquatCoach::normal(const PoseFrame& f) {
 
 CoachOutput SquatCoach::cue(double knee, double lean, double tracking) const {
     if (tracking < trackingLimit)
-        return out(QStringLiteral("Knees out"), QStringLiteral("They're collapsing inward"), QStringLiteral("Knees out"));
+        return out(QStringLiteral("Knees out"), QStringLiteral("They're collapsing inward"),
+                   QStringLiteral("Knees out"));
     if (lean > leanLimit)
-        return out(QStringLiteral("Chest up"), QStringLiteral("You're folding forward"), QStringLiteral("Chest up"));
+        return out(QStringLiteral("Chest up"), QStringLiteral("You're folding forward"),
+                   QStringLiteral("Chest up"));
     if (knee > shallowCutoff)
-        return out(QStringLiteral("Lower"), QStringLiteral("Hips back and down"), QStringLiteral("Go lower"));
+        return out(QStringLiteral("Lower"), QStringLiteral("Hips back and down"),
+                   QStringLiteral("Go lower"));
     if (knee <= breakingParallel)
         return out(QStringLiteral("Good depth — drive up"));
     return out(QStringLiteral("Down…"));
@@ -138,7 +148,8 @@ CoachOutput SquatCoach::closeRange(const PoseFrame& f) {
 
     const double descentNow = std::clamp(1 - ratio / closeStanding_, 0.0, descentCap);
     const double dy = shoulders.y() - hips.y();
-    const double lean = std::abs(dy) > 1e-6 ? std::abs(std::atan((shoulders.x() - hips.x()) / dy)) * 180 / std::numbers::pi
+    const double lean = std::abs(dy) > 1e-6 ? std::abs(std::atan((shoulders.x() - hips.x()) / dy)) *
+                                                  180 / std::numbers::pi
                                             : 90.0;
     maxDescent_ = std::max(maxDescent_, descentNow);
     maxLean_ = std::max(maxLean_, lean);
@@ -155,8 +166,9 @@ CoachOutput SquatCoach::closeRange(const PoseFrame& f) {
         if (maxLean_ > leanLimit)
             faults.append(QStringLiteral("Chest dropped forward"));
         const RepReport report = finishRep(faults);
-        const QString detail = QString::asprintf("close-range · depth %.0f%% · lean %.0f° · knee tracking not graded",
-                                                 maxDescent_ * 100, maxLean_);
+        const QString detail =
+            QString::asprintf("close-range · depth %.0f%% · lean %.0f° · knee tracking not graded",
+                              maxDescent_ * 100, maxLean_);
         maxDescent_ = 0;
         return repOutput(report, detail);
     }
@@ -175,9 +187,11 @@ CoachOutput SquatCoach::closeRange(const PoseFrame& f) {
 
 CoachOutput SquatCoach::closeCue(double lean) const {
     if (lean > leanLimit)
-        return out(QStringLiteral("Chest up"), QStringLiteral("You're folding forward"), QStringLiteral("Chest up"));
+        return out(QStringLiteral("Chest up"), QStringLiteral("You're folding forward"),
+                   QStringLiteral("Chest up"));
     if (maxDescent_ < closeDescentShallow)
-        return out(QStringLiteral("Lower"), QStringLiteral("Hips back and down"), QStringLiteral("Go lower"));
+        return out(QStringLiteral("Lower"), QStringLiteral("Hips back and down"),
+                   QStringLiteral("Go lower"));
     if (maxDescent_ < closeDescentGood)
         return out(QStringLiteral("Down…"));
     return out(QStringLiteral("Good depth — drive up"));
@@ -214,7 +228,8 @@ CoachOutput JumpingJackCoach::update(const PoseFrame& f) {
     }
     const QPointF ls = *f.p(J::LeftShoulder), rs = *f.p(J::RightShoulder);
     const double width = std::max(distance(ls, rs), 0.001);
-    const double lift = (std::min(f.p(J::LeftWrist)->y(), f.p(J::RightWrist)->y()) - (ls.y() + rs.y()) / 2) / width;
+    const double lift =
+        (std::min(f.p(J::LeftWrist)->y(), f.p(J::RightWrist)->y()) - (ls.y() + rs.y()) / 2) / width;
     const double spread = std::abs(left.x() - right.x()) / (scale * width);
     bestLift_ = std::max(bestLift_, lift);
     bestSpread_ = std::max(bestSpread_, spread);
@@ -246,7 +261,8 @@ CoachOutput JumpingJackCoach::update(const PoseFrame& f) {
     if (bestSpread_ < spreadWide)
         faults.append(QStringLiteral("Feet barely moved"));
     const RepReport report = finishRep(faults);
-    const QString detail = QString::asprintf("lift %.2f · spread %.2f (shoulder-widths)", bestLift_, bestSpread_);
+    const QString detail =
+        QString::asprintf("lift %.2f · spread %.2f (shoulder-widths)", bestLift_, bestSpread_);
     bestLift_ = -9.0;
     bestSpread_ = 0.0;
     return repOutput(report, detail);
@@ -254,7 +270,8 @@ CoachOutput JumpingJackCoach::update(const PoseFrame& f) {
 
 CoachOutput JumpingJackCoach::openCue() const {
     if (bestLift_ < liftOverhead)
-        return out(QStringLiteral("Arms higher"), QStringLiteral("All the way overhead"), QStringLiteral("Arms higher"));
+        return out(QStringLiteral("Arms higher"), QStringLiteral("All the way overhead"),
+                   QStringLiteral("Arms higher"));
     if (bestSpread_ < spreadWide)
         return out(QStringLiteral("Wider feet"), std::nullopt, QStringLiteral("Wider"));
     return out(QStringLiteral("Good — keep the rhythm"));
@@ -273,7 +290,8 @@ void PushupCoach::reset() {
 
 CoachOutput PushupCoach::update(const PoseFrame& f) {
     const bool left = f.has({J::LeftShoulder, J::LeftElbow, J::LeftWrist, J::LeftHip, J::LeftKnee});
-    const bool right = !left && f.has({J::RightShoulder, J::RightElbow, J::RightWrist, J::RightHip, J::RightKnee});
+    const bool right =
+        !left && f.has({J::RightShoulder, J::RightElbow, J::RightWrist, J::RightHip, J::RightKnee});
     if (!left && !right) {
         phase_ = Phase::Unseen;
         return notSeen(QStringLiteral("Can't see your arm"));
@@ -291,14 +309,16 @@ CoachOutput PushupCoach::update(const PoseFrame& f) {
         worstBodyLine_ = bodyLine;
         // Below the straight line from shoulder to knee, at the hip's horizontal position.
         sagged_ = hip.y() < shoulder.y() + (knee.y() - shoulder.y()) * (hip.x() - shoulder.x()) /
-                                                (knee.x() - shoulder.x() + 1e-6);
+                                               (knee.x() - shoulder.x() + 1e-6);
     }
 
     if (phase_ == Phase::Down) {
         if (elbowAngle <= lockout) {
             if (worstBodyLine_ < bodyLineLimit) {
-                const QString status = sagged_ ? QStringLiteral("Hips up") : QStringLiteral("Hips down");
-                return out(status, QStringLiteral("Squeeze your glutes, one straight line"), status);
+                const QString status =
+                    sagged_ ? QStringLiteral("Hips up") : QStringLiteral("Hips down");
+                return out(status, QStringLiteral("Squeeze your glutes, one straight line"),
+                           status);
             }
             return depthCueFor(elbowAngle);
         }
@@ -309,9 +329,11 @@ CoachOutput PushupCoach::update(const PoseFrame& f) {
         if (minElbow_ > depthTarget)
             faults.append(QStringLiteral("Half rep — go deeper"));
         if (worstBodyLine_ < bodyLineLimit)
-            faults.append(sagged_ ? QStringLiteral("Hips sagging") : QStringLiteral("Hips piked up"));
+            faults.append(sagged_ ? QStringLiteral("Hips sagging")
+                                  : QStringLiteral("Hips piked up"));
         const RepReport report = finishRep(faults);
-        const QString detail = QString::asprintf("depth %.0f° · body line %.0f°", minElbow_, worstBodyLine_);
+        const QString detail =
+            QString::asprintf("depth %.0f° · body line %.0f°", minElbow_, worstBodyLine_);
         minElbow_ = 180;
         worstBodyLine_ = 180;
         sagged_ = false;
@@ -330,7 +352,8 @@ CoachOutput PushupCoach::update(const PoseFrame& f) {
 
 CoachOutput PushupCoach::depthCueFor(double elbow) const {
     if (elbow > depthCue)
-        return out(QStringLiteral("Lower"), QStringLiteral("Chest toward the floor"), QStringLiteral("Lower"));
+        return out(QStringLiteral("Lower"), QStringLiteral("Chest toward the floor"),
+                   QStringLiteral("Lower"));
     return out(QStringLiteral("Good depth — press"));
 }
 

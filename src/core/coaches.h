@@ -12,15 +12,19 @@ namespace tovin {
 class SquatCoach final : public ExerciseCoach {
 public:
     enum class Phase { Unseen, Standing, Down };
-    static constexpr double descent = 140, standing = 158, breakingParallel = 105, shallowCutoff = 125;
+    static constexpr double descent = 140, standing = 158, breakingParallel = 105,
+                            shallowCutoff = 125;
     static constexpr double leanLimit = 48, trackingLimit = 0.85;
-    static constexpr double closeCalibrationFloor = 0.35, closeDescentEnter = 0.35, closeDescentStand = 0.15;
+    static constexpr double closeCalibrationFloor = 0.35, closeDescentEnter = 0.35,
+                            closeDescentStand = 0.15;
     static constexpr double closeDescentGood = 0.85, closeDescentShallow = 0.6, descentCap = 1.6;
 
-    explicit SquatCoach(RandomPick pick = {}) : ExerciseCoach(std::move(pick)) {}
+    explicit SquatCoach(RandomPick pick = {})
+        : ExerciseCoach(std::move(pick)) {}
     QString name() const override { return QStringLiteral("Squats"); }
     QString setupHint() const override {
-        return QStringLiteral("Stand back so your feet and head are both in frame, facing the camera.");
+        return QStringLiteral(
+            "Stand back so your feet and head are both in frame, facing the camera.");
     }
     CoachOutput update(const PoseFrame& frame) override;
     void reset() override;
@@ -47,7 +51,8 @@ public:
     enum class Phase { Unseen, Closed, Open };
     static constexpr double liftOverhead = 0.75, spreadWide = 1.1, kneeScale = 0.62;
 
-    explicit JumpingJackCoach(RandomPick pick = {}) : ExerciseCoach(std::move(pick)) {}
+    explicit JumpingJackCoach(RandomPick pick = {})
+        : ExerciseCoach(std::move(pick)) {}
     QString name() const override { return QStringLiteral("Jumping Jacks"); }
     QString setupHint() const override {
         return QStringLiteral("Stand back until your raised hands and your feet are both in shot.");
@@ -70,9 +75,11 @@ private:
 class PushupCoach final : public ExerciseCoach {
 public:
     enum class Phase { Unseen, Top, Down };
-    static constexpr double depthTarget = 100, bodyLineLimit = 162, descent = 140, lockout = 158, depthCue = 120;
+    static constexpr double depthTarget = 100, bodyLineLimit = 162, descent = 140, lockout = 158,
+                            depthCue = 120;
 
-    explicit PushupCoach(RandomPick pick = {}) : ExerciseCoach(std::move(pick)) {}
+    explicit PushupCoach(RandomPick pick = {})
+        : ExerciseCoach(std::move(pick)) {}
     QString name() const override { return QStringLiteral("Push-ups"); }
     QString setupHint() const override {
         return QStringLiteral("Turn the camera side-on so it sees you head to feet in profile.");
@@ -93,6 +100,8 @@ private:
 // The coach a lockout workout names ("coach:squats", "coach:jacks", "coach:pushups"); none for a
 // workout of the web app.
 std::unique_ptr<ExerciseCoach> coachForWorkout(const QString& workoutID);
-inline bool isCoachWorkout(const QString& workoutID) { return coachForWorkout(workoutID) != nullptr; }
+inline bool isCoachWorkout(const QString& workoutID) {
+    return coachForWorkout(workoutID) != nullptr;
+}
 
 } // namespace tovin

@@ -17,7 +17,7 @@ namespace tovin {
 class ManualClock final : public Clock {
 public:
     explicit ManualClock(QDateTime start = QDateTime(QDate(2026, 3, 2), QTime(9, 0),
-                                                   QTimeZone::utc()))
+                                                     QTimeZone::utc()))
         : wallAtZero_(std::move(start)) {}
     ~ManualClock() override {
         for (FakeTimer* t : timers_)
@@ -100,7 +100,8 @@ private:
     class FakeTimer final : public Timer {
     public:
         FakeTimer(ManualClock* clock, std::function<void()> onTimeout)
-            : clock_(clock), onTimeout_(std::move(onTimeout)) {
+            : clock_(clock)
+            , onTimeout_(std::move(onTimeout)) {
             clock_->timers_.push_back(this);
         }
         ~FakeTimer() override {

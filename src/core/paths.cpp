@@ -93,8 +93,8 @@ QString orRunning(const QString& programDir) {
 
 QString installedShare(const QString& relative, const QString& programDir) {
     const QString dir = orRunning(programDir);
-    for (const QString& share : {QString(dir + u"/../share/tovin/"),
-                                 QString(dir + u"/../../share/tovin/")}) {
+    for (const QString& share :
+         {QString(dir + u"/../share/tovin/"), QString(dir + u"/../../share/tovin/")}) {
         if (QFileInfo::exists(share + relative))
             return QDir::cleanPath(share + relative);
     }

@@ -34,12 +34,11 @@ RandomPick systemRandomPick() {
 }
 
 const std::array<const char16_t*, 7>& praise() {
-    static const std::array<const char16_t*, 7> words{u"Clean rep.",    u"That's the one.", u"Textbook.",
-                                                      u"Nice depth.",   u"Strong.",         u"Perfect form.",
-                                                      u"Keep that shape."};
+    static const std::array<const char16_t*, 7> words{
+        u"Clean rep.", u"That's the one.", u"Textbook.",       u"Nice depth.",
+        u"Strong.",    u"Perfect form.",   u"Keep that shape."};
     return words;
 }
-
 
 RepReport ExerciseCoach::finishRep(QStringList faults) {
     ++reps_;

@@ -109,11 +109,14 @@ public:
     virtual void reset() = 0;
 
 protected:
-    explicit ExerciseCoach(RandomPick pick) : pick_(pick ? std::move(pick) : systemRandomPick()) {}
+    explicit ExerciseCoach(RandomPick pick)
+        : pick_(pick ? std::move(pick) : systemRandomPick()) {}
     // Counts a repetition with its faults and returns its report; the headline is the first
     // fault, or a word of praise for a clean one.
     RepReport finishRep(QStringList faults);
-    CoachOutput notSeen(const QString& status) const { return {status, setupHint(), std::nullopt, std::nullopt}; }
+    CoachOutput notSeen(const QString& status) const {
+        return {status, setupHint(), std::nullopt, std::nullopt};
+    }
 
     int reps_ = 0;
     int cleanReps_ = 0;

@@ -211,7 +211,9 @@ namespace {
 // general reader below takes it, so what this accepts is by construction what that accepts.
 class CanonicalReader {
 public:
-    explicit CanonicalReader(const QByteArray& bytes) : p_(bytes.constData()), end_(p_ + bytes.size()) {}
+    explicit CanonicalReader(const QByteArray& bytes)
+        : p_(bytes.constData())
+        , end_(p_ + bytes.size()) {}
 
     std::optional<QList<PromiseRecord>> read() {
         QList<PromiseRecord> records;
@@ -242,7 +244,8 @@ private:
 
     std::optional<PromiseRecord> readRecord() {
         PromiseRecord r;
-        if (!literal("  {\n    \"date\": \"") || !isoDate(r.date) || !literal("\",\n    \"outcome\": "))
+        if (!literal("  {\n    \"date\": \"") || !isoDate(r.date) ||
+            !literal("\",\n    \"outcome\": "))
             return std::nullopt;
         if (literal("\"tovin\""))
             r.outcome = PromiseRecord::Outcome::Tovin;
@@ -250,8 +253,9 @@ private:
             r.outcome = PromiseRecord::Outcome::Broken;
         else
             return std::nullopt;
-        if (!literal(",\n    \"exercise\": ") || !string(r.exercise) || !literal(",\n    \"reps\": ") ||
-            !integer(r.reps) || !literal(",\n    \"cleanReps\": ") || !integer(r.cleanReps))
+        if (!literal(",\n    \"exercise\": ") || !string(r.exercise) ||
+            !literal(",\n    \"reps\": ") || !integer(r.reps) ||
+            !literal(",\n    \"cleanReps\": ") || !integer(r.cleanReps))
             return std::nullopt;
         // Years of records name the same few workouts: share one string for each run of them.
         if (r.exercise == lastExercise_)
@@ -303,17 +307,28 @@ private:
             if (end_ - p_ < 2)
                 return false;
             switch (p_[1]) {
-            case '"': utf8 += '"'; break;
-            case '\\': utf8 += '\\'; break;
-            case 'n': utf8 += '\n'; break;
-            case 'r': utf8 += '\r'; break;
-            case 't': utf8 += '\t'; break;
+            case '"':
+                utf8 += '"';
+                break;
+            case '\\':
+                utf8 += '\\';
+                break;
+            case 'n':
+                utf8 += '\n';
+                break;
+            case 'r':
+                utf8 += '\r';
+                break;
+            case 't':
+                utf8 += '\t';
+                break;
             case 'u': {
                 if (end_ - p_ < 6 || p_[2] != '0' || p_[3] != '0')
                     return false;
                 const int hi = hexDigit(p_[4]), lo = hexDigit(p_[5]);
                 const int code = hi * 16 + lo;
-                if (hi < 0 || lo < 0 || code >= 0x20 || code == '\n' || code == '\r' || code == '\t')
+                if (hi < 0 || lo < 0 || code >= 0x20 || code == '\n' || code == '\r' ||
+                    code == '\t')
                     return false;
                 utf8 += char(code);
                 p_ += 4;
@@ -364,8 +379,8 @@ private:
     // "YYYY-MM-DDTHH:MM:SSZ", as formatIsoSeconds writes a UTC instant (the closing quote is
     // the caller's).
     bool isoDate(QDateTime& out) {
-        if (end_ - p_ < 20 || p_[4] != '-' || p_[7] != '-' || p_[10] != 'T' || p_[13] != ':' || p_[16] != ':' ||
-            p_[19] != 'Z')
+        if (end_ - p_ < 20 || p_[4] != '-' || p_[7] != '-' || p_[10] != 'T' || p_[13] != ':' ||
+            p_[16] != ':' || p_[19] != 'Z')
             return false;
         auto number = [this](int at, int count) {
             int value = 0;
@@ -378,15 +393,15 @@ private:
         };
         const int year = number(0, 4), month = number(5, 2), day = number(8, 2);
         const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
-        if (year < 1 || month < 0 || day < 0 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 ||
-            second > 59)
+        if (year < 1 || month < 0 || day < 0 || hour < 0 || hour > 23 || minute < 0 ||
+            minute > 59 || second < 0 || second > 59)
             return false;
         const QDate date(year, month, day);
         if (!date.isValid())
             return false;
         constexpr qint64 unixEpochJulianDay = 2440588;
-        out = QDateTime::fromSecsSinceEpoch((date.toJulianDay() - unixEpochJulianDay) * 86400 + hour * 3600 +
-                                                minute * 60 + second,
+        out = QDateTime::fromSecsSinceEpoch((date.toJulianDay() - unixEpochJulianDay) * 86400 +
+                                                hour * 3600 + minute * 60 + second,
                                             QTimeZone::utc());
         p_ += 20;
         return true;

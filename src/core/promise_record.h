@@ -23,8 +23,8 @@ struct PromiseRecord {
     QString exercise;
     qint64 reps = 0;
     qint64 cleanReps = 0;
-    std::optional<Reason> reason;  // only for a broken promise
-    std::optional<bool> attested;  // taken on the person's word instead of counted
+    std::optional<Reason> reason; // only for a broken promise
+    std::optional<bool> attested; // taken on the person's word instead of counted
 
     // The reasons the break warning offers, in its order.
     static QList<Reason> allReasons() { return {Reason::Urgent, Reason::DidntFeelLikeIt}; }

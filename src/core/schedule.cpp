@@ -19,7 +19,8 @@ int graceMinutes(double graceSeconds) {
 
 } // namespace
 
-Schedule::Schedule(QList<Block> blocks) : blocks_(std::move(blocks)) {
+Schedule::Schedule(QList<Block> blocks)
+    : blocks_(std::move(blocks)) {
     derived_.reserve(blocks_.size());
     for (const Block& block : blocks_) {
         Derived d;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/calendar.h"
 #include "core/block.h"
+#include "core/calendar.h"
 #include "core/tick.h"
 
 #include <QDateTime>
@@ -64,8 +64,8 @@ public:
 
 private:
     struct Derived {
-        int minute = -1;       // -1 for a malformed time
-        quint8 weekdays = 0;   // bit d set when the block runs on weekday d
+        int minute = -1;     // -1 for a malformed time
+        quint8 weekdays = 0; // bit d set when the block runs on weekday d
         QString key;
     };
 

@@ -76,12 +76,14 @@ LockoutPage decodePage(const QJsonObject& o) {
 }
 
 QJsonObject encode(const SetupStrip& s) {
-    return {
-        {QStringLiteral("status"), s.status},   {QStringLiteral("standing"), s.standing},
-        {QStringLiteral("paused"), s.paused},   {QStringLiteral("loginTitle"), s.loginTitle},
-        {QStringLiteral("loginOn"), s.loginOn}, {QStringLiteral("loginBlocked"), s.loginBlocked},
-        {QStringLiteral("updates"), s.updates},
-        {QStringLiteral("gnomeExtension"), s.gnomeExtension}};
+    return {{QStringLiteral("status"), s.status},
+            {QStringLiteral("standing"), s.standing},
+            {QStringLiteral("paused"), s.paused},
+            {QStringLiteral("loginTitle"), s.loginTitle},
+            {QStringLiteral("loginOn"), s.loginOn},
+            {QStringLiteral("loginBlocked"), s.loginBlocked},
+            {QStringLiteral("updates"), s.updates},
+            {QStringLiteral("gnomeExtension"), s.gnomeExtension}};
 }
 
 SetupStrip decodeStrip(const QJsonObject& o) {
@@ -92,10 +94,10 @@ SetupStrip decodeStrip(const QJsonObject& o) {
 }
 
 QJsonObject encode(const StartCard& c) {
-    return {{QStringLiteral("phrase"), c.escapePhrase}, {QStringLiteral("valve"), c.valveMinutes},
-            {QStringLiteral("standing"), c.standing},   {QStringLiteral("streak"), c.streak},
-            {QStringLiteral("longest"), c.longestStreak},
-            {QStringLiteral("rehearsal"), c.rehearsal}};
+    return {
+        {QStringLiteral("phrase"), c.escapePhrase},   {QStringLiteral("valve"), c.valveMinutes},
+        {QStringLiteral("standing"), c.standing},     {QStringLiteral("streak"), c.streak},
+        {QStringLiteral("longest"), c.longestStreak}, {QStringLiteral("rehearsal"), c.rehearsal}};
 }
 
 StartCard decodeCard(const QJsonObject& o) {
@@ -313,8 +315,7 @@ bool take(const QJsonObject& o, Note& m) {
     return true;
 }
 
-template <typename Message>
-QByteArray encodeAs(const char* key, const Message& message) {
+template <typename Message> QByteArray encodeAs(const char* key, const Message& message) {
     QJsonObject o{{QLatin1StringView(key), QLatin1StringView(Message::name)}};
     if constexpr (requires { put(o, message); })
         put(o, message);

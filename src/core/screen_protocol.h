@@ -177,11 +177,10 @@ struct Note {
 };
 } // namespace Event
 
-using AnyEvent =
-    std::variant<Event::Hello, Event::Alive, Event::Up, Event::Broken, Event::TimedOut,
-                 Event::Panicked, Event::Yielded, Event::QuitAsked, Event::PageMessage,
-                 Event::PageFailed, Event::PageLoaded, Event::CoachFinished, Event::Action,
-                 Event::SetupState, Event::Note>;
+using AnyEvent = std::variant<Event::Hello, Event::Alive, Event::Up, Event::Broken, Event::TimedOut,
+                              Event::Panicked, Event::Yielded, Event::QuitAsked, Event::PageMessage,
+                              Event::PageFailed, Event::PageLoaded, Event::CoachFinished,
+                              Event::Action, Event::SetupState, Event::Note>;
 
 // One line, newline included.
 QByteArray encode(const AnyCommand& command);

@@ -18,15 +18,15 @@ namespace tovin {
 struct LockoutPage {
     enum class Kind { Workout, Retest, Away, Coach };
     Kind kind = Kind::Workout;
-    QString webRoot;                   // the web app's folder
-    QJsonObject native;                // the page's TOVIN_NATIVE data (no functions)
-    QString awayLabel;                 // an away block's label
-    QDateTime awayEndsAt;              // when an away block ends
-    QString coachWorkout;              // the camera coach's workout ("coach:squats", …)
+    QString webRoot;      // the web app's folder
+    QJsonObject native;   // the page's TOVIN_NATIVE data (no functions)
+    QString awayLabel;    // an away block's label
+    QDateTime awayEndsAt; // when an away block ends
+    QString coachWorkout; // the camera coach's workout ("coach:squats", …)
     int requiredCleanReps = 0;
-    QString standing;                  // the break warning's sentence about the promises so far
-    QString escapePhrase;              // the phrase that opens the break warning
-    double hintDelay = 25;             // seconds before the shield hints at the ways out
+    QString standing;      // the break warning's sentence about the promises so far
+    QString escapePhrase;  // the phrase that opens the break warning
+    double hintDelay = 25; // seconds before the shield hints at the ways out
 
     // Whether a page prepared for `other` can serve as this one.
     bool servesAs(const LockoutPage& other) const {
@@ -90,8 +90,8 @@ public:
     virtual void coachDone(int streak) = 0;
 
     // Opens (or brings forward) the setup window at its remembered frame (saveGeometry's bytes).
-    virtual void openSetup(const QString& webRoot, const QJsonObject& native, const SetupStrip& strip,
-                           const QByteArray& geometry) = 0;
+    virtual void openSetup(const QString& webRoot, const QJsonObject& native,
+                           const SetupStrip& strip, const QByteArray& geometry) = 0;
     virtual void updateStrip(const SetupStrip& strip) = 0;
     virtual void hideSetup() = 0;
     // The setup window has the keyboard and shows (the person may be working in it).

@@ -46,7 +46,9 @@ public:
 
 private:
     Tick(Case c, std::optional<Block> block, QString reason)
-        : case_(c), block_(std::move(block)), reason_(std::move(reason)) {}
+        : case_(c)
+        , block_(std::move(block))
+        , reason_(std::move(reason)) {}
 
     Case case_;
     std::optional<Block> block_;

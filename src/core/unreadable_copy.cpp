@@ -10,7 +10,7 @@ namespace tovin {
 namespace {
 // More than any file of ours should ever be; a bigger one is not copied (nor overwritten).
 constexpr qint64 maxCopyBytes = 512LL * 1024 * 1024;
-}
+} // namespace
 
 QString keepUnreadableCopy(const QString& path) {
     if (!QFile::exists(path))

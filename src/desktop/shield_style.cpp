@@ -2,12 +2,12 @@
 
 #include <QApplication>
 #include <QGridLayout>
+#include <QLabel>
 #include <QPalette>
 #include <QStyleFactory>
+#include <QVBoxLayout>
 
 #include <optional>
-#include <QLabel>
-#include <QVBoxLayout>
 
 namespace tovin {
 
@@ -114,8 +114,8 @@ QVBoxLayout* centredColumn(QWidget* parent, int width, int spacing) {
     return stack;
 }
 
-QLabel* addColumnLabel(QVBoxLayout* column, const QString& text, qreal points,
-                       QFont::Weight weight, qreal alpha) {
+QLabel* addColumnLabel(QVBoxLayout* column, const QString& text, qreal points, QFont::Weight weight,
+                       qreal alpha) {
     auto* label = new QLabel(text);
     QFont f = label->font();
     f.setPointSizeF(points);

@@ -28,7 +28,7 @@ QVBoxLayout* centredColumn(QWidget* parent, int width, int spacing);
 
 // A centred, wrapping label in the system font at this size, weight and white opacity,
 // appended to the column.
-QLabel* addColumnLabel(QVBoxLayout* column, const QString& text, qreal points,
-                       QFont::Weight weight, qreal alpha);
+QLabel* addColumnLabel(QVBoxLayout* column, const QString& text, qreal points, QFont::Weight weight,
+                       qreal alpha);
 
 } // namespace tovin

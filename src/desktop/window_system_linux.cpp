@@ -1,12 +1,10 @@
-#include "desktop/window_system.h"
-
 #include "desktop/desktop_hold.h"
+#include "desktop/window_system.h"
 
 #include <QDir>
 #include <QLibraryInfo>
 
 #include <cstring>
-
 #include <wayland-client.h>
 
 namespace tovin::WindowSystem {
@@ -47,7 +45,8 @@ QString chooseNativePlatform() {
     if (asked.isEmpty())
         return QStringLiteral("Wayland session — drawing natively on Wayland");
     return u"Wayland session — drawing natively on Wayland, not through Xwayland as "
-           u"QT_QPA_PLATFORM=" + asked + u" asked: an X keyboard grab holds nothing there";
+           u"QT_QPA_PLATFORM=" +
+           asked + u" asked: an X keyboard grab holds nothing there";
 }
 
 WaylandOffers waylandOffers() {

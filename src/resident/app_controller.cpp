@@ -12,6 +12,7 @@
 #include "resident/records/settings.h"
 
 #include <QFileInfo>
+#include <QTimer>
 
 #include <cmath>
 #include <cstdio>
@@ -28,7 +29,7 @@ QString wholeMinutes(double minutes) {
 
 // What follows an ending once it is journalled and recorded.
 enum class Then {
-    StandDown,         // the screen comes back (it has already) and the watch goes on
+    StandDown,          // the screen comes back (it has already) and the watch goes on
     LowerThenStandDown, // the page shows its last word for a moment first
     LowerThenQuit,      // the coach's panel says the streak, then Tovin ends as it promised
     Quit,               // the panic: Tovin ends at once
@@ -117,7 +118,16 @@ AppController::AppController(const AppDependencies& deps, QObject* parent)
             [this](const QString& exercise, qint64 reps) {
                 end({Ending::Kind::WorkoutCompleted, exercise, reps, reps});
             });
-    connect(&bridge_, &BridgeMessages::settingsSaved, this, &AppController::settingsChanged);
+    // Whatever shows the person's settings is drawn again once per turn of the event loop,
+    // however many values one save wrote.
+    connect(&prefs_, &Preferences::changed, this, [this] {
+        if (std::exchange(settingsChangeQueued_, true))
+            return;
+        QTimer::singleShot(0, this, [this] {
+            settingsChangeQueued_ = false;
+            Q_EMIT settingsChanged();
+        });
+    });
 
     using K = Ending::Kind;
     connect(&screens_, &Screens::shieldWasBroken, this,
@@ -157,6 +167,7 @@ void AppController::enter(Phase phase) {
     case Phase::Raised:
         countdown_.dismiss();
         deferTimer_.reset();
+        awayTimer_.reset(); // an earlier away block's end never ends this lockout
         break;
     case Phase::Ending:
         mark_.clear();
@@ -170,6 +181,13 @@ void AppController::leaveCountdown() {
         return;
     countdown_.dismiss();
     phase_ = beforeCountdown_;
+}
+
+void AppController::noticeGoneUnasked() {
+    // A notice closed from outside the controller (nothing in the app does) must not leave the
+    // phase behind, or no countdown would ever show again.
+    if (phase_ == Phase::Countdown && !countdown_.isShowing())
+        phase_ = beforeCountdown_;
 }
 
 bool AppController::roundIsOver() const {
@@ -212,9 +230,8 @@ void AppController::startScheduleWatch() {
         reloadSchedule();
         Q_EMIT settingsChanged();
         firedToday_.clear(); // in memory only; the stored set stays
-        journal_.note(QStringLiteral("schedule"), u"reloaded — " +
-                                                      QString::number(schedule_.blocks().size()) +
-                                                      u" block(s)");
+        journal_.note(QStringLiteral("schedule"),
+                      u"reloaded — " + QString::number(schedule_.blocks().size()) + u" block(s)");
     });
     checkSchedule();
 }
@@ -258,6 +275,7 @@ void AppController::machineDidWake() {
 void AppController::checkSchedule() {
     const QDateTime now = clock_.now();
     lastTickAt_ = now;
+    noticeGoneUnasked();
     // The valve holds even if its timer slept with the machine.
     if (screens_.isUp())
         screens_.enforceValve(now);
@@ -273,10 +291,9 @@ void AppController::checkSchedule() {
         prefs_.setFiredBlocksDay(today);
         prefs_.setFiredBlocks(firedToday_);
         journal_.note(QStringLiteral("day"),
-                      firedToday_.isEmpty()
-                          ? QStringLiteral("rolled over — fired set cleared")
-                          : u"resumed — " + QString::number(firedToday_.size()) +
-                                u" block(s) already served today");
+                      firedToday_.isEmpty() ? QStringLiteral("rolled over — fired set cleared")
+                                            : u"resumed — " + QString::number(firedToday_.size()) +
+                                                  u" block(s) already served today");
     }
 
     TickState state;
@@ -337,8 +354,8 @@ std::optional<QString> AppController::holdOffReason() {
 }
 
 void AppController::lockoutBecameDue() {
-    // Once a lockout has ended, the usage path and every pending deferral stay inert until the
-    // schedule raises the next lockout. Deliberate: an ending is final for this round.
+    // Once a lockout has ended, the usage path and every pending deferral stay inert until a
+    // lockout is raised again. Deliberate: an ending is final for this round.
     if (screens_.isUp() || roundIsOver())
         return;
     if (const auto reason = holdOffReason()) {
@@ -362,6 +379,7 @@ void AppController::deferLockout(double minutes, const QString& because) {
 }
 
 void AppController::warnThenLock() {
+    noticeGoneUnasked();
     if (phase_ == Phase::Countdown || phase_ == Phase::Raised)
         return;
     if (standingAside_) {
@@ -544,8 +562,9 @@ void AppController::end(const Ending& ending) {
         break;
     }
     case Ending::Kind::Broken:
-        journalEnding(u"promise broken (" +
-                      (ending.reason ? toString(*ending.reason) : QStringLiteral("no reason given")) + u')');
+        journalEnding(
+            u"promise broken (" +
+            (ending.reason ? toString(*ending.reason) : QStringLiteral("no reason given")) + u')');
         record({{}, PromiseRecord::Outcome::Broken, exercise, 0, 0, ending.reason, std::nullopt});
         break;
     case Ending::Kind::HelperLost:
@@ -566,8 +585,8 @@ void AppController::end(const Ending& ending) {
         break;
     default:
         if (rule.recorded)
-            record({{}, *rule.recorded, exercise, ending.reps, ending.cleanReps, std::nullopt,
-                    false});
+            record(
+                {{}, *rule.recorded, exercise, ending.reps, ending.cleanReps, std::nullopt, false});
         break;
     }
 

@@ -73,8 +73,9 @@ struct Ending {
 // becomes the single pending deferral, which comes back through the same guard.
 //
 // It runs as four phases, each entered and left in one place: idle (watching), countdown (the
-// notice shows), raised (a lockout is up) and ending (a lockout ended; the round is over until
-// the schedule raises the next one). Every ending goes through end(), once.
+// notice shows), raised (a lockout is up) and ending (a lockout ended: the round is over, and
+// nothing more locks by itself until a lockout is raised by hand or Tovin starts again). Every
+// ending goes through end(), once.
 //
 // It only decides: what a lockout shows is asked of the Screens, and everything the screens
 // report (an ending, a page's message, a failure) comes back here to be judged and written.
@@ -133,7 +134,8 @@ public:
     QString statusLine();
     QString standingLine() const;
     // The data a page boots with (TOVIN_NATIVE), from the settings, the week and the ledger.
-    QJsonObject nativeFor(PageMode mode, bool shown, const std::optional<QString>& blockLabel) const;
+    QJsonObject nativeFor(PageMode mode, bool shown,
+                          const std::optional<QString>& blockLabel) const;
     // A crash of this process (a fault, not a kill) takes the lockout's mark with it: Tovin's
     // own faults are not broken promises.
     void clearMarkOnCrash() { mark_.clearOnCrash(); }
@@ -155,6 +157,7 @@ private:
     // phase it interrupted.
     void enter(Phase phase);
     void leaveCountdown();
+    void noticeGoneUnasked();
     // The round is over: an ending happened since the last raise (a countdown in between
     // does not change that).
     bool roundIsOver() const;
@@ -210,6 +213,7 @@ private:
     bool prepared_ = false;
     bool standingAside_ = false;
     bool toldScreensLost_ = false;
+    bool settingsChangeQueued_ = false;
     std::optional<QDateTime> pausedUntil_;
     std::optional<QDateTime> sleptAt_;
     std::optional<QDateTime> lastTickAt_;

@@ -1,19 +1,19 @@
 #include "resident/app_shell.h"
 
-#include "resident/instance_server.h"
-#include "resident/launch_at_login.h"
-#include "resident/status_icon.h"
+#include "core/bundle_routes.h"
 #include "core/paths.h"
-#include "resident/records/instance_record.h"
-#include "resident/records/journal.h"
-#include "resident/records/save_failures.h"
-#include "resident/records/promise_ledger.h"
-#include "resident/records/schedule_store.h"
-#include "resident/records/settings.h"
 #include "desktop/desktop_hold.h"
 #include "desktop/shield_style.h"
 #include "desktop/window_system.h"
-#include "core/bundle_routes.h"
+#include "resident/instance_server.h"
+#include "resident/launch_at_login.h"
+#include "resident/records/instance_record.h"
+#include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
+#include "resident/records/schedule_store.h"
+#include "resident/records/settings.h"
+#include "resident/status_icon.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -79,9 +79,10 @@ void AppShell::chosen(const QString& action, const QString& value) {
         controller_.raiseLockout(launchedForRehearsal_);
     else if (action == u"gnomeExtension") {
         deps_.journal.note(QStringLiteral("shield"),
-                      value.isEmpty() ? u"GNOME Shell extension installed at the person's word — "_s +
-                                            DesktopHold::describe()
-                                      : u"GNOME Shell extension not installed: "_s + value);
+                           value.isEmpty()
+                               ? u"GNOME Shell extension installed at the person's word — "_s +
+                                     DesktopHold::describe()
+                               : u"GNOME Shell extension not installed: "_s + value);
         offerGnomeExtension_ = gnomeExtensionWanted();
         refreshSetupStrip();
     } else if (action == u"setupGeometry")
@@ -92,7 +93,8 @@ void AppShell::alert(const QString& title, const QString& detail) {
     // What the person was told belongs with the decisions that led to it.
     deps_.journal.note(QStringLiteral("alert"), title);
     // Not modal: the schedule keeps ticking while the person reads it.
-    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
+    auto* box =
+        new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"), title, QMessageBox::Ok);
     box->setInformativeText(detail);
     box->setAttribute(Qt::WA_DeleteOnClose);
     connect(box, &QMessageBox::finished, this, [this] {
@@ -202,7 +204,8 @@ void AppShell::tellThePerson(const QString& title, const QString& body) {
             tray_->showMessage(title, body, QSystemTrayIcon::Warning);
             return;
         }
-        auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Tovin"), title, QMessageBox::Ok);
+        auto* box =
+            new QMessageBox(QMessageBox::Warning, QStringLiteral("Tovin"), title, QMessageBox::Ok);
         box->setInformativeText(body);
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->setModal(false);
@@ -213,16 +216,19 @@ void AppShell::tellThePerson(const QString& title, const QString& body) {
         return;
     }
     QDBusMessage notify = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("/org/freedesktop/Notifications"),
+        QStringLiteral("org.freedesktop.Notifications"),
+        QStringLiteral("/org/freedesktop/Notifications"),
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
     notify << QStringLiteral("Tovin") << 0u << QStringLiteral("dialog-warning") << title << body
            << QStringList() << QVariantMap() << -1;
-    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [fallBack](QDBusPendingCallWatcher* w) {
-        w->deleteLater();
-        if (w->isError())
-            fallBack();
-    });
+    auto* watcher =
+        new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [fallBack](QDBusPendingCallWatcher* w) {
+                w->deleteLater();
+                if (w->isError())
+                    fallBack();
+            });
 }
 
 void AppShell::launch() {
@@ -230,17 +236,20 @@ void AppShell::launch() {
         tray_ = new QSystemTrayIcon(trayIconNow(), this);
         tray_->setToolTip(QStringLiteral("Tovin"));
         trayMenu_ = std::make_unique<QMenu>();
-        connect(trayMenu_.get(), &QMenu::aboutToShow, this, [this] { rebuildMenu(trayMenu_.get()); });
+        connect(trayMenu_.get(), &QMenu::aboutToShow, this,
+                [this] { rebuildMenu(trayMenu_.get()); });
         rebuildMenu(trayMenu_.get());
         tray_->setContextMenu(trayMenu_.get());
-        connect(tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason r) {
-            if (r == QSystemTrayIcon::Trigger)
-                openSetupWindow();
-        });
+        connect(tray_, &QSystemTrayIcon::activated, this,
+                [this](QSystemTrayIcon::ActivationReason r) {
+                    if (r == QSystemTrayIcon::Trigger)
+                        openSetupWindow();
+                });
         tray_->show();
     } else {
-        deps_.journal.note(QStringLiteral("shield"),
-                      QStringLiteral("no tray on this desktop — the setup window carries the menu"));
+        deps_.journal.note(
+            QStringLiteral("shield"),
+            QStringLiteral("no tray on this desktop — the setup window carries the menu"));
     }
     // The first run's example week goes to disk before the setup page reads the week.
     deps_.week.writeExampleIfMissing();
@@ -261,15 +270,18 @@ void AppShell::rebuildMenu(QMenu* menu) {
                     [this] { openSetupWindow(); });
     menu->addAction(QStringLiteral("Lock Me Out Now"), QKeySequence(QStringLiteral("Ctrl+L")), this,
                     [this] { lockNow(false); });
-    menu->addAction(QStringLiteral("Rehearse Lockout (safe)"), QKeySequence(QStringLiteral("Ctrl+Shift+L")),
-                    this, [this] { lockNow(true); });
+    menu->addAction(QStringLiteral("Rehearse Lockout (safe)"),
+                    QKeySequence(QStringLiteral("Ctrl+Shift+L")), this, [this] { lockNow(true); });
     menu->addSeparator();
     if (!controller_.pausedUntil())
-        menu->addAction(QStringLiteral("Pause for an hour"), this, [this] { controller_.pauseAnHour(); });
+        menu->addAction(QStringLiteral("Pause for an hour"), this,
+                        [this] { controller_.pauseAnHour(); });
     else
-        menu->addAction(QStringLiteral("Resume watching"), this, [this] { controller_.resumeWatching(); });
+        menu->addAction(QStringLiteral("Resume watching"), this,
+                        [this] { controller_.resumeWatching(); });
     const int status = login_.status();
-    QAction* login = menu->addAction(LaunchAtLogin::menuTitle(status), this, [this] { toggleLaunchAtLogin(); });
+    QAction* login =
+        menu->addAction(LaunchAtLogin::menuTitle(status), this, [this] { toggleLaunchAtLogin(); });
     login->setCheckable(true);
     login->setChecked(status == LaunchAtLogin::Enabled);
     login->setEnabled(status != LaunchAtLogin::Blocked);
@@ -327,10 +339,10 @@ void AppShell::openSetupWindow() {
     }
     // Asked once a window: the strip's lines refresh every few seconds, this need not.
     offerGnomeExtension_ = gnomeExtensionWanted();
-    const QJsonValue frame =
-        deps_.preferences.store().value(QStringLiteral("setupWindowGeometry"));
+    const QJsonValue frame = deps_.preferences.store().value(QStringLiteral("setupWindowGeometry"));
     screens_.openSetup(*root, controller_.nativeFor(PageMode::Setup, true, std::nullopt), strip(),
-                       frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1()) : QByteArray());
+                       frame.isString() ? QByteArray::fromBase64(frame.toString().toLatin1())
+                                        : QByteArray());
     // The strip's lines follow the clock only while the window shows: a resident that waits
     // must not wake for a window nobody sees.
     if (!stripTimer_) {
@@ -349,17 +361,18 @@ void AppShell::lockNow(bool rehearsal) {
     // A copy launched to rehearse only ever rehearses, whatever its setup window asks.
     rehearsal = rehearsal || launchedForRehearsal_;
     // A lockout asked for by hand is on the record like any other.
-    deps_.journal.note(QStringLiteral("shield"), rehearsal ? QStringLiteral("rehearsal asked for from the menu")
-                                                      : QStringLiteral("Lock Me Out Now — asked for from the menu"));
+    deps_.journal.note(QStringLiteral("shield"),
+                       rehearsal ? QStringLiteral("rehearsal asked for from the menu")
+                                 : QStringLiteral("Lock Me Out Now — asked for from the menu"));
     controller_.raiseLockout(rehearsal);
 }
 
 void AppShell::showStartWindow() {
     PromiseLedger& ledger = deps_.ledger;
     ledger.refresh();
-    screens_.showStart({deps_.preferences.escapePhrase(),
-                        int(deps_.preferences.maxShieldMinutes()), controller_.standingLine(),
-                        ledger.streak(), ledger.longestStreak(), launchedForRehearsal_});
+    screens_.showStart({deps_.preferences.escapePhrase(), int(deps_.preferences.maxShieldMinutes()),
+                        controller_.standingLine(), ledger.streak(), ledger.longestStreak(),
+                        launchedForRehearsal_});
 }
 
 } // namespace tovin

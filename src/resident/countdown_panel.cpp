@@ -43,7 +43,8 @@ protected:
 CountdownPanel::CountdownPanel(Clock& clock, const CallDetector& calls, QObject* parent)
     : Countdown(parent)
     , clock_(clock)
-    , calls_(calls) {}
+    , calls_(calls) {
+}
 
 CountdownPanel::~CountdownPanel() {
     delete panel_;
@@ -99,10 +100,10 @@ void CountdownPanel::show(double seconds, int snoozesLeft) {
     connect(start, &QPushButton::clicked, this, &CountdownPanel::startNow);
     row->addWidget(start);
     if (snoozesLeft >= 1) {
-        auto* later = new QPushButton(snoozesLeft == 1
-                                          ? QStringLiteral("Not now (last one)")
-                                          : QStringLiteral("Not now (%1 left)").arg(snoozesLeft),
-                                      window);
+        auto* later =
+            new QPushButton(snoozesLeft == 1 ? QStringLiteral("Not now (last one)")
+                                             : QStringLiteral("Not now (%1 left)").arg(snoozesLeft),
+                            window);
         later->setFocusPolicy(Qt::NoFocus);
         connect(later, &QPushButton::clicked, this, &CountdownPanel::snooze);
         row->addWidget(later);

@@ -15,7 +15,10 @@ namespace {
 
 // Desktop-entry quoting for an Exec argument.
 QString quoted(QString path) {
-    path.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\"")).replace(u'`', QStringLiteral("\\`")).replace(u'$', QStringLiteral("\\$"));
+    path.replace(u'\\', QStringLiteral("\\\\"))
+        .replace(u'"', QStringLiteral("\\\""))
+        .replace(u'`', QStringLiteral("\\`"))
+        .replace(u'$', QStringLiteral("\\$"));
     return u'"' + path + u'"';
 }
 
@@ -24,7 +27,8 @@ QString quoted(QString path) {
 LaunchAtLogin::LaunchAtLogin(QString entryPath, QString executable, Journal& journal)
     : entryPath_(std::move(entryPath))
     , executable_(std::move(executable))
-    , journal_(journal) {}
+    , journal_(journal) {
+}
 
 QString LaunchAtLogin::defaultEntryPath() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
@@ -59,14 +63,15 @@ int LaunchAtLogin::set(bool on) {
     QString error;
     if (on) {
         const QString exe = executable();
-        const QByteArray entry = (QStringLiteral("[Desktop Entry]\n"
-                                                 "Type=Application\n"
-                                                 "Name=Tovin\n"
-                                                 "Comment=Holds you to the breaks you promised yourself\n"
-                                                 "Icon=dev.tovin.Tovin\n"
-                                                 "Exec=") +
-                                  quoted(exe) + u"\nTerminal=false\nX-GNOME-Autostart-enabled=true\n")
-                                     .toUtf8();
+        const QByteArray entry =
+            (QStringLiteral("[Desktop Entry]\n"
+                            "Type=Application\n"
+                            "Name=Tovin\n"
+                            "Comment=Holds you to the breaks you promised yourself\n"
+                            "Icon=dev.tovin.Tovin\n"
+                            "Exec=") +
+             quoted(exe) + u"\nTerminal=false\nX-GNOME-Autostart-enabled=true\n")
+                .toUtf8();
         if (exe.isEmpty())
             error = QStringLiteral("no installed executable to start");
         else if (!writeFileAtomically(path, entry))
@@ -77,7 +82,9 @@ int LaunchAtLogin::set(bool on) {
         journal_.note(QStringLiteral("login"), u"couldn't unregister: cannot remove " + path);
     }
     const int now = status();
-    journal_.note(QStringLiteral("login"), QString::fromUtf8(on ? "asked for on — now " : "asked for off — now ") + describe(now));
+    journal_.note(QStringLiteral("login"),
+                  QString::fromUtf8(on ? "asked for on — now " : "asked for off — now ") +
+                      describe(now));
     return now;
 }
 
@@ -97,8 +104,9 @@ QString LaunchAtLogin::describe(int s) {
 }
 
 QString LaunchAtLogin::menuTitle(int s) {
-    return s == Blocked ? QStringLiteral("Open at Login — blocked in your desktop's startup settings")
-                        : QStringLiteral("Open at Login");
+    return s == Blocked
+               ? QStringLiteral("Open at Login — blocked in your desktop's startup settings")
+               : QStringLiteral("Open at Login");
 }
 
 QString LaunchAtLogin::blockedTitle() {

@@ -47,10 +47,9 @@ void writeProbeHeader(QTextStream& out, int inputDevices, const QStringList& sou
 }
 
 QString probeLine(const CallState& state) {
-    const auto part = [](const char* name, bool live, const char* liveWord,
-                         const QStringList& by) {
-        QString text = QLatin1String(name) + u' ' +
-                       (live ? QLatin1String(liveWord) : QLatin1String("idle"));
+    const auto part = [](const char* name, bool live, const char* liveWord, const QStringList& by) {
+        QString text =
+            QLatin1String(name) + u' ' + (live ? QLatin1String(liveWord) : QLatin1String("idle"));
         if (live && !by.isEmpty())
             text += u" (" + by.join(u", ") + u')';
         return text;

@@ -1,13 +1,14 @@
-#include "resident/app_shell.h"
-#include "resident/launch_switches.h"
-#include "resident/screen_helper.h"
-#include "resident/self_test.h"
 #include "core/paths.h"
+#include "desktop/desktop_hold.h"
+#include "desktop/shield_style.h"
+#include "desktop/window_system.h"
+#include "resident/app_shell.h"
+#include "resident/countdown_panel.h"
 #include "resident/guards/call_detector.h"
 #include "resident/guards/platform_guards.h"
 #include "resident/guards/sleep_watcher.h"
-#include "resident/countdown_panel.h"
 #include "resident/launch_at_login.h"
+#include "resident/launch_switches.h"
 #include "resident/records/diagnostics.h"
 #include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
@@ -15,9 +16,8 @@
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
-#include "desktop/desktop_hold.h"
-#include "desktop/shield_style.h"
-#include "desktop/window_system.h"
+#include "resident/screen_helper.h"
+#include "resident/self_test.h"
 #include "resident/updater/dry_run.h"
 #include "resident/updater/updater.h"
 
@@ -96,9 +96,8 @@ int probeIdle(QCoreApplication& app) {
     const auto idle = createPlatformIdleSource();
     std::printf("idle source: %s\n", qPrintable(idle->name()));
     QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &app, [&idle] {
-        std::printf("idle %d s\n", int(idle->secondsSinceLastInput()));
-    });
+    QObject::connect(&timer, &QTimer::timeout, &app,
+                     [&idle] { std::printf("idle %d s\n", int(idle->secondsSinceLastInput())); });
     timer.start(1000);
     return app.exec();
 }
@@ -158,14 +157,14 @@ int main(int argc, char* argv[]) {
         JsonFileSettingsStore store(Settings::defaultStorePath());
         const Preferences prefs(store);
         const PromiseLedger ledger(PromiseLedger::defaultPath());
-        const Diagnostics::WhySources sources{
-            ScheduleStore::defaultPath(),
-            InstanceRecord::defaultPath(),
-            &ledger,
-            Updater::feedSummary(),
-            WindowSystem::describeHold() + (asRoot ? u"; " + rootNote : QString()),
-            idleLine(),
-            callLines()};
+        const Diagnostics::WhySources sources{ScheduleStore::defaultPath(),
+                                              InstanceRecord::defaultPath(),
+                                              &ledger,
+                                              Updater::feedSummary(),
+                                              WindowSystem::describeHold() +
+                                                  (asRoot ? u"; " + rootNote : QString()),
+                                              idleLine(),
+                                              callLines()};
         QTextStream(stdout) << Diagnostics::why(sources, prefs, journal, Clock::system(),
                                                 Calendar::system());
         return 0;
@@ -233,9 +232,9 @@ int main(int argc, char* argv[]) {
     LaunchAtLogin login(LaunchAtLogin::defaultEntryPath(), LaunchAtLogin::thisExecutable(),
                         journal);
     QNetworkAccessManager network;
-    AppShell shell({clock, *idle, calls, screens, countdown, week, preferences, ledger, journal,
-                    saveFailures},
-                   login, network, launchedForRehearsal(arguments));
+    AppShell shell(
+        {clock, *idle, calls, screens, countdown, week, preferences, ledger, journal, saveFailures},
+        login, network, launchedForRehearsal(arguments));
     if (checksSingleInstance(mode) && !shell.claimSingleInstance(mode == LaunchMode::Normal))
         return 0;
 
@@ -265,9 +264,9 @@ int main(int argc, char* argv[]) {
         // The desktop's own means of keeping the shield on top: KWin's is loaded each start.
         if (WindowSystem::session() == WindowSystem::Session::Wayland)
             journal.note(QStringLiteral("shield"),
-                          DesktopHold::desktop() == DesktopHold::Desktop::Kde
-                              ? DesktopHold::loadKWinScript()
-                              : DesktopHold::describe());
+                         DesktopHold::desktop() == DesktopHold::Desktop::Kde
+                             ? DesktopHold::loadKWinScript()
+                             : DesktopHold::describe());
         if (asRoot)
             journal.note(QStringLiteral("shield"), rootNote);
         sleep = std::make_unique<SleepWatcher>();

@@ -36,8 +36,8 @@ QString status(const StatusInputs& in) {
 QString standing(qsizetype records, int streak, int tovin, int broken) {
     if (records == 0)
         return QStringLiteral("No promises yet");
-    const QString prefix = streak > 0 ? QString::number(streak) + u" in a row · "
-                                      : QStringLiteral("Streak broken · ");
+    const QString prefix =
+        streak > 0 ? QString::number(streak) + u" in a row · " : QStringLiteral("Streak broken · ");
     return prefix + QString::number(tovin) + u" tovin · " + QString::number(broken) + u" broken";
 }
 

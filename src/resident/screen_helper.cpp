@@ -174,8 +174,10 @@ void ScreenHelper::handle(const AnyEvent& event) {
     std::visit([this](const auto& e) { handleGreeted(e); }, event);
 }
 
-void ScreenHelper::handleGreeted(const ScreenProtocol::Event::Hello&) {}
-void ScreenHelper::handleGreeted(const ScreenProtocol::Event::Alive&) {}
+void ScreenHelper::handleGreeted(const ScreenProtocol::Event::Hello&) {
+}
+void ScreenHelper::handleGreeted(const ScreenProtocol::Event::Alive&) {
+}
 
 void ScreenHelper::handleGreeted(const ScreenProtocol::Event::Up& e) {
     Q_EMIT covered(e.up);
@@ -300,7 +302,9 @@ void ScreenHelper::letGo(Parting how) {
     if (how == Parting::Quit) {
         // The line stays open until the helper has read "quit" and ended; one that does not
         // end on its own is ended in a few seconds.
-        if (s)
+        if (s && p->state() == QProcess::NotRunning)
+            s->deleteLater();
+        else if (s)
             connect(p, &QProcess::finished, s, &QObject::deleteLater);
         QTimer::singleShot(5000, p, [p] { p->kill(); });
         return;
@@ -371,8 +375,8 @@ void ScreenHelper::raise(const LockoutPage& page, bool rehearsal, double valveMi
     raisedAt_ = clock_.now();
     valveAskedAt_.reset();
     valveMinutes_ = valveMinutes;
-    valveTimer_ = clock_.singleShot(valveMinutes * 60 + valveGrace,
-                                    [this] { enforceValve(clock_.now()); });
+    valveTimer_ =
+        clock_.singleShot(valveMinutes * 60 + valveGrace, [this] { enforceValve(clock_.now()); });
     send(Command::Raise{page, rehearsal, valveMinutes}, true);
 }
 

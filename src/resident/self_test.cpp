@@ -1,26 +1,25 @@
 #include "resident/self_test.h"
 
-#include "resident/app_controller.h"
-#include "resident/screen_helper.h"
 #include "core/atomic_file.h"
 #include "core/manual_clock.h"
-#include "resident/guards/call_detector.h"
+#include "resident/app_controller.h"
 #include "resident/countdown_panel.h"
+#include "resident/guards/call_detector.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
+#include "resident/screen_helper.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
+#include <csignal>
 #include <cstdio>
 #include <functional>
-
-#include <csignal>
 
 namespace tovin {
 
@@ -81,8 +80,8 @@ int runSelfTest() {
     AtTheDesk idle;
     PromiseLedger ledger(dir.filePath(QStringLiteral("promises.json")), &journal, &failures);
     ScheduleStore week(dir.filePath(QStringLiteral("schedule.json")), &failures);
-    week.saveAll({Block{QStringLiteral("09:00"), QStringLiteral("Self-check"),
-                        Block::Kind::Workout, {}, {}}});
+    week.saveAll({Block{
+        QStringLiteral("09:00"), QStringLiteral("Self-check"), Block::Kind::Workout, {}, {}}});
     CountdownPanel countdown(clock, calls);
     countdown.placeAt(QPoint(-30000, -30000));
 
@@ -126,10 +125,10 @@ int runSelfTest() {
                         waitFor([&] { return covered; }));
         completed();
         clock.advance(3.1);
-        suite.check("a completed rehearsal records nothing, says so, lowers and stands down",
-                    ledger.records().isEmpty() && !screens.isUp() && over() && setupOpened == 1 &&
-                        journal.tail(5).join(u'\n').contains(
-                            u"rehearsal — Two-Minute Spark not recorded"));
+        suite.check(
+            "a completed rehearsal records nothing, says so, lowers and stands down",
+            ledger.records().isEmpty() && !screens.isUp() && over() && setupOpened == 1 &&
+                journal.tail(5).join(u'\n').contains(u"rehearsal — Two-Minute Spark not recorded"));
         suite.check("with nothing to show, the screen helper ends",
                     waitFor([&] { return !screens.isRunning(); }, 8000));
 

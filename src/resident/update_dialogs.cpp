@@ -20,8 +20,7 @@ const QString notInstalled = QStringLiteral("The update wasn't installed.");
 
 } // namespace
 
-UpdateDialogs::UpdateDialogs(AppController& controller, Updater::Session session,
-                             QObject* parent)
+UpdateDialogs::UpdateDialogs(AppController& controller, Updater::Session session, QObject* parent)
     : QObject(parent)
     , controller_(controller)
     , session_(session) {
@@ -63,11 +62,13 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
         case Updater::Status::UpToDate:
             if (!quietly)
                 Q_EMIT alertRequested(QStringLiteral("Tovin is up to date."),
-                                      u"You're running version " + Updater::currentVersion() + u'.');
+                                      u"You're running version " + Updater::currentVersion() +
+                                          u'.');
             break;
         case Updater::Status::Failed:
             if (!quietly)
-                Q_EMIT alertRequested(QStringLiteral("Couldn't check for updates."), status.message);
+                Q_EMIT alertRequested(QStringLiteral("Couldn't check for updates."),
+                                      status.message);
             break;
         }
     });
@@ -75,7 +76,8 @@ void UpdateDialogs::checkForUpdates(bool quietly) {
 
 void UpdateDialogs::offer(const Updater::Release& release) {
     if (controller_.lockoutUnderway()) {
-        session_.journal.note(QStringLiteral("update"), release.version + u" offered later — a lockout is in progress");
+        session_.journal.note(QStringLiteral("update"),
+                              release.version + u" offered later — a lockout is in progress");
         return;
     }
     if ((offerBox_ && offerBox_->isVisible()) || (progressBox_ && progressBox_->isVisible()))
@@ -85,7 +87,8 @@ void UpdateDialogs::offer(const Updater::Release& release) {
     if (release.notes && !release.notes->isEmpty())
         detail = *release.notes + u"\n\n";
     detail += u"You're running " + Updater::currentVersion() +
-              u". Tovin will download it, check it's signed by the same developer, replace itself and reopen.";
+              u". Tovin will download it, check it's signed by the same developer, replace itself "
+              u"and reopen.";
 
     auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tovin"),
                                 u"Tovin " + release.version + u" is available.");
@@ -127,13 +130,14 @@ void UpdateDialogs::download(const Updater::Release& release) {
     column->addLayout(row);
     progressBox_ = dialog;
 
-    download_ = Updater::fetch(session_, release, this, [this, release](const Updater::Fetched& result) {
-        if (progressBox_) {
-            progressBox_->disconnect(this);
-            progressBox_->close();
-        }
-        fetched(release, result);
-    });
+    download_ =
+        Updater::fetch(session_, release, this, [this, release](const Updater::Fetched& result) {
+            if (progressBox_) {
+                progressBox_->disconnect(this);
+                progressBox_->close();
+            }
+            fetched(release, result);
+        });
     connect(download_, &Updater::Download::progress, this, [this](qint64 received, qint64 total) {
         if (!bar_ || total <= 0)
             return;
@@ -145,7 +149,8 @@ void UpdateDialogs::download(const Updater::Release& release) {
     connect(dialog, &QDialog::rejected, this, [this, release] {
         if (download_ && !download_->isFinished()) {
             download_->cancel();
-            session_.journal.note(QStringLiteral("update"), u"cancelled before " + release.version + u" finished downloading");
+            session_.journal.note(QStringLiteral("update"), u"cancelled before " + release.version +
+                                                                u" finished downloading");
             Q_EMIT fetchEnded();
         }
     });
@@ -163,7 +168,8 @@ void UpdateDialogs::fetched(const Updater::Release& release, const Updater::Fetc
     // no countdown and no shield, so the lockout ends (and is recorded) as the person ends it.
     if (controller_.lockoutUnderway()) {
         session_.journal.note(QStringLiteral("update"),
-                      release.version + u" downloaded — installing once the lockout is over");
+                              release.version +
+                                  u" downloaded — installing once the lockout is over");
         waiting_ = {release, result};
         return;
     }
@@ -173,8 +179,8 @@ void UpdateDialogs::fetched(const Updater::Release& release, const Updater::Fetc
 void UpdateDialogs::install(const Updater::Fetched& result) {
     // From here Tovin ends and comes back as the new version: no lockout starts in between.
     controller_.standAsideForUpdate(true);
-    const auto failure = Updater::install(session_.journal, result.newApp, result.workingFolder, quitting,
-                                          installTarget.value_or(Updater::runningCopy()));
+    const auto failure = Updater::install(session_.journal, result.newApp, result.workingFolder,
+                                          quitting, installTarget.value_or(Updater::runningCopy()));
     if (failure) {
         controller_.standAsideForUpdate(false);
         Q_EMIT alertRequested(notInstalled, failure->message);

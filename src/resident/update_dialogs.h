@@ -20,8 +20,7 @@ class AppController;
 class UpdateDialogs final : public QObject {
     Q_OBJECT
 public:
-    UpdateDialogs(AppController& controller, Updater::Session session,
-                  QObject* parent = nullptr);
+    UpdateDialogs(AppController& controller, Updater::Session session, QObject* parent = nullptr);
 
     void checkForUpdates(bool quietly);
     void checkForUpdatesFromMenu() { checkForUpdates(false); }

@@ -12,7 +12,10 @@ namespace tovin {
 
 AwayView::AwayView(QString label, QDateTime endsAt, Clock& clock, const Calendar& calendar,
                    QWidget* parent)
-    : QWidget(parent), label_(std::move(label)), endsAt_(std::move(endsAt)), clock_(clock) {
+    : QWidget(parent)
+    , label_(std::move(label))
+    , endsAt_(std::move(endsAt))
+    , clock_(clock) {
     setFocusPolicy(Qt::NoFocus);
     QVBoxLayout* stack = centredColumn(this, 720, 20);
     auto add = [&](const QString& text, qreal points, QFont::Weight weight, qreal alpha) {
@@ -21,9 +24,9 @@ AwayView::AwayView(QString label, QDateTime endsAt, Clock& clock, const Calendar
     add(QStringLiteral("You said you'd do this now."), 15, QFont::Medium, 0.4);
     add(label_, 56, QFont::Bold, 1.0);
     remaining_ = add(QString(), 20, QFont::Normal, 0.55);
-    comesBack_ = add(u"Your screen comes back at " +
-                         endsAt_.toTimeZone(calendar.zone()).toString(u"HH:mm"),
-                     14, QFont::Normal, 0.32);
+    comesBack_ =
+        add(u"Your screen comes back at " + endsAt_.toTimeZone(calendar.zone()).toString(u"HH:mm"),
+            14, QFont::Normal, 0.32);
     refresh();
     ticker_ = clock_.createTimer([this] { refresh(); });
     ticker_->start(1.0, true);

@@ -1,11 +1,11 @@
 #include "screens/local_screens.h"
 
+#include "core/calendar.h"
 #include "core/coachbox.h"
 #include "core/coaches.h"
+#include "screens/away_view.h"
 #include "screens/coach/pose_model.h"
 #include "screens/coach/tts_speaker.h"
-#include "core/calendar.h"
-#include "screens/away_view.h"
 #include "screens/setup_window.h"
 #include "screens/web/workout_web_view.h"
 
@@ -31,11 +31,12 @@ LocalScreens::LocalScreens(Clock& clock, QObject* parent)
             Q_EMIT(this->*signal)();
         };
     };
-    connect(&shield_, &ShieldController::wasBroken, this, [this](std::optional<PromiseRecord::Reason> reason) {
-        stopCoach();
-        workoutWeb_ = nullptr;
-        Q_EMIT shieldWasBroken(reason);
-    });
+    connect(&shield_, &ShieldController::wasBroken, this,
+            [this](std::optional<PromiseRecord::Reason> reason) {
+                stopCoach();
+                workoutWeb_ = nullptr;
+                Q_EMIT shieldWasBroken(reason);
+            });
     connect(&shield_, &ShieldController::timedOut, this, ending(&Screens::shieldTimedOut));
     connect(&shield_, &ShieldController::panicked, this, ending(&Screens::shieldPanicked));
     connect(&shield_, &ShieldController::yielded, this, ending(&Screens::shieldYielded));
@@ -43,10 +44,13 @@ LocalScreens::LocalScreens(Clock& clock, QObject* parent)
     connect(&shield_, &ShieldController::quitAsked, this, &Screens::quitAsked);
     if (qGuiApp) {
         connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &LocalScreens::setupChanged);
-        connect(qGuiApp, &QGuiApplication::applicationStateChanged, this, &LocalScreens::setupChanged);
+        connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
+                &LocalScreens::setupChanged);
     }
     frameSourceFactory = [] { return std::make_unique<CameraFrameSource>(); };
-    poseModelFactory = [](QString* error) { return PoseModel::load(PoseModel::bundledPath(), error); };
+    poseModelFactory = [](QString* error) {
+        return PoseModel::load(PoseModel::bundledPath(), error);
+    };
 }
 
 LocalScreens::~LocalScreens() {
@@ -133,7 +137,8 @@ void LocalScreens::raise(const LockoutPage& page, bool rehearsal, double valveMi
     if (shield_.isUp())
         return;
     QWidget* view = nullptr;
-    const bool web = page.kind == LockoutPage::Kind::Workout || page.kind == LockoutPage::Kind::Retest;
+    const bool web =
+        page.kind == LockoutPage::Kind::Workout || page.kind == LockoutPage::Kind::Retest;
     if (web && prebuilt_ && prebuiltFor_.servesAs(page)) {
         view = prebuilt_;
         workoutWeb_ = prebuiltWeb_;
@@ -198,8 +203,8 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
         stack->addWidget(build(page, false));
         return container;
     }
-    coach_ = new CoachSession(frameSourceFactory ? frameSourceFactory() : nullptr, std::move(model), clock_, voice(),
-                              page.requiredCleanReps, this);
+    coach_ = new CoachSession(frameSourceFactory ? frameSourceFactory() : nullptr, std::move(model),
+                              clock_, voice(), page.requiredCleanReps, this);
     stack->addWidget(coach_->view());
     coachEnded_ = false;
     connect(coach_, &CoachSession::cleanRepsReached, this, [this] {
@@ -209,7 +214,8 @@ QWidget* LocalScreens::coachLockout(const LockoutPage& page) {
         ExerciseCoach& coach = coach_->coach();
         Q_EMIT coachFinished(coach.name(), coach.reps(), coach.cleanReps());
     });
-    connect(coach_, &CoachSession::gaveUp, this, [this, page](const QString& reason) { coachGaveUp(reason, page); });
+    connect(coach_, &CoachSession::gaveUp, this,
+            [this, page](const QString& reason) { coachGaveUp(reason, page); });
     auto coach = coachForWorkout(page.coachWorkout);
     Q_EMIT noted(QStringLiteral("coach"), u"camera coach started — " + coach->name());
     // Last: a camera that fails at once gives up from inside start(), replacing the coach.
@@ -250,8 +256,9 @@ void LocalScreens::coachDone(int streak) {
     ExerciseCoach& coach = coach_->coach();
     if (CoachView* view = coach_->view()) {
         view->setStatus(QStringLiteral("Done. Promise tovin."),
-                        u"Streak " + QString::number(streak) + u" · " + QString::number(coach.cleanReps()) +
-                            u" clean of " + QString::number(coach.reps()));
+                        u"Streak " + QString::number(streak) + u" · " +
+                            QString::number(coach.cleanReps()) + u" clean of " +
+                            QString::number(coach.reps()));
         view->repaint();
     }
     voice().say(u"Done. That's " + QString::number(streak) + u" in a row.", true);
@@ -265,8 +272,8 @@ void LocalScreens::stopCoach() {
     coach_ = nullptr;
 }
 
-void LocalScreens::openSetup(const QString& webRoot, const QJsonObject& native, const SetupStrip& strip,
-                             const QByteArray& geometry) {
+void LocalScreens::openSetup(const QString& webRoot, const QJsonObject& native,
+                             const SetupStrip& strip, const QByteArray& geometry) {
     if (!setupWindow_) {
         setupWindow_ = new SetupWindow(geometry);
         connect(setupWindow_, &SetupWindow::chosen, this, &Screens::actionChosen);
@@ -276,7 +283,8 @@ void LocalScreens::openSetup(const QString& webRoot, const QJsonObject& native, 
             if (setupWeb_)
                 setupWeb_->deleteLater();
             setupWeb_ = nullptr;
-            Q_EMIT actionChosen(QStringLiteral("setupGeometry"), QString::fromLatin1(setupWindow_->frame().toBase64()));
+            Q_EMIT actionChosen(QStringLiteral("setupGeometry"),
+                                QString::fromLatin1(setupWindow_->frame().toBase64()));
             Q_EMIT setupChanged();
         });
     }
@@ -316,7 +324,8 @@ bool LocalScreens::setupIsVisible() const {
 void LocalScreens::showStart(const StartCard& card) {
     delete startWindow_;
     startWindow_ = new StartWindow(card);
-    connect(startWindow_, &StartWindow::begin, this, [this] { Q_EMIT actionChosen(QStringLiteral("begin"), QString()); });
+    connect(startWindow_, &StartWindow::begin, this,
+            [this] { Q_EMIT actionChosen(QStringLiteral("begin"), QString()); });
     connect(startWindow_, &StartWindow::closed, this,
             [this] { Q_EMIT actionChosen(QStringLiteral("startClosed"), QString()); });
     startWindow_->show();
@@ -324,7 +333,8 @@ void LocalScreens::showStart(const StartCard& card) {
 }
 
 bool LocalScreens::showsAnything() const {
-    return shield_.isUp() || prebuilt_ || setupIsVisible() || (startWindow_ && startWindow_->isVisible());
+    return shield_.isUp() || prebuilt_ || setupIsVisible() ||
+           (startWindow_ && startWindow_->isVisible());
 }
 
 } // namespace tovin

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "screens/coach/coach_session.h"
 #include "core/clock.h"
 #include "core/screens.h"
-#include "screens/shield/shield_controller.h"
+#include "screens/coach/coach_session.h"
 #include "screens/setup_window.h"
+#include "screens/shield/shield_controller.h"
 #include "screens/start_window.h"
 #include "screens/web/workout_web_view.h"
 

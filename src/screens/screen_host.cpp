@@ -1,8 +1,8 @@
 #include "screens/screen_host.h"
 
+#include "core/bundle_routes.h"
 #include "core/screen_protocol.h"
 #include "screens/shield/shield_window.h"
-#include "core/bundle_routes.h"
 
 #include <QCoreApplication>
 #include <QScreen>
@@ -62,8 +62,9 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent)
             [this](PageRole role, const QJsonObject& message) {
                 send(Event::PageMessage{role, message});
             });
-    connect(&screens_, &Screens::pageFailed, this,
-            [this](PageRole role, const QString& detail) { send(Event::PageFailed{role, detail}); });
+    connect(&screens_, &Screens::pageFailed, this, [this](PageRole role, const QString& detail) {
+        send(Event::PageFailed{role, detail});
+    });
     connect(&screens_, &Screens::pageLoaded, this,
             [this](PageRole role) { send(Event::PageLoaded{role}); });
     connect(&screens_, &Screens::coachFinished, this,
@@ -71,10 +72,13 @@ ScreenHost::ScreenHost(LocalScreens& screens, QObject* parent)
                 send(Event::CoachFinished{exercise, reps, clean});
             });
     connect(&screens_, &Screens::actionChosen, this,
-            [this](const QString& name, const QString& value) { send(Event::Action{name, value}); });
+            [this](const QString& name, const QString& value) {
+                send(Event::Action{name, value});
+            });
     // One journal, written by the resident alone.
-    connect(&screens_, &Screens::noted, this,
-            [this](const QString& tag, const QString& text) { send(Event::Note{tag, text}); });
+    connect(&screens_, &Screens::noted, this, [this](const QString& tag, const QString& text) {
+        send(Event::Note{tag, text});
+    });
     // Only a change is told: focus moves often, and the resident asks about it every tick.
     connect(&screens_, &LocalScreens::setupChanged, this, [this] { reportSetup(false); });
 }

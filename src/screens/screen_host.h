@@ -3,8 +3,8 @@
 #include "core/screen_protocol.h"
 #include "screens/local_screens.h"
 
-#include <QLocalSocket>
 #include <QElapsedTimer>
+#include <QLocalSocket>
 #include <QObject>
 #include <QTimer>
 

@@ -1,10 +1,10 @@
 // The screen helper: everything Tovin draws, in a process that lives only while something
 // shows. The resident starts it with its end of a socket pair; it never starts alone.
 
-#include "screens/local_screens.h"
-#include "screens/screen_host.h"
 #include "desktop/shield_style.h"
 #include "desktop/window_system.h"
+#include "screens/local_screens.h"
+#include "screens/screen_host.h"
 #include "screens/web/bundle_scheme_handler.h"
 
 #include <QApplication>

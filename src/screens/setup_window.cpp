@@ -24,7 +24,8 @@ SetupWindow::SetupWindow(const QByteArray& geometry) {
     column_->addWidget(buildStrip());
     // The menu's keys, for desktops where there is no tray to hold them.
     auto shortcut = [&](const char* keys, auto slot) {
-        connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), this), &QShortcut::activated, this, slot);
+        connect(new QShortcut(QKeySequence(QString::fromLatin1(keys)), this), &QShortcut::activated,
+                this, slot);
     };
     shortcut("Ctrl+L", [this] { Q_EMIT chosen(QStringLiteral("lock")); });
     shortcut("Ctrl+Shift+L", [this] { Q_EMIT chosen(QStringLiteral("rehearse")); });
@@ -63,8 +64,9 @@ QWidget* SetupWindow::buildStrip() {
     // A band of the page's panel colour with a hairline under it, so the strip reads as the
     // page's own header.
     strip->setAttribute(Qt::WA_StyledBackground);
-    strip->setStyleSheet(QStringLiteral("#menuStrip { background: #121821; border-bottom: 1px solid #243041; }"
-                                        "#menuStrip QLabel { color: #e8ecf1; }"));
+    strip->setStyleSheet(
+        QStringLiteral("#menuStrip { background: #121821; border-bottom: 1px solid #243041; }"
+                       "#menuStrip QLabel { color: #e8ecf1; }"));
     auto* row = new QHBoxLayout(strip);
     row->setContentsMargins(14, 8, 14, 8);
     auto* lines = new QVBoxLayout;
@@ -78,7 +80,8 @@ QWidget* SetupWindow::buildStrip() {
     row->addLayout(lines, 1);
     auto button = [&](const QString& text, const char* action) {
         auto* b = new QPushButton(text, strip);
-        connect(b, &QPushButton::clicked, this, [this, action] { Q_EMIT chosen(QString::fromLatin1(action)); });
+        connect(b, &QPushButton::clicked, this,
+                [this, action] { Q_EMIT chosen(QString::fromLatin1(action)); });
         row->addWidget(b);
         return b;
     };
@@ -103,7 +106,8 @@ QWidget* SetupWindow::buildStrip() {
 void SetupWindow::setStrip(const SetupStrip& strip) {
     status_->setText(strip.status);
     standing_->setText(strip.standing);
-    pause_->setText(strip.paused ? QStringLiteral("Resume watching") : QStringLiteral("Pause for an hour"));
+    pause_->setText(strip.paused ? QStringLiteral("Resume watching")
+                                 : QStringLiteral("Pause for an hour"));
     login_->setText(strip.loginTitle);
     login_->setChecked(strip.loginOn);
     login_->setEnabled(!strip.loginBlocked);

@@ -35,8 +35,8 @@ StartWindow::StartWindow(const StartCard& card) {
     column->setSpacing(14);
     startLabel(column, QStringLiteral("This takes over every screen."), 22, 1.0);
     startLabel(column,
-               u"It lifts when you finish the workout. To get out early: type “" + card.escapePhrase +
-                   u"”, or press Esc ×3 — either counts as a broken promise.",
+               u"It lifts when you finish the workout. To get out early: type “" +
+                   card.escapePhrase + u"”, or press Esc ×3 — either counts as a broken promise.",
                13, 0.6);
     startLabel(column,
                u"If anything goes wrong, press Esc ×5 — the shield drops at once and nothing is "
@@ -50,8 +50,10 @@ StartWindow::StartWindow(const StartCard& card) {
     startLabel(column, card.standing, 15, 0.9);
     if (card.streak < card.longestStreak)
         startLabel(column, u"Best run: " + QString::number(card.longestStreak), 12, 0.45);
-    startLabel(column, QStringLiteral("Nothing is recorded. No camera, no account needed."), 12, 0.4);
-    auto* rehearse = new QCheckBox(QStringLiteral("Rehearsal — run in a window, don't touch my screen"));
+    startLabel(column, QStringLiteral("Nothing is recorded. No camera, no account needed."), 12,
+               0.4);
+    auto* rehearse =
+        new QCheckBox(QStringLiteral("Rehearsal — run in a window, don't touch my screen"));
     rehearse->setStyleSheet(whiteAt(0.9));
     rehearse->setChecked(card.rehearsal);
     column->addWidget(rehearse);
@@ -60,7 +62,8 @@ StartWindow::StartWindow(const StartCard& card) {
                QStringLiteral("Same escape code, same hold button — in a window, with Ctrl-\u2060Q "
                               "always working."),
                11, 0.35);
-    auto* begin = new QPushButton(card.rehearsal ? QStringLiteral("Begin rehearsal") : QStringLiteral("Begin"));
+    auto* begin = new QPushButton(card.rehearsal ? QStringLiteral("Begin rehearsal")
+                                                 : QStringLiteral("Begin"));
     begin->setDefault(true);
     begin->setAutoDefault(true);
     column->addWidget(begin, 0, Qt::AlignLeft);

@@ -64,7 +64,8 @@ PoseFrame squat(bool down) {
         const bool left = x < 0.5;
         f.set(left ? Joint::LeftAnkle : Joint::RightAnkle, {x, 0.05}, 0.9f);
         f.set(left ? Joint::LeftKnee : Joint::RightKnee, {x, 0.3}, 0.9f);
-        f.set(left ? Joint::LeftHip : Joint::RightHip, {down ? x + 0.25 : x, down ? 0.3 : 0.55}, 0.9f);
+        f.set(left ? Joint::LeftHip : Joint::RightHip, {down ? x + 0.25 : x, down ? 0.3 : 0.55},
+              0.9f);
     }
     return f;
 }
@@ -80,10 +81,11 @@ TEST(PoseModel, FindsTheJointsOfARealPersonAndNoneInAFruitBowl) {
     const struct {
         Joint joint;
         double x, y;
-    } expected[] = {{Joint::Nose, 247, 115},      {Joint::LeftShoulder, 275, 125}, {Joint::RightShoulder, 192, 127},
-                    {Joint::LeftWrist, 366, 164}, {Joint::RightWrist, 88, 105},    {Joint::LeftHip, 300, 236},
-                    {Joint::RightHip, 251, 254},  {Joint::LeftKnee, 376, 252},     {Joint::RightKnee, 245, 289},
-                    {Joint::LeftAnkle, 434, 275}};
+    } expected[] = {{Joint::Nose, 247, 115},          {Joint::LeftShoulder, 275, 125},
+                    {Joint::RightShoulder, 192, 127}, {Joint::LeftWrist, 366, 164},
+                    {Joint::RightWrist, 88, 105},     {Joint::LeftHip, 300, 236},
+                    {Joint::RightHip, 251, 254},      {Joint::LeftKnee, 376, 252},
+                    {Joint::RightKnee, 245, 289},     {Joint::LeftAnkle, 434, 275}};
     for (const auto& e : expected) {
         const auto p = f.p(e.joint);
         ASSERT_TRUE(p) << int(e.joint);
@@ -113,7 +115,8 @@ TEST(CoachSession, GivesUpOnlyWhenNobodyIsInViewOrThereIsNoPicture) {
         Coachbox box(clock, voice);
         std::unique_ptr<FrameSource> source = std::make_unique<QuietSource>();
         if (c.picture)
-            source = std::make_unique<ImageListSource>(QList<QImage>{picture(c.picture)}, clock, 0.5);
+            source =
+                std::make_unique<ImageListSource>(QList<QImage>{picture(c.picture)}, clock, 0.5);
         CoachSession session(std::move(source), model(), clock, box, 5);
         std::optional<QString> gaveUp;
         QObject::connect(&session, &CoachSession::gaveUp, [&](const QString& r) { gaveUp = r; });
@@ -124,7 +127,8 @@ TEST(CoachSession, GivesUpOnlyWhenNobodyIsInViewOrThereIsNoPicture) {
             QCoreApplication::processEvents();
         }
         if (c.picture) { // model → coach → view
-            ASSERT_TRUE(QTest::qWaitFor([&] { return session.framesSeen() > 0; }, 20'000)) << c.picture;
+            ASSERT_TRUE(QTest::qWaitFor([&] { return session.framesSeen() > 0; }, 20'000))
+                << c.picture;
             EXPECT_TRUE(session.view()->hasFrame());
             EXPECT_NE(session.view()->status(), u"Starting camera…");
         }
@@ -138,8 +142,11 @@ namespace {
 class CoachLockout : public CycleTest {
 protected:
     // Raised from the menu unless the test brings its own way there.
-    void raiseWithCoach(std::function<std::unique_ptr<FrameSource>()> source,
-                        std::function<void(AppController&)> raise = [](AppController& c) { c.raiseLockout(false); }) {
+    void raiseWithCoach(
+        std::function<std::unique_ptr<FrameSource>()> source,
+        std::function<void(AppController&)> raise = [](AppController& c) {
+            c.raiseLockout(false);
+        }) {
         prefs.setLockoutWorkoutID(QStringLiteral("coach:squats"));
         prefs.setRequiredCleanReps(2);
         AppController& c = launch();
@@ -205,11 +212,13 @@ TEST_F(CoachLockout, TwoCleanSquatsKeepThePromiseAndKeysSwitchAndReset) {
 // the raise must still open the coach.
 TEST_F(CoachLockout, ACountdownRaisesTheCoachNotThePagePreparedBehindIt) {
     setWeek({block("09:00", "Nine")});
-    raiseWithCoach([] { return std::make_unique<QuietSource>(); }, [this](AppController& c) {
-        c.startScheduleWatch();
-        countdown.snooze(); // the long way round: a countdown, a deferral, a second countdown
-        clock.advance(10 * 60 + 60);
-    });
+    raiseWithCoach(
+        [] { return std::make_unique<QuietSource>(); },
+        [this](AppController& c) {
+            c.startScheduleWatch();
+            countdown.snooze(); // the long way round: a countdown, a deferral, a second countdown
+            clock.advance(10 * 60 + 60);
+        });
     EXPECT_TRUE(screens->coachSession()) << "the camera coach, not the web stand-in";
     EXPECT_TRUE(built.isEmpty());
 }
@@ -220,18 +229,24 @@ TEST_F(CoachLockout, ACameraThatWontOpenFallsBackToTheWebWorkout) {
     EXPECT_TRUE(shield().isUp());
     ASSERT_EQ(built.size(), 1) << "the web workout took the coach's place";
     EXPECT_FALSE(screens->coachSession());
-    EXPECT_TRUE(journalLines(QStringLiteral("coach")).join(u'\n').contains(
-        u"camera coach gave up — the camera couldn't be opened: busy; running the web workout instead"));
+    EXPECT_TRUE(journalLines(QStringLiteral("coach"))
+                    .join(u'\n')
+                    .contains(u"camera coach gave up — the camera couldn't be opened: busy; "
+                              u"running the web workout instead"));
 }
 
 TEST_F(CoachLockout, NoModelMeansTheWebWorkoutFromTheStart) {
     raiseWithCoach({}, [this](AppController& c) {
-        screens->poseModelFactory = [](QString* why) { return PoseModel::load(u"/no/such/model.json"_qs, why); };
+        screens->poseModelFactory = [](QString* why) {
+            return PoseModel::load(u"/no/such/model.json"_qs, why);
+        };
         c.raiseLockout(false);
     });
     EXPECT_EQ(built.size(), 1);
-    EXPECT_TRUE(journalLines(QStringLiteral("coach")).join(u'\n').contains(
-        u"camera coach unavailable — the pose model can't be read; running the web workout"));
+    EXPECT_TRUE(journalLines(QStringLiteral("coach"))
+                    .join(u'\n')
+                    .contains(u"camera coach unavailable — the pose model can't be read; running "
+                              u"the web workout"));
 }
 
 TEST(TextToSpeechSpeaker, SpeakingNeverWaitsForTheEngine) {

@@ -5,9 +5,8 @@
 #include "core/coaches.h"
 #include "support/fake_clock.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <numbers>
 
 using namespace tovin;
@@ -18,11 +17,14 @@ namespace {
 constexpr double rad = std::numbers::pi / 180;
 
 QPointF polar(QPointF from, double length, double degreesFromDown) {
-    return from + QPointF(length * std::sin(degreesFromDown * rad), -length * std::cos(degreesFromDown * rad));
+    return from + QPointF(length * std::sin(degreesFromDown * rad),
+                          -length * std::cos(degreesFromDown * rad));
 }
 
 // A clean repetition is always praised with the first word, so outputs can be compared whole.
-int firstPraise(int) { return 0; }
+int firstPraise(int) {
+    return 0;
+}
 
 // Facing the camera: the knee angle, the torso's lean and the knees' spread as a fraction of
 // the ankles'. Without ankles the squat coach falls back to its close-range measure.
@@ -30,7 +32,8 @@ PoseFrame squatFrame(double knee, double lean = 10, double tracking = 1.0, bool 
     PoseFrame f;
     for (const int side : {-1, 1}) {
         const QPointF kneePt(0.5 + side * 0.1 * tracking, 0.3);
-        f.set(side < 0 ? J::LeftAnkle : J::RightAnkle, {0.5 + side * 0.1, 0.05}, ankles ? 0.9f : 0.1f);
+        f.set(side < 0 ? J::LeftAnkle : J::RightAnkle, {0.5 + side * 0.1, 0.05},
+              ankles ? 0.9f : 0.1f);
         f.set(side < 0 ? J::LeftKnee : J::RightKnee, kneePt, 0.9f);
         f.set(side < 0 ? J::LeftHip : J::RightHip, polar(kneePt, 0.25, knee), 0.9f);
     }
@@ -66,9 +69,12 @@ PoseFrame pushupFrame(double elbow, double bodyLine = 178, bool sag = true, bool
     const double len = 0.15 / std::cos(a);
     const QPointF elbowPt = shoulder + QPointF(len * std::sin(a), -len * std::cos(a));
     const double drop = (180 - bodyLine) * rad;
-    const QPointF knee = hip + QPointF(0.25 * std::cos(drop), (sag ? 1 : -1) * 0.25 * std::sin(drop));
-    const auto side = right ? std::array{J::RightShoulder, J::RightElbow, J::RightWrist, J::RightHip, J::RightKnee}
-                            : std::array{J::LeftShoulder, J::LeftElbow, J::LeftWrist, J::LeftHip, J::LeftKnee};
+    const QPointF knee =
+        hip + QPointF(0.25 * std::cos(drop), (sag ? 1 : -1) * 0.25 * std::sin(drop));
+    const auto side =
+        right
+            ? std::array{J::RightShoulder, J::RightElbow, J::RightWrist, J::RightHip, J::RightKnee}
+            : std::array{J::LeftShoulder, J::LeftElbow, J::LeftWrist, J::LeftHip, J::LeftKnee};
     const std::array<QPointF, 5> pts{shoulder, elbowPt, wrist, hip, knee};
     for (size_t i = 0; i < 5; ++i)
         f.set(side[i], pts[i], 0.9f);
@@ -108,7 +114,12 @@ TEST(SquatCoach, GradesAndCuesEachRepetitionAtItsThresholds) {
         {100, 48.1, 1.0, u"Chest up", {chest}, u"depth 100° · lean 48° · tracking 1.00"},
         {100, 10, 0.86, u"Good depth — drive up", {}, u"depth 100° · lean 10° · tracking 0.86"},
         {100, 10, 0.84, u"Knees out", {caved}, u"depth 100° · lean 10° · tracking 0.84"},
-        {130, 55, 0.7, u"Knees out", {shallow, chest, caved}, u"depth 130° · lean 55° · tracking 0.70"},
+        {130,
+         55,
+         0.7,
+         u"Knees out",
+         {shallow, chest, caved},
+         u"depth 130° · lean 55° · tracking 0.70"},
         {100, 10, 1.0, u"Good depth — drive up", {}, u"depth 100° · lean 10° · tracking 1.00"},
     };
     // One coach throughout, so that anything a faulty repetition leaves behind shows on the next.
@@ -116,13 +127,16 @@ TEST(SquatCoach, GradesAndCuesEachRepetitionAtItsThresholds) {
     int index = 0;
     for (const auto& r : reps) {
         EXPECT_EQ(coach.update(squatFrame(175)).status, u"Ready");
-        EXPECT_EQ(coach.update(squatFrame(r.knee, r.lean, r.tracking)).status, r.cue) << r.knee << ' ' << r.lean;
+        EXPECT_EQ(coach.update(squatFrame(r.knee, r.lean, r.tracking)).status, r.cue)
+            << r.knee << ' ' << r.lean;
         EXPECT_FALSE(coach.update(squatFrame(150)).repJustCompleted) << "150° is still down";
         const CoachOutput up = coach.update(squatFrame(159));
         ASSERT_TRUE(up.repJustCompleted) << r.knee;
-        EXPECT_EQ(up.repJustCompleted->faults, r.faults) << r.knee << ' ' << r.lean << ' ' << r.tracking;
+        EXPECT_EQ(up.repJustCompleted->faults, r.faults)
+            << r.knee << ' ' << r.lean << ' ' << r.tracking;
         // The headline, shown and spoken, is the first fault, or praise for a clean one.
-        const QString headline = r.faults.isEmpty() ? QStringLiteral("Clean rep.") : r.faults.first();
+        const QString headline =
+            r.faults.isEmpty() ? QStringLiteral("Clean rep.") : r.faults.first();
         EXPECT_EQ(up.status, u"Rep " + QString::number(++index) + u" · " + headline);
         EXPECT_EQ(up.speak, headline);
         EXPECT_EQ(up.detail, r.detail);
@@ -169,7 +183,8 @@ TEST(JumpingJackCoach, OpensClosesAndGradesLiftAndSpread) {
 
     const auto rep = [&](double lift, double spread, bool ankles = true) {
         coach.update(jackFrame(lift, spread, ankles));
-        return coach.update(jackFrame(-1.5, 0.3, ankles)).repJustCompleted.value(); // throws if none
+        return coach.update(jackFrame(-1.5, 0.3, ankles))
+            .repJustCompleted.value(); // throws if none
     };
     EXPECT_EQ(rep(0.74, 1.5).faults, QStringList{QStringLiteral("Hands never got overhead")});
     EXPECT_TRUE(rep(0.75, 1.5).isClean());
@@ -210,14 +225,17 @@ TEST(PushupCoach, GradesAndCuesEachRepetitionOnEitherSide) {
     // One coach throughout, as for the squats.
     PushupCoach coach(firstPraise);
     for (const auto& r : reps) {
-        const auto frame = [&](double e, double line = 178) { return pushupFrame(e, line, r.sag, r.right); };
+        const auto frame = [&](double e, double line = 178) {
+            return pushupFrame(e, line, r.sag, r.right);
+        };
         EXPECT_EQ(coach.update(frame(170)).status, u"Ready");
         EXPECT_EQ(coach.update(frame(130)).status, u"Lower");
         EXPECT_EQ(coach.update(frame(r.elbow, r.line)).status, r.cue) << r.elbow << ' ' << r.line;
         EXPECT_FALSE(coach.update(frame(150)).repJustCompleted) << "150° keeps the phase";
         const CoachOutput up = coach.update(frame(159));
         ASSERT_TRUE(up.repJustCompleted) << r.elbow << ' ' << r.line;
-        EXPECT_EQ(up.repJustCompleted->faults, r.fault ? QStringList{QString::fromUtf8(r.fault)} : QStringList{})
+        EXPECT_EQ(up.repJustCompleted->faults,
+                  r.fault ? QStringList{QString::fromUtf8(r.fault)} : QStringList{})
             << r.elbow << ' ' << r.line;
     }
     EXPECT_EQ(coach.cleanReps(), 3);

@@ -4,8 +4,8 @@
 // writes again, and the person is told once.
 #include "core/atomic_file.h"
 #include "resident/records/journal.h"
-#include "resident/records/save_failures.h"
 #include "resident/records/promise_ledger.h"
+#include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 #include "resident/records/settings_store.h"
@@ -15,11 +15,9 @@
 #include <QTemporaryDir>
 #include <QTimeZone>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstring>
-
+#include <gtest/gtest.h>
 #include <sys/mount.h>
 
 using namespace tovin;
@@ -31,8 +29,13 @@ QByteArray bytesOf(const QString& path) {
 }
 
 PromiseRecord kept(int day) {
-    return {QDateTime(QDate(2026, 3, day), QTime(9, 0), QTimeZone::utc()), PromiseRecord::Outcome::Tovin,
-            QStringLiteral("Squat"), 12, 12, std::nullopt, false};
+    return {QDateTime(QDate(2026, 3, day), QTime(9, 0), QTimeZone::utc()),
+            PromiseRecord::Outcome::Tovin,
+            QStringLiteral("Squat"),
+            12,
+            12,
+            std::nullopt,
+            false};
 }
 
 // Each test gets a 256 KiB tmpfs of its own. Mounting needs root (the test machines run as
@@ -65,7 +68,8 @@ protected:
     void makeRoom() { QFile::remove(file("filler")); }
     void setReadOnly(bool readOnly) {
         const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
-        ASSERT_EQ(::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", flags, "size=256k"), 0)
+        ASSERT_EQ(
+            ::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", flags, "size=256k"), 0)
             << std::strerror(errno);
     }
 
@@ -91,7 +95,8 @@ TEST_F(HostileDisk, AnAtomicWriteToAFullDiskNeverReplacesTheOldFileAndSaysWhy) {
         EXPECT_FALSE(writeFileAtomically(path, QByteArray(size, 'n'), &why)) << size;
         EXPECT_EQ(why, u"No space left on device") << size;
         EXPECT_EQ(bytesOf(path), old) << size << " bytes: the old file, whole";
-        EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden).size(), 2) << "no temporary file left";
+        EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden).size(), 2)
+            << "no temporary file left";
     }
 }
 
@@ -123,7 +128,8 @@ TEST_F(HostileDisk, TheLedgerKeepsEveryPromiseUntilTheDiskTakesItAndTellsThePers
 
 TEST_F(HostileDisk, AnUnreadableLedgerThatCannotBeCopiedAsideIsNeverOverwritten) {
     const QString path = file("promises.json");
-    const QByteArray damaged = "[{\"date\": \"2026-03-01T09:00:00Z\", \"outcome\": \"tov" + QByteArray(60'000, ' ');
+    const QByteArray damaged =
+        "[{\"date\": \"2026-03-01T09:00:00Z\", \"outcome\": \"tov" + QByteArray(60'000, ' ');
     ASSERT_TRUE(writeFileAtomically(path, damaged));
     PromiseLedger ledger(path, &journal, &failures);
     ASSERT_TRUE(ledger.records().isEmpty());
@@ -149,7 +155,8 @@ TEST_F(HostileDisk, AWeekAndSettingsWrittenToAReadOnlyFolderArriveOnceItIsWritab
     const QByteArray weekBefore = bytesOf(week), settingsBefore = bytesOf(settingsPath);
     setReadOnly(true);
 
-    const QList<Block> plan{Block{QStringLiteral("10:30"), QStringLiteral("Plan"), Block::Kind::Workout, {}, {}}};
+    const QList<Block> plan{
+        Block{QStringLiteral("10:30"), QStringLiteral("Plan"), Block::Kind::Workout, {}, {}}};
     EXPECT_FALSE(weekStore.saveWorkoutPlan(plan));
     prefs.setSnoozeMinutes(7);
     EXPECT_EQ(prefs.snoozeMinutes(), 7) << "the change holds in memory";
@@ -161,7 +168,8 @@ TEST_F(HostileDisk, AWeekAndSettingsWrittenToAReadOnlyFolderArriveOnceItIsWritab
     setReadOnly(false);
     failures.retryPending();
     EXPECT_EQ(ScheduleStore::load(week).size(), 1);
-    EXPECT_EQ(JsonFileSettingsStore(settingsPath).value(QStringLiteral("snoozeMinutes")).toDouble(), 7);
+    EXPECT_EQ(JsonFileSettingsStore(settingsPath).value(QStringLiteral("snoozeMinutes")).toDouble(),
+              7);
 }
 
 TEST_F(HostileDisk, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
@@ -176,7 +184,8 @@ TEST_F(HostileDisk, AFullDiskLeavesTheJournalAsItWasAndNeverCrashes) {
     EXPECT_TRUE(after.startsWith(before));
     EXPECT_TRUE(after.endsWith('\n'));
     for (const QByteArray& line : after.mid(before.size()).split('\n'))
-        EXPECT_TRUE(line.isEmpty() || line.endsWith(QByteArray(1500, 'x'))) << "torn: " << line.size() << " bytes";
+        EXPECT_TRUE(line.isEmpty() || line.endsWith(QByteArray(1500, 'x')))
+            << "torn: " << line.size() << " bytes";
     EXPECT_LT(after.size(), before.size() + 50 * 1550) << "the disk was full";
     makeRoom();
     journal.note(QStringLiteral("schedule"), QStringLiteral("room again"));

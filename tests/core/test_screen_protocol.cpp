@@ -43,8 +43,9 @@ TEST(ScreenProtocol, EveryMessageCrossesWholeUnderItsDocumentedName) {
     page.standing = hostile;
     page.escapePhrase = QStringLiteral("bramble");
     page.hintDelay = 7.5;
-    const SetupStrip strip{hostile, QStringLiteral("2 kept"), true, QStringLiteral("Open at Login"),
-                           true, false, true, true};
+    const SetupStrip strip{
+        hostile, QStringLiteral("2 kept"), true, QStringLiteral("Open at Login"), true, false, true,
+        true};
     const QDateTime now = page.awayEndsAt;
 
     const std::vector<std::pair<AnyCommand, const char*>> commands{

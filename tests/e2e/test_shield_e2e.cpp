@@ -21,7 +21,6 @@
 #include <QWindow>
 
 #include <gtest/gtest.h>
-
 #include <xcb/xcb.h>
 
 using namespace tovin;
@@ -52,7 +51,8 @@ int uncoveredSamples(const QImage& image, const QRect& screen) {
     int bad = 0;
     for (int i = 1; i <= 4; ++i) {
         for (const double fy : {0.08, 0.3, 0.75}) {
-            const QPoint p(screen.x() + screen.width() * i / 5 - 40, screen.y() + int(screen.height() * fy));
+            const QPoint p(screen.x() + screen.width() * i / 5 - 40,
+                           screen.y() + int(screen.height() * fy));
             if (!isShieldColour(image.pixel(p)))
                 ++bad;
         }
@@ -63,8 +63,10 @@ int uncoveredSamples(const QImage& image, const QRect& screen) {
 class ShieldE2E : public ::testing::Test {
 protected:
     void SetUp() override {
-        QObject::connect(&shield, &ShieldController::noted, [this](const QString& t) { notes += t; });
-        QObject::connect(&shield, &ShieldController::keyPressed, [this](const QString& k) { keys += k; });
+        QObject::connect(&shield, &ShieldController::noted,
+                         [this](const QString& t) { notes += t; });
+        QObject::connect(&shield, &ShieldController::keyPressed,
+                         [this](const QString& k) { keys += k; });
     }
     void TearDown() override {
         shield.lower();
@@ -123,7 +125,8 @@ TEST_F(ShieldE2E, AnotherProgramGetsNoKeyNoGrabAndNoPlaceAboveIt) {
              QStringLiteral("hello")});
     xdotool({QStringLiteral("key"), QStringLiteral("alt+Tab"), QStringLiteral("super"),
              QStringLiteral("ctrl+q")});
-    EXPECT_TRUE(QTest::qWaitFor([&] { return keys.contains(u"hello"); }, 5000)) << keys.toStdString();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return keys.contains(u"hello"); }, 5000))
+        << keys.toStdString();
     EXPECT_EQ(answer("report"), QByteArray("typed:")) << "keys leaked past the shield";
     EXPECT_EQ(answer("grab"), QByteArray("grab:already"));
 
@@ -148,7 +151,8 @@ TEST_F(ShieldE2E, AnotherProgramGetsNoKeyNoGrabAndNoPlaceAboveIt) {
 TEST_F(ShieldE2E, AMonitorPluggedInMidLockoutIsCovered) {
     raiseAndWait();
     ASSERT_EQ(shield.windowCount(), 2);
-    ASSERT_TRUE(xvfb->setMonitor(QStringLiteral("EXTRA"), 3840, 1920, 1080, QStringLiteral("none")));
+    ASSERT_TRUE(
+        xvfb->setMonitor(QStringLiteral("EXTRA"), 3840, 1920, 1080, QStringLiteral("none")));
     EXPECT_TRUE(QTest::qWaitFor([&] { return shield.windowCount() == 3; }, 5000));
     EXPECT_EQ(notes.value(notes.size() - 1), u"covered a display attached mid-lockout");
     QTest::qWait(300);
@@ -183,11 +187,14 @@ static int otherClient(int argc, char** argv) {
         const QByteArray command = QByteArray(line).trimmed();
         if (command == "grab") {
             // Whether the keyboard can be taken from here: it cannot while the shield owns it.
-            xcb_connection_t* c = app.nativeInterface<QNativeInterface::QX11Application>()->connection();
+            xcb_connection_t* c =
+                app.nativeInterface<QNativeInterface::QX11Application>()->connection();
             const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
-            xcb_grab_keyboard_reply_t* reply = xcb_grab_keyboard_reply(
-                c, xcb_grab_keyboard(c, 0, root, XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
-                nullptr);
+            xcb_grab_keyboard_reply_t* reply =
+                xcb_grab_keyboard_reply(c,
+                                        xcb_grab_keyboard(c, 0, root, XCB_CURRENT_TIME,
+                                                          XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                        nullptr);
             const bool grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
             free(reply);
             if (grabbed)
@@ -195,7 +202,8 @@ static int otherClient(int argc, char** argv) {
             xcb_flush(c);
             std::printf("grab:%s\n", grabbed ? "success" : "already");
         } else if (command == "popup") {
-            popup.setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+            popup.setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint |
+                                 Qt::X11BypassWindowManagerHint);
             popup.setStyleSheet(QStringLiteral("background: red;"));
             popup.setGeometry(300, 300, 400, 300);
             popup.show();

@@ -1,6 +1,5 @@
 #include "resident/guards/call_detector.h"
 #include "resident/guards/media_graph.h"
-
 #include "support/fake_platform.h"
 
 #include <gtest/gtest.h>
@@ -18,9 +17,18 @@ TEST(CallDetector, ExplanationsAndBusyForEveryCombination) {
         {true, false, false, true, {}, u"Your mic is live — Tovin won't interrupt."},
         {false, true, false, true, {}, u"Your camera is live — Tovin won't interrupt."},
         {false, false, false, false, {}, u"Nothing is listening. Tovin is free to interrupt."},
-        {false, false, true, true, {u"obs"_s}, u"You're sharing your screen (obs) — Tovin won't interrupt."},
+        {false,
+         false,
+         true,
+         true,
+         {u"obs"_s},
+         u"You're sharing your screen (obs) — Tovin won't interrupt."},
         {false, false, true, true, {}, u"You're sharing your screen — Tovin won't interrupt."},
-        {true, false, true, true, {u"zoom"_s, u"obs"_s},
+        {true,
+         false,
+         true,
+         true,
+         {u"zoom"_s, u"obs"_s},
          u"You're on a call and sharing your screen (zoom, obs) — Tovin won't interrupt."},
     };
     for (const auto& c : cases) {
@@ -54,15 +62,20 @@ namespace {
 // screen cast, and the programs reading them.
 MediaGraph desktop() {
     MediaGraph g;
-    g.clients = {{50, {4001, u"Firefox"_s}},     {60, {4002, u"pipewire"_s}}, {70, {4003, u"obs"_s}},
-                 {80, {4004, u"gnome-shell"_s}}, {90, {4005, u""_s}}};
+    g.clients = {{50, {4001, u"Firefox"_s}},
+                 {60, {4002, u"pipewire"_s}},
+                 {70, {4003, u"obs"_s}},
+                 {80, {4004, u"gnome-shell"_s}},
+                 {90, {4005, u""_s}}};
     g.nodes = {
         {10, {u"Audio/Source"_s, u"alsa_input.usb-headset"_s, u""_s, u""_s, true, 0}},
         {11, {u"Audio/Sink"_s, u"alsa_output.speakers"_s, u""_s, u""_s, true, 0}},
         {12, {u"Video/Source"_s, u"v4l2_input.webcam"_s, u""_s, u""_s, true, 0}},
         {13, {u"Stream/Output/Video"_s, u"gnome-shell-screen-cast"_s, u""_s, u""_s, false, 80}},
         {20, {u"Stream/Input/Audio"_s, u"firefox-mic"_s, u""_s, u"Firefox"_s, false, 50}},
-        {21, {u"Stream/Input/Audio"_s, u"parec"_s, u""_s, u"Discord"_s, false, 60}}, // through pipewire-pulse
+        {21,
+         {u"Stream/Input/Audio"_s, u"parec"_s, u""_s, u"Discord"_s, false,
+          60}}, // through pipewire-pulse
         {22, {u"Stream/Input/Video"_s, u"obs-cam"_s, u""_s, u""_s, false, 70}},
         {23, {u"Stream/Input/Video"_s, u"obs-screen"_s, u""_s, u""_s, false, 70}},
         {24, {u"Stream/Input/Video"_s, u"reader"_s, u""_s, u""_s, false, 90}},
@@ -82,7 +95,12 @@ TEST(MediaGraphRules, EachCaptureIsSeenWithItsProgramAndOursNever) {
     } cases[] = {
         {"nothing linked", {}, {}, {}, {}, {}},
         {"a browser recording the headset", {{10, 20}}, {}, {u"Firefox"_s}, {}, {}},
-        {"a Pulse client, named by its stream not the Pulse server", {{10, 21}}, {}, {u"Discord"_s}, {}, {}},
+        {"a Pulse client, named by its stream not the Pulse server",
+         {{10, 21}},
+         {},
+         {u"Discord"_s},
+         {},
+         {}},
         {"recording what plays is no call", {{11, 21}}, {}, {}, {}, {}},
         {"a camera read (device node)", {{12, 22}}, {}, {}, {u"obs"_s}, {}},
         {"a screen cast received", {{13, 23}}, {}, {}, {}, {u"obs"_s}},

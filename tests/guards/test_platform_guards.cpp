@@ -4,6 +4,7 @@
 // driven by xdotool, and a private D-Bus daemon standing in for logind and a desktop's idle
 // monitor.
 
+#include "core/atomic_file.h"
 #include "resident/guards/call_detector.h"
 #include "resident/guards/device_scan_linux.h"
 #include "resident/guards/idle_source_dbus.h"
@@ -12,8 +13,6 @@
 #include "resident/guards/microphone_pulse.h"
 #include "resident/guards/platform_guards.h"
 #include "resident/guards/sleep_watcher.h"
-
-#include "core/atomic_file.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -96,10 +95,12 @@ protected:
         ASSERT_TRUE(QTest::qWaitFor([this] { return bus.canReadLine(); }, 10000));
         qputenv("DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed());
         const QString config = qEnvironmentVariable("XDG_CONFIG_HOME") + u"/wireplumber";
-        for (const char* file : {"main.lua.d/51-no-devices.lua", "bluetooth.lua.d/51-no-devices.lua"}) {
+        for (const char* file :
+             {"main.lua.d/51-no-devices.lua", "bluetooth.lua.d/51-no-devices.lua"}) {
             const QString to = config + u'/' + QLatin1String(file);
             QDir().mkpath(QFileInfo(to).path());
-            ASSERT_TRUE(QFile::copy(QStringLiteral(TOVIN_TEST_WIREPLUMBER "/") + QLatin1String(file), to));
+            ASSERT_TRUE(
+                QFile::copy(QStringLiteral(TOVIN_TEST_WIREPLUMBER "/") + QLatin1String(file), to));
         }
         daemon = std::make_unique<Child>(u"pipewire");
         session = std::make_unique<Child>(u"wireplumber");
@@ -231,8 +232,8 @@ TEST(X11Idle, CountsUpAndResetsOnInput) {
     const QString name = QStringLiteral(":%1").arg(display);
     Child xvfb(QString(u"Xvfb " + name + u" -screen 0 640x480x24 -nolisten tcp"));
     std::unique_ptr<X11IdleSource> idle;
-    ASSERT_TRUE(QTest::qWaitFor([&] { return (idle = X11IdleSource::open(name.toLatin1())) != nullptr; },
-                                15000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return (idle = X11IdleSource::open(name.toLatin1())) != nullptr; }, 15000));
 
     EXPECT_TRUE(QTest::qWaitFor([&] { return idle->secondsSinceLastInput() >= 0.5; }, 10000));
     Child xdotool(QString(u"env DISPLAY=" + name + u" xdotool key shift"));
@@ -284,12 +285,13 @@ TEST_F(PrivateBus, LogindSleepSignalsReachTheWatcher) {
 
     for (const bool going : {true, false}) {
         QDBusMessage signal = QDBusMessage::createSignal(
-            QStringLiteral("/org/freedesktop/login1"), QStringLiteral("org.freedesktop.login1.Manager"),
-            QStringLiteral("PrepareForSleep"));
+            QStringLiteral("/org/freedesktop/login1"),
+            QStringLiteral("org.freedesktop.login1.Manager"), QStringLiteral("PrepareForSleep"));
         signal << going;
         ASSERT_TRUE(logind.send(signal));
     }
-    EXPECT_TRUE(QTest::qWaitFor([&] { return sleeping.count() == 1 && waking.count() == 1; }, 10000));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return sleeping.count() == 1 && waking.count() == 1; }, 10000));
     EXPECT_FALSE(SleepWatcher(QDBusConnection(QStringLiteral("not connected"))).isListening());
 }
 

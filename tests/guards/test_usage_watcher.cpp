@@ -1,5 +1,4 @@
 #include "resident/guards/usage_watcher.h"
-
 #include "resident/records/settings.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"

@@ -1,6 +1,5 @@
-#include "resident/records/diagnostics.h"
-
 #include "core/atomic_file.h"
+#include "resident/records/diagnostics.h"
 #include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
 #include "resident/records/settings.h"
@@ -9,7 +8,6 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 using namespace tovin;

@@ -1,6 +1,5 @@
-#include "resident/records/journal.h"
-
 #include "core/atomic_file.h"
+#include "resident/records/journal.h"
 #include "support/fake_clock.h"
 
 #include <QFile>
@@ -8,9 +7,7 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
 #include <thread>
-
 #include <unistd.h>
 
 using namespace tovin;
@@ -119,8 +116,8 @@ TEST_F(JournalTest, AHugeMessageIsCutSoHalvingAlwaysKeepsRecentLines) {
 TEST_F(JournalTest, TailGivesTheLastNonEmptyLinesOldestFirst) {
     EXPECT_TRUE(journal.tail(5).isEmpty()); // no file yet
     ASSERT_TRUE(writeFileAtomically(journal.url(), "a\n\nb\nc\n\n\nd\n"));
-    EXPECT_EQ(journal.tail(3), (QStringList{QStringLiteral("b"), QStringLiteral("c"),
-                                             QStringLiteral("d")}));
+    EXPECT_EQ(journal.tail(3),
+              (QStringList{QStringLiteral("b"), QStringLiteral("c"), QStringLiteral("d")}));
 }
 
 TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {
@@ -129,15 +126,15 @@ TEST_F(JournalTest, ConcurrentWritersNeverInterleaveLines) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < 250; ++i)
                 journal.note(QStringLiteral("thread"),
-                              QString::number(t) + u':' + QString::number(i));
+                             QString::number(t) + u':' + QString::number(i));
         });
     }
     for (auto& thread : threads)
         thread.join();
     const QStringList all = lines();
     ASSERT_EQ(all.size(), 1000);
-    static const QRegularExpression shape(QStringLiteral(
-        R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  \[\d+\] \[thread\] \d:\d+$)"));
+    static const QRegularExpression shape(
+        QStringLiteral(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  \[\d+\] \[thread\] \d:\d+$)"));
     for (const QString& line : all)
         ASSERT_TRUE(shape.match(line).hasMatch()) << line.toStdString();
 }

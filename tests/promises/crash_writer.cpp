@@ -2,11 +2,11 @@
 // "ack N MINE" once the N-th promise is recorded, the MINE-th of its own. The crash-safety test
 // kills it at random moments; two of them, each naming its exercise, share one ledger.
 
+#include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
-#include "resident/records/journal.h"
 
 #include <QCoreApplication>
 #include <QTimeZone>
@@ -43,7 +43,10 @@ int main(int argc, char* argv[]) {
         QList<Block> week;
         for (qint64 i = 0; i < n % 40 + 1; ++i)
             week.append(Block{QStringLiteral("%1:%2").arg(i % 24).arg(i % 60, 2, 10, QChar(u'0')),
-                              QStringLiteral("Block %1").arg(i), Block::Kind::Workout, {}, {}});
+                              QStringLiteral("Block %1").arg(i),
+                              Block::Kind::Workout,
+                              {},
+                              {}});
         weekStore.saveAll(week);
         prefs.setFiredBlocksDay(n);
     }

@@ -1,7 +1,6 @@
-#include "resident/records/promise_ledger.h"
-
 #include "core/atomic_file.h"
 #include "resident/records/journal.h"
+#include "resident/records/promise_ledger.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -20,7 +19,12 @@ QDateTime day(int d) {
 }
 
 PromiseRecord held(int d, bool attested = false) {
-    return {day(d), Outcome::Tovin, QStringLiteral("squat"), 12, 10, {},
+    return {day(d),
+            Outcome::Tovin,
+            QStringLiteral("squat"),
+            12,
+            10,
+            {},
             attested ? std::optional(true) : std::nullopt};
 }
 
@@ -52,13 +56,37 @@ TEST_F(LedgerTest, StreaksCountsAndStanding) {
     } cases[] = {
         {"fresh", {}, 0, 0, 0, 0, 0, u"This would be the first one you break."},
         {"one held", {held(1)}, 1, 0, 0, 1, 1, u"1 tovin · 0 broken. This breaks a streak of 1."},
-        {"held held broken", {held(1), held(2), broke(3)}, 2, 1, 0, 0, 2,
+        {"held held broken",
+         {held(1), held(2), broke(3)},
+         2,
+         1,
+         0,
+         0,
+         2,
          u"2 tovin · 1 broken. Your streak is already at zero."},
-        {"attested", {held(1), broke(2), held(3, true), held(4)}, 3, 1, 1, 2, 2,
+        {"attested",
+         {held(1), broke(2), held(3, true), held(4)},
+         3,
+         1,
+         1,
+         2,
+         2,
          u"3 tovin (1 on your word) · 1 broken. This breaks a streak of 2."},
-        {"best survives a break", {held(1), held(2), held(3), broke(4), held(5)}, 4, 1, 0, 1, 3,
+        {"best survives a break",
+         {held(1), held(2), held(3), broke(4), held(5)},
+         4,
+         1,
+         0,
+         1,
+         3,
          u"4 tovin · 1 broken. This breaks a streak of 1."},
-        {"only broken", {broke(1), broke(2, Reason::Urgent)}, 0, 2, 0, 0, 0,
+        {"only broken",
+         {broke(1), broke(2, Reason::Urgent)},
+         0,
+         2,
+         0,
+         0,
+         0,
          u"0 tovin · 2 broken. Your streak is already at zero."},
     };
     for (const auto& c : cases) {
@@ -138,12 +166,17 @@ TEST_F(LedgerTest, TwoCopiesOverOneFileLoseNothing) {
 TEST_F(LedgerTest, OneBadRecordEmptiesTheLedger) {
     const char* bad[] = {
         R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin","exercise":"squat","reps":1}])",
-        R"([{"date":"2026-03-02T09:15:00Z","outcome":"kept","exercise":"squat","reps":1,"cleanReps":1}])",
-        R"([{"date":"2026-03-02T09:15:00.5Z","outcome":"tovin","exercise":"squat","reps":1,"cleanReps":1}])",
+        R"([{"date":"2026-03-02T09:15:00Z","outcome":"kept",)"
+        R"("exercise":"squat","reps":1,"cleanReps":1}])",
+        R"([{"date":"2026-03-02T09:15:00.5Z","outcome":"tovin",)"
+        R"("exercise":"squat","reps":1,"cleanReps":1}])",
         R"([{"date":1772442900,"outcome":"tovin","exercise":"squat","reps":1,"cleanReps":1}])",
-        R"([{"date":"2026-03-02T09:15:00Z","outcome":"broken","exercise":"squat","reps":1,"cleanReps":1,"reason":"Tired"}])",
-        R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin","exercise":"squat","reps":1.5,"cleanReps":1}])",
-        R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin","exercise":"squat","reps":1,"cleanReps":1,"attested":"yes"}])",
+        R"([{"date":"2026-03-02T09:15:00Z","outcome":"broken",)"
+        R"("exercise":"squat","reps":1,"cleanReps":1,"reason":"Tired"}])",
+        R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin",)"
+        R"("exercise":"squat","reps":1.5,"cleanReps":1}])",
+        R"([{"date":"2026-03-02T09:15:00Z","outcome":"tovin",)"
+        R"("exercise":"squat","reps":1,"cleanReps":1,"attested":"yes"}])",
         R"({"records":[]})",
         "\xff\xfe",
     };
@@ -159,11 +192,13 @@ TEST_F(LedgerTest, OneBadRecordEmptiesTheLedger) {
 
 TEST_F(LedgerTest, LegacyLedgerIsCopiedOnceAndNeverOverwritesANewOne) {
     const QString legacy = dir.filePath(QStringLiteral("ARVEL/promises.json"));
-    ASSERT_TRUE(writeFileAtomically(legacy, PromiseJson::encode({held(1)}, PromiseJson::Layout::Pretty)));
+    ASSERT_TRUE(
+        writeFileAtomically(legacy, PromiseJson::encode({held(1)}, PromiseJson::Layout::Pretty)));
     PromiseLedger::migrateLegacy(path, legacy);
     EXPECT_EQ(PromiseLedger(path).records().size(), 1);
     EXPECT_TRUE(QFile::exists(legacy)); // copied, not moved
-    ASSERT_TRUE(writeFileAtomically(legacy, PromiseJson::encode({held(1), held(2)}, PromiseJson::Layout::Pretty)));
+    ASSERT_TRUE(writeFileAtomically(
+        legacy, PromiseJson::encode({held(1), held(2)}, PromiseJson::Layout::Pretty)));
     PromiseLedger::migrateLegacy(path, legacy);
     EXPECT_EQ(PromiseLedger(path).records().size(), 1);
 }
@@ -172,18 +207,22 @@ TEST_F(LedgerTest, LegacyLedgerIsCopiedOnceAndNeverOverwritesANewOne) {
 // ledger goes to the general reader. (That the two agree on what the fast one takes, and that
 // appending equals encoding afresh, the fuzz replay checks over its corpus.)
 TEST(PromiseJson, TheFastReaderRefusesWhatTovinWouldNotHaveWritten) {
-    const QList<PromiseRecord> records{held(1),
-                                       {day(3), Outcome::Tovin, QStringLiteral("\x01"), -4, 0, {}, {}}};
+    const QList<PromiseRecord> records{
+        held(1), {day(3), Outcome::Tovin, QStringLiteral("\x01"), -4, 0, {}, {}}};
     const QByteArray file = PromiseJson::encode(records, PromiseJson::Layout::Pretty);
     ASSERT_EQ(PromiseJson::decodeCanonical(file), records);
     const struct {
         const char* from;
         const char* to;
     } variants[] = {
-        {"\"reps\": 12", "\"reps\": 1.2e1"},     {"\"reps\": 12", "\"reps\": 12.0"},
-        {"\"reps\": -4", "\"reps\": -4.0"},      {"\\u0001", "\\u0001\\/"},
-        {"\\u0001", "\\u000A"},                  {"2026-03-01T09:15:00Z", "2026-03-01T10:15:00+01:00"},
-        {"  {\n    \"date\"", "  {\n     \"date\""}, {"\n]\n", "]"},
+        {"\"reps\": 12", "\"reps\": 1.2e1"},
+        {"\"reps\": 12", "\"reps\": 12.0"},
+        {"\"reps\": -4", "\"reps\": -4.0"},
+        {"\\u0001", "\\u0001\\/"},
+        {"\\u0001", "\\u000A"},
+        {"2026-03-01T09:15:00Z", "2026-03-01T10:15:00+01:00"},
+        {"  {\n    \"date\"", "  {\n     \"date\""},
+        {"\n]\n", "]"},
     };
     for (const auto& v : variants) {
         QByteArray changed = file;

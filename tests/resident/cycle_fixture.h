@@ -1,16 +1,16 @@
 #pragma once
 
+#include "core/atomic_file.h"
 #include "resident/app_controller.h"
 #include "resident/countdown_panel.h"
-#include "resident/guards/presence.h"
 #include "resident/guards/call_detector.h"
-#include "screens/local_screens.h"
-#include "core/atomic_file.h"
+#include "resident/guards/presence.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
+#include "screens/local_screens.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
 
@@ -19,7 +19,6 @@
 #include <QTimeZone>
 
 #include <gtest/gtest.h>
-
 #include <utility>
 
 namespace tovin::fakes {
@@ -47,8 +46,8 @@ protected:
             built.append({page, prepared});
             return new QLabel(QStringLiteral("workout"));
         });
-        return {clock,  idle,    calls, *screens, countdown, week,
-                prefs,  ledger,  journal, saveFailures, markPath};
+        return {clock, idle,   calls,   *screens,     countdown, week,
+                prefs, ledger, journal, saveFailures, markPath};
     }
 
     // A fresh controller, as after a launch.
@@ -61,9 +60,12 @@ protected:
             if (up)
                 raises.append(controller->pendingBlock());
         });
-        QObject::connect(controller.get(), &AppController::alertRequested, [this](const QString& title) { alerts.append(title); });
-        QObject::connect(controller.get(), &AppController::quitRequested, [this] { ++terminations; });
-        QObject::connect(controller.get(), &AppController::setupWindowWanted, [this] { ++setupWanted; });
+        QObject::connect(controller.get(), &AppController::alertRequested,
+                         [this](const QString& title) { alerts.append(title); });
+        QObject::connect(controller.get(), &AppController::quitRequested,
+                         [this] { ++terminations; });
+        QObject::connect(controller.get(), &AppController::setupWindowWanted,
+                         [this] { ++setupWanted; });
         return *controller;
     }
 
@@ -99,9 +101,9 @@ protected:
     CountdownPanel countdown{clock, calls};
     std::unique_ptr<LocalScreens> screens;
     std::unique_ptr<AppController> controller;
-    QList<std::optional<Block>> raises; // the block pending at each raise
+    QList<std::optional<Block>> raises;        // the block pending at each raise
     QList<std::pair<LockoutPage, bool>> built; // each page drawn, and whether behind a countdown
-    QStringList alerts; // their titles
+    QStringList alerts;                        // their titles
     int terminations = 0;
     int setupWanted = 0;
 };

@@ -27,7 +27,8 @@ TEST_F(CycleTest, HoldOffReasonsInTheirOrder) {
     probe->mic = true;
     EXPECT_EQ(c.holdOffReason(), u"Mic and camera are live — you're on a call.");
 
-    // The setup window holds off only while focused, visible, the app active and touched in the last 2 min.
+    // The setup window holds off only while focused, visible, the app active and touched in the
+    // last 2 min.
     EXPECT_TRUE(Presence::usingSetupWindow(true, true, true, 119));
     EXPECT_FALSE(Presence::usingSetupWindow(true, true, true, 120));
     EXPECT_FALSE(Presence::usingSetupWindow(false, true, true, 0));
@@ -51,7 +52,8 @@ TEST_F(CycleTest, ASnoozeHoldsTheBlockForSnoozeMinutesThenTheBudgetIsSpent) {
     EXPECT_TRUE(raises.isEmpty());
     clock.advance(30);
     ASSERT_TRUE(countdown.isShowing());
-    EXPECT_EQ(countdown.panel()->findChildren<QPushButton*>().size(), 1) << "only Start now: the budget is spent";
+    EXPECT_EQ(countdown.panel()->findChildren<QPushButton*>().size(), 1)
+        << "only Start now: the budget is spent";
 
     clock.advance(60);
     ASSERT_EQ(raises.size(), 1);
@@ -189,5 +191,6 @@ TEST_F(CycleTest, AnUnconfiguredInstallIsHeldAndAWakeTicksAtOnce) {
     // A wake nobody announced: the next tick comes late by the wall clock.
     clock.sleep(2 * 3600);
     clock.advance(30);
-    EXPECT_TRUE(journalLines(QStringLiteral("power")).last().endsWith(u"woke after 120 min asleep"));
+    EXPECT_TRUE(
+        journalLines(QStringLiteral("power")).last().endsWith(u"woke after 120 min asleep"));
 }

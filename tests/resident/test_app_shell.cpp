@@ -1,10 +1,10 @@
 // The shell around the controller: which switch wins, the call probe's warning, the
 // single-instance socket, the menu's states, and the icon while paused.
 
+#include "cycle_fixture.h"
 #include "resident/app_shell.h"
 #include "resident/launch_at_login.h"
 #include "resident/launch_switches.h"
-#include "cycle_fixture.h"
 
 #include <QLocalSocket>
 #include <QNetworkAccessManager>
@@ -68,9 +68,7 @@ TEST(LaunchSwitches, TheCallProbeSaysWhatItWatchesThenEachSourceAndWho) {
 
 class ShellTest : public CycleTest {
 protected:
-    void SetUp() override {
-        CycleTest::SetUp();
-    }
+    void SetUp() override { CycleTest::SetUp(); }
     void TearDown() override {
         shell.reset();
         CycleTest::TearDown();
@@ -103,7 +101,8 @@ TEST_F(ShellTest, TheMenuSaysWhatHappensNextAndOffersWhatFits) {
     AppShell& s = makeShell();
     s.controller().startScheduleWatch();
     const QStringList watching = menu();
-    EXPECT_EQ(watching.mid(0, 2), (QStringList{QStringLiteral("Half past in 30 min"), QStringLiteral("No promises yet")}));
+    EXPECT_EQ(watching.mid(0, 2), (QStringList{QStringLiteral("Half past in 30 min"),
+                                               QStringLiteral("No promises yet")}));
     EXPECT_TRUE(watching.contains(u"Pause for an hour"));
     // The two information lines are shown, not offered.
     EXPECT_FALSE(menu(true).contains(u"Half past in 30 min"));
@@ -149,7 +148,8 @@ TEST_F(ShellTest, OneTovinPerSessionAnsweringWithItsProcessId) {
     std::thread later([&reply] {
         QLocalSocket socket;
         socket.connectToServer(AppShell::instanceName());
-        if (socket.waitForConnected(2000) && socket.write("show\n") > 0 && socket.waitForReadyRead(5000))
+        if (socket.waitForConnected(2000) && socket.write("show\n") > 0 &&
+            socket.waitForReadyRead(5000))
             reply = socket.readLine().trimmed();
     });
     ASSERT_TRUE(QTest::qWaitFor([&] { return !reply.isEmpty(); }, 6000));

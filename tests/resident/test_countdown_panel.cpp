@@ -1,5 +1,4 @@
 #include "resident/countdown_panel.h"
-
 #include "resident/guards/call_detector.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
@@ -15,8 +14,10 @@ namespace {
 class CountdownTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        QObject::connect(&panel, &CountdownPanel::fired, [this] { outcomes.append(QStringLiteral("fire")); });
-        QObject::connect(&panel, &CountdownPanel::snoozed, [this] { outcomes.append(QStringLiteral("snooze")); });
+        QObject::connect(&panel, &CountdownPanel::fired,
+                         [this] { outcomes.append(QStringLiteral("fire")); });
+        QObject::connect(&panel, &CountdownPanel::snoozed,
+                         [this] { outcomes.append(QStringLiteral("snooze")); });
     }
 
     QStringList buttons() const {

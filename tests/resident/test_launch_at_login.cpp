@@ -1,6 +1,5 @@
-#include "resident/launch_at_login.h"
-
 #include "core/atomic_file.h"
+#include "resident/launch_at_login.h"
 #include "resident/records/journal.h"
 
 #include <QCoreApplication>
@@ -20,9 +19,11 @@ TEST(LaunchAtLogin, StatusesMapTheAutostartEntryHonestly) {
 
     EXPECT_EQ(login.status(), LaunchAtLogin::NotRegistered);
     EXPECT_EQ(login.set(true), LaunchAtLogin::Enabled);
-    EXPECT_TRUE(readWholeFile(entry, 4096)->contains(QCoreApplication::applicationFilePath().toUtf8()));
+    EXPECT_TRUE(
+        readWholeFile(entry, 4096)->contains(QCoreApplication::applicationFilePath().toUtf8()));
     // The desktop's own switch turned it off: blocked, and said so.
-    ASSERT_TRUE(writeFileAtomically(entry, "[Desktop Entry]\nExec=tovin\nX-GNOME-Autostart-enabled=false\n"));
+    ASSERT_TRUE(writeFileAtomically(
+        entry, "[Desktop Entry]\nExec=tovin\nX-GNOME-Autostart-enabled=false\n"));
     EXPECT_EQ(login.status(), LaunchAtLogin::Blocked);
     EXPECT_EQ(login.set(false), LaunchAtLogin::NotRegistered);
 

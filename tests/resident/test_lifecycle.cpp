@@ -14,7 +14,8 @@ namespace {
 class LifecycleTest : public CycleTest {
 protected:
     // A lockout raised for a due block of this kind at 09:00.
-    AppController& raised(Block::Kind kind = Block::Kind::Workout, std::optional<int> minutes = {}) {
+    AppController& raised(Block::Kind kind = Block::Kind::Workout,
+                          std::optional<int> minutes = {}) {
         Block b = block("09:00", kind == Block::Kind::Away ? "Walk" : "Nine", kind);
         b.minutes = minutes;
         setWeek({b});
@@ -36,14 +37,36 @@ TEST_F(LifecycleTest, EachEndingWritesExactlyItsRecordAndClearsTheMidWorkoutMark
         std::function<void(AppController&)> end;
         std::optional<PromiseRecord> expected;
     } cases[] = {
-        {"completed", [](AppController& c) { c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12}); },
+        {"completed",
+         [](AppController& c) {
+             c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12});
+         },
          PromiseRecord{{}, Outcome::Tovin, QStringLiteral("Squat"), 12, 12, std::nullopt, false}},
-        {"broken", [this](AppController& c) { shield().lower(); c.end({Ending::Kind::Broken, {}, 0, 0, PromiseRecord::Reason::Urgent}); },
-         PromiseRecord{{}, Outcome::Broken, QStringLiteral("Nine"), 0, 0, PromiseRecord::Reason::Urgent, std::nullopt}},
-        {"panic", [this](AppController& c) { shield().lower(); c.end({Ending::Kind::Panicked}); }, std::nullopt},
+        {"broken",
+         [this](AppController& c) {
+             shield().lower();
+             c.end({Ending::Kind::Broken, {}, 0, 0, PromiseRecord::Reason::Urgent});
+         },
+         PromiseRecord{{},
+                       Outcome::Broken,
+                       QStringLiteral("Nine"),
+                       0,
+                       0,
+                       PromiseRecord::Reason::Urgent,
+                       std::nullopt}},
+        {"panic",
+         [this](AppController& c) {
+             shield().lower();
+             c.end({Ending::Kind::Panicked});
+         },
+         std::nullopt},
         {"yield", [this](AppController&) { shield().yieldNow(); }, std::nullopt},
         {"valve", [this](AppController&) { clock.advance(15 * 60); }, std::nullopt},
-        {"failed page", [](AppController& c) { c.end({Ending::Kind::PageFailed, {}, 0, 0, {}, QStringLiteral("net::ERR")}); }, std::nullopt},
+        {"failed page",
+         [](AppController& c) {
+             c.end({Ending::Kind::PageFailed, {}, 0, 0, {}, QStringLiteral("net::ERR")});
+         },
+         std::nullopt},
     };
     for (const auto& c : cases) {
         QFile::remove(ledger.url());
@@ -83,7 +106,8 @@ TEST_F(LifecycleTest, RacingRaisesAndEndingsActOnce) {
     c.end({Ending::Kind::Panicked});
     c.end({Ending::Kind::TimedOut});
     clock.advance(3.1);
-    c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12, 12}); // the shield is down now
+    c.end({Ending::Kind::WorkoutCompleted, QStringLiteral("Squat"), 12,
+           12}); // the shield is down now
     EXPECT_EQ(ledger.records().size(), 1);
     EXPECT_EQ(ledger.records()[0].outcome, Outcome::Tovin);
     EXPECT_EQ(terminations, 0);
@@ -180,7 +204,8 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeOrAPauseDropsIt) {
     QPointer<QWidget> early = screens->prebuiltContent();
     clock.advance(60);
     ASSERT_TRUE(shield().isUp());
-    EXPECT_EQ(shield().windows().first()->content(), early.data()) << "the lockout used the page built ahead";
+    EXPECT_EQ(shield().windows().first()->content(), early.data())
+        << "the lockout used the page built ahead";
     shield().lower();
     c.end({Ending::Kind::TimedOut});
 
@@ -205,8 +230,11 @@ TEST_F(LifecycleTest, TheCountdownBuildsThePageAheadAndASnoozeOrAPauseDropsIt) {
 
 TEST(StatusLine, Rules) {
     using In = MenuWords::StatusInputs;
-    const Block lunch{QStringLiteral("12:00"), QStringLiteral("Lunch"), Block::Kind::Workout, {}, {}};
-    auto next = [&](int m) { return std::optional<Schedule::Upcoming>(Schedule::Upcoming{lunch, m}); };
+    const Block lunch{
+        QStringLiteral("12:00"), QStringLiteral("Lunch"), Block::Kind::Workout, {}, {}};
+    auto next = [&](int m) {
+        return std::optional<Schedule::Upcoming>(Schedule::Upcoming{lunch, m});
+    };
     const struct {
         In in;
         const char16_t* line;
@@ -218,13 +246,32 @@ TEST(StatusLine, Rules) {
         {{.hoursAllow = false, .workoutChosen = true}, u"Outside your hours — won't interrupt"},
         {{.next = next(1)}, u"Lunch — any minute"},
         {{.next = next(2)}, u"Lunch in 2 min"},
-        {{.usageRunning = true, .workoutChosen = true, .triggerSeconds = 3000, .continuousUseSeconds = 3000}, u"Due — waiting for a good moment"},
-        {{.next = next(30), .usageRunning = true, .workoutChosen = true, .triggerSeconds = 3000, .continuousUseSeconds = 1200}, u"Lunch in 30 min"},
-        {{.next = next(31), .usageRunning = true, .workoutChosen = true, .triggerSeconds = 3000, .continuousUseSeconds = 1200}, u"Next lockout in about 30 min"},
-        {{.usageRunning = true, .workoutChosen = true, .triggerSeconds = 3000, .continuousUseSeconds = 2990}, u"Next lockout in about 1 min"},
+        {{.usageRunning = true,
+          .workoutChosen = true,
+          .triggerSeconds = 3000,
+          .continuousUseSeconds = 3000},
+         u"Due — waiting for a good moment"},
+        {{.next = next(30),
+          .usageRunning = true,
+          .workoutChosen = true,
+          .triggerSeconds = 3000,
+          .continuousUseSeconds = 1200},
+         u"Lunch in 30 min"},
+        {{.next = next(31),
+          .usageRunning = true,
+          .workoutChosen = true,
+          .triggerSeconds = 3000,
+          .continuousUseSeconds = 1200},
+         u"Next lockout in about 30 min"},
+        {{.usageRunning = true,
+          .workoutChosen = true,
+          .triggerSeconds = 3000,
+          .continuousUseSeconds = 2990},
+         u"Next lockout in about 1 min"},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(MenuWords::status(c.in), QString::fromUtf16(c.line)) << QString::fromUtf16(c.line).toStdString();
+        EXPECT_EQ(MenuWords::status(c.in), QString::fromUtf16(c.line))
+            << QString::fromUtf16(c.line).toStdString();
 
     EXPECT_EQ(MenuWords::standing(4, 0, 3, 1), u"Streak broken · 3 tovin · 1 broken");
     EXPECT_EQ(MenuWords::standing(4, 2, 3, 1), u"2 in a row · 3 tovin · 1 broken");

@@ -25,9 +25,8 @@ TEST(ScreenHelperWire, ALockoutCrossesARealSocketPairAndItsEndingComesBack) {
     bool covered = false;
     int timedOut = 0;
     int nothingShows = 0;
-    QObject::connect(&helper, &Screens::noted, [&](const QString& tag, const QString& text) {
-        notes += tag + u": " + text;
-    });
+    QObject::connect(&helper, &Screens::noted,
+                     [&](const QString& tag, const QString& text) { notes += tag + u": " + text; });
     QObject::connect(&helper, &ScreenHelper::covered, [&](bool up) { covered = up; });
     QObject::connect(&helper, &Screens::shieldTimedOut, [&] { ++timedOut; });
     QObject::connect(&helper, &Screens::nothingShows, [&] { ++nothingShows; });

@@ -10,7 +10,8 @@ using tovin::fakes::CycleTest;
 // holds nothing back the next. (When each block may fire is the schedule's own test.)
 TEST_F(CycleTest, ADayOfRandomLifeNeverServesABlockTwice) {
     setWeek({block("07:30", "Early"), block("09:00", "Nine"), block("09:20", "Nine twenty"),
-          block("12:45", "Lunch"), block("16:30", "Walk", Block::Kind::Away), block("23:50", "Late")});
+             block("12:45", "Lunch"), block("16:30", "Walk", Block::Kind::Away),
+             block("23:50", "Late")});
     prefs.setSnoozesPerLockout(2);
     clock.set(QDateTime(QDate(2026, 3, 2), QTime(6, 0), QTimeZone::utc()));
 
@@ -43,7 +44,8 @@ TEST_F(CycleTest, ADayOfRandomLifeNeverServesABlockTwice) {
         QSet<QString> served;
         for (const auto& r : raises) {
             ASSERT_TRUE(r) << "every raise serves a block of the week";
-            EXPECT_FALSE(served.contains(r->key())) << "seed " << seed << " served twice: " << r->key().toStdString();
+            EXPECT_FALSE(served.contains(r->key()))
+                << "seed " << seed << " served twice: " << r->key().toStdString();
             served.insert(r->key());
         }
         EXPECT_GE(raises.size(), 1) << "seed " << seed << " never raised anything";

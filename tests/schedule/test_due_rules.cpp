@@ -12,8 +12,7 @@ namespace {
 const Calendar berlin{QTimeZone("Europe/Berlin")};
 
 QDateTime at(int hour, int minute, int dayOffset = 0) {
-    return QDateTime(QDate(2026, 3, 2).addDays(dayOffset), QTime(hour, minute, 30),
-                     berlin.zone());
+    return QDateTime(QDate(2026, 3, 2).addDays(dayOffset), QTime(hour, minute, 30), berlin.zone());
 }
 
 Block block(const char* time, const char* label, Block::Kind kind = Block::Kind::Workout,
@@ -30,7 +29,7 @@ TEST(Due, WindowRunsFromTheBlocksMinuteThroughTheGrace) {
         int h, m;
         double grace;
         bool due;
-    } cases[] = {{8, 59, 5400, false}, {9, 0, 5400, true},    {10, 30, 5400, true},
+    } cases[] = {{8, 59, 5400, false},  {9, 0, 5400, true},    {10, 30, 5400, true},
                  {10, 31, 5400, false}, {10, 31, 5454, false}, {9, 0, 0, true}};
     for (const auto& c : cases)
         EXPECT_EQ(week.due(at(c.h, c.m), {}, berlin, c.grace).has_value(), c.due)
@@ -86,20 +85,41 @@ TEST(NothingDueReason, EachReasonInItsTurn) {
     } cases[] = {
         {"clock", Schedule{{six}}, {}, QDateTime(), u"clock unreadable"},
         {"empty", Schedule{}, {}, at(12, 0), u"no blocks in schedule"},
-        {"other day", Schedule{{block("9:00", "Sat", Block::Kind::Away, QList<int>{7})}}, {},
-         at(12, 0), u"no blocks scheduled today"},
-        {"all done", Schedule{{six, seven}}, {six.key(), seven.key()}, at(12, 0),
+        {"other day",
+         Schedule{{block("9:00", "Sat", Block::Kind::Away, QList<int>{7})}},
+         {},
+         at(12, 0),
+         u"no blocks scheduled today"},
+        {"all done",
+         Schedule{{six, seven}},
+         {six.key(), seven.key()},
+         at(12, 0),
          u"all 2 of today's blocks already done"},
-        {"missed", Schedule{{six, seven}}, {}, at(12, 0),
+        {"missed",
+         Schedule{{six, seven}},
+         {},
+         at(12, 0),
          u"missed past the 90-min grace: Dawn run, Stretch — not queued, by design"},
-        {"missed, one done", Schedule{{six, seven}}, {six.key()}, at(12, 0),
+        {"missed, one done",
+         Schedule{{six, seven}},
+         {six.key()},
+         at(12, 0),
          u"missed past the 90-min grace: Stretch — not queued, by design"},
-        {"next", Schedule{{six, block("9:05", "Later")}}, {six.key()}, at(8, 0),
+        {"next",
+         Schedule{{six, block("9:05", "Later")}},
+         {six.key()},
+         at(8, 0),
          u"next is Later at 9:05"},
-        {"malformed is not missed", Schedule{{six, block("25:00", "Bad")}}, {}, at(12, 0),
+        {"malformed is not missed",
+         Schedule{{six, block("25:00", "Bad")}},
+         {},
+         at(12, 0),
          u"2 block(s) pending, none in window"},
-        {"malformed counts as today's", Schedule{{six, block("noon", "Bad")}}, {six.key()},
-         at(12, 0), u"1 block(s) pending, none in window"},
+        {"malformed counts as today's",
+         Schedule{{six, block("noon", "Bad")}},
+         {six.key()},
+         at(12, 0),
+         u"1 block(s) pending, none in window"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.week.nothingDueReason(c.now, c.fired, berlin), QString::fromUtf16(c.reason))

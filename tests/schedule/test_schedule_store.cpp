@@ -1,6 +1,5 @@
-#include "resident/records/schedule_store.h"
-
 #include "core/atomic_file.h"
+#include "resident/records/schedule_store.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -46,13 +45,15 @@ TEST_F(ScheduleStoreTest, SaveSortsByTimeOfDayAndRoundTrips) {
 }
 
 TEST_F(ScheduleStoreTest, WorkoutPlanReplacesEveryWorkoutAndKeepsTheRest) {
-    ScheduleStore(path).saveAll({block("12:00", "Lunch walk", Block::Kind::Away), block("08:00", "Old 1"),
-                            block("17:00", "Old 2"), block("07:00", "Retest", Block::Kind::Retest)});
+    ScheduleStore(path).saveAll({block("12:00", "Lunch walk", Block::Kind::Away),
+                                 block("08:00", "Old 1"), block("17:00", "Old 2"),
+                                 block("07:00", "Retest", Block::Kind::Retest)});
     const QList<Block> plan{block("10:00", "Session 1"), block("14:00", "Session 2"),
                             block("9:00", "Session 3")};
     ScheduleStore(path).saveWorkoutPlan(plan);
     const QList<Block> once = ScheduleStore::load(path);
-    EXPECT_EQ(times(once), (QStringList{u"07:00"_qs, u"9:00"_qs, u"10:00"_qs, u"12:00"_qs, u"14:00"_qs}));
+    EXPECT_EQ(times(once),
+              (QStringList{u"07:00"_qs, u"9:00"_qs, u"10:00"_qs, u"12:00"_qs, u"14:00"_qs}));
     ScheduleStore(path).saveWorkoutPlan(plan);
     EXPECT_EQ(ScheduleStore::load(path), once); // the same plan again changes nothing
 }
@@ -78,8 +79,11 @@ TEST_F(ScheduleStoreTest, AnyBadBlockMakesTheWholeWeekEmpty) {
         qsizetype blocks;
     } files[] = {
         {R"({"version":3,"blocks":[{"at":"9:00","label":"A","kind":"away","minutes":null,)"
-         R"("days":null,"colour":"teal"}]})", 1},
-        {R"({"blocks":[{"at":"09:00","label":"A","kind":"workout"},{"at":"10:00","label":"B","kind":"nap"}]})", 0},
+         R"("days":null,"colour":"teal"}]})",
+         1},
+        {R"({"blocks":[{"at":"09:00","label":"A","kind":"workout"},)"
+         R"({"at":"10:00","label":"B","kind":"nap"}]})",
+         0},
         {R"({"blocks":[{"at":"09:00","kind":"workout"}]})", 0},
         {R"({"blocks":[{"at":900,"label":"A","kind":"workout"}]})", 0},
         {R"({"blocks":[{"at":"09:00","label":"A","kind":"workout","minutes":"10"}]})", 0},

@@ -1,6 +1,5 @@
-#include "resident/records/settings.h"
-
 #include "core/atomic_file.h"
+#include "resident/records/settings.h"
 
 #include <QDir>
 #include <QJsonDocument>
@@ -32,7 +31,9 @@ protected:
 // Every setting as read back, as one text: one comparison covers every reader, and a failure
 // reads plainly.
 std::string everything(const Preferences& prefs) {
-    const auto opt = [](const auto& v) { return v ? QVariant(*v).toString() : QStringLiteral("none"); };
+    const auto opt = [](const auto& v) {
+        return v ? QVariant(*v).toString() : QStringLiteral("none");
+    };
     const auto num = [](auto n) { return QString::number(n); };
     QStringList fired = prefs.firedBlocks().values();
     fired.sort();
@@ -40,16 +41,26 @@ std::string everything(const Preferences& prefs) {
     for (int day : prefs.activeWeekdays())
         days.append(num(day));
     days.sort(); // single digits, so text order is number order
-    QStringList all{prefs.escapePhrase(), num(prefs.requiredCleanReps()),
-                    num(prefs.hintDelay()), num(prefs.maxShieldMinutes()),
-                    opt(prefs.lockoutWorkoutID()), num(prefs.triggerAfterMinutes()),
-                    num(prefs.idleResetsAfterMinutes()), num(prefs.warningSeconds()),
-                    num(prefs.snoozesPerLockout()), num(prefs.snoozeMinutes()),
-                    opt(prefs.busyUntil()), opt(prefs.busyReason()),
-                    num(prefs.retestDueInDays()), opt(prefs.retestReportedAt()),
-                    num(prefs.firedBlocksDay()), fired.join(u','),
-                    num(prefs.hasOnboarded()), num(prefs.activeFromMinute()),
-                    num(prefs.activeToMinute()), days.join(u" | ")};
+    QStringList all{prefs.escapePhrase(),
+                    num(prefs.requiredCleanReps()),
+                    num(prefs.hintDelay()),
+                    num(prefs.maxShieldMinutes()),
+                    opt(prefs.lockoutWorkoutID()),
+                    num(prefs.triggerAfterMinutes()),
+                    num(prefs.idleResetsAfterMinutes()),
+                    num(prefs.warningSeconds()),
+                    num(prefs.snoozesPerLockout()),
+                    num(prefs.snoozeMinutes()),
+                    opt(prefs.busyUntil()),
+                    opt(prefs.busyReason()),
+                    num(prefs.retestDueInDays()),
+                    opt(prefs.retestReportedAt()),
+                    num(prefs.firedBlocksDay()),
+                    fired.join(u','),
+                    num(prefs.hasOnboarded()),
+                    num(prefs.activeFromMinute()),
+                    num(prefs.activeToMinute()),
+                    days.join(u" | ")};
     return all.join(u" | ").toStdString();
 }
 
@@ -65,19 +76,27 @@ TEST_F(SettingsTest, WrongTypesReadAsTheDefault) {
     // A hand-edited or foreign file must never crash a reader or smuggle in a half-read value.
     // What an empty store reads is what a new person starts with.
     const std::string defaults = everything(prefs);
-    EXPECT_EQ(defaults, "lark | 5 | 25 | 15 | none | 50 | 5 | 60 | 1 | 10 | none | none | 9223372036854775807 | none | -1 "
+    EXPECT_EQ(defaults, "lark | 5 | 25 | 15 | none | 50 | 5 | 60 | 1 | 10 | none | none | "
+                        "9223372036854775807 | none | -1 "
                         "|  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
     const struct {
         const char* key;
         const char* json;
     } junk[] = {
-        {"escapePhrase", "42"},           {"requiredCleanReps", "\"7\""},
-        {"snoozesPerLockout", "99999999999"}, {"hintDelay", "true"},
-        {"maxShieldMinutes", "\"45\""},   {"lockoutWorkoutId", "17"},
-        {"warningSeconds", "[30]"},       {"busyUntil", "1772442900"},
-        {"retestDueInDays", "\"3\""},     {"firedBlocksDay", "\"x\""},
-        {"firedBlocks", "[\"a\", 3]"},     {"hasOnboarded", "1"},
-        {"activeWeekdays", "[2, \"3\"]"},  {"activeFromMinute", "\"09:00\""},
+        {"escapePhrase", "42"},
+        {"requiredCleanReps", "\"7\""},
+        {"snoozesPerLockout", "99999999999"},
+        {"hintDelay", "true"},
+        {"maxShieldMinutes", "\"45\""},
+        {"lockoutWorkoutId", "17"},
+        {"warningSeconds", "[30]"},
+        {"busyUntil", "1772442900"},
+        {"retestDueInDays", "\"3\""},
+        {"firedBlocksDay", "\"x\""},
+        {"firedBlocks", "[\"a\", 3]"},
+        {"hasOnboarded", "1"},
+        {"activeWeekdays", "[2, \"3\"]"},
+        {"activeFromMinute", "\"09:00\""},
         {"activeToMinute", "false"},
     };
     for (const auto& j : junk) {
@@ -92,8 +111,9 @@ TEST_F(SettingsTest, ClampsApplyOnRead) {
     put("maxShieldMinutes", "2");
     put("warningSeconds", "3");
     put("activeWeekdays", "[]");
-    EXPECT_EQ(everything(prefs), "lark rises | 1 | 25 | 10 | none | 50 | 5 | 10 | 1 | 10 | none | none | "
-                            "9223372036854775807 | none | -1 |  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
+    EXPECT_EQ(everything(prefs),
+              "lark rises | 1 | 25 | 10 | none | 50 | 5 | 10 | 1 | 10 | none | none | "
+              "9223372036854775807 | none | -1 |  | 0 | 540 | 1080 | 1 | 2 | 3 | 4 | 5 | 6 | 7");
 }
 
 TEST_F(SettingsTest, BusyCountsOnlyUntilTheDeadline) {
@@ -152,9 +172,11 @@ TEST_F(SettingsTest, EveryValueReadsBackFromTheFileWithItsType) {
     // Above 2^53, so a store that kept it as a double would read back another number.
     prefs.setRetestDueInDays(9'007'199'254'740'993);
     JsonFileSettingsStore read(path);
-    EXPECT_EQ(everything(Preferences(read)), "lark | 7 | 25 | 22.5 | none | 50 | 5 | 60 | 1 | 10 | 2026-03-02T09:00:05.250+00:00 | "
-                            "on a call | 9007199254740993 | none | 2461102 | 07:00|A|away,09:00|B|workout | 1 | "
-                            "540 | 1080 | 2 | 6");
+    EXPECT_EQ(
+        everything(Preferences(read)),
+        "lark | 7 | 25 | 22.5 | none | 50 | 5 | 60 | 1 | 10 | 2026-03-02T09:00:05.250+00:00 | "
+        "on a call | 9007199254740993 | none | 2461102 | 07:00|A|away,09:00|B|workout | 1 | "
+        "540 | 1080 | 2 | 6");
 }
 
 TEST(JsonFileSettingsStore, SeesHandEditsAndSurvivesGarbage) {

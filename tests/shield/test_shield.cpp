@@ -9,8 +9,8 @@
 #include "support/fake_clock.h"
 
 #include <QApplication>
-#include <QKeyEvent>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -35,7 +35,8 @@ namespace {
 // screen (X11, past a grab) or not (Wayland, whose compositor here refuses the focus back).
 class FakeShieldPlatform final : public ShieldPlatform {
 public:
-    explicit FakeShieldPlatform(bool yields) : focusLossIsYield(yields) {}
+    explicit FakeShieldPlatform(bool yields)
+        : focusLossIsYield(yields) {}
     const bool focusLossIsYield;
     QString lockedBy;
     int reclaims = 0;
@@ -56,13 +57,12 @@ protected:
         QObject::connect(&shield, &ShieldController::timedOut, record("timed out"));
         QObject::connect(&shield, &ShieldController::panicked, record("panicked"));
         QObject::connect(&shield, &ShieldController::yielded, record("yielded"));
-        QObject::connect(&shield, &ShieldController::keyPressed, [this](const QString& k) { keys += k; });
+        QObject::connect(&shield, &ShieldController::keyPressed,
+                         [this](const QString& k) { keys += k; });
         QObject::connect(&shield, &ShieldController::noted,
                          [this](const QString& text) { notes += text; });
     }
-    void TearDown() override {
-        shield.lower();
-    }
+    void TearDown() override { shield.lower(); }
 
     void key(Qt::Key k, Qt::KeyboardModifiers mods = Qt::NoModifier) {
         QTest::keyClick(shield.currentWindow(), k, mods);
@@ -277,8 +277,9 @@ TEST(AwayView, CountdownTexts) {
 // GNOME to run it; a shell that cannot take it up at once means a log-out, which it says.
 TEST(GnomeExtension, InstalledOnlyAtThePersonsWordAndGnomeIsToldToRunIt) {
     qputenv("GSETTINGS_BACKEND", "keyfile");
-    const QString installed = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                              u"/gnome-shell/extensions/tovin-shield@tovin.dev"_s;
+    const QString installed =
+        QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+        u"/gnome-shell/extensions/tovin-shield@tovin.dev"_s;
     SetupWindow window({});
     SetupStrip strip;
     strip.gnomeExtension = true;
@@ -289,9 +290,9 @@ TEST(GnomeExtension, InstalledOnlyAtThePersonsWordAndGnomeIsToldToRunIt) {
             offer = button;
     ASSERT_TRUE(offer && offer->isVisibleTo(&window));
     QStringList chosen;
-    QObject::connect(&window, &SetupWindow::chosen, [&](const QString& action, const QString& value) {
-        chosen << action + u'=' + value;
-    });
+    QObject::connect(
+        &window, &SetupWindow::chosen,
+        [&](const QString& action, const QString& value) { chosen << action + u'=' + value; });
     // The person's answers to the boxes that come up, in order; what each box said.
     QStringList answers, told;
     QTimer answering;

@@ -7,9 +7,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+#include <gtest/gtest.h>
 
 int main(int argc, char** argv) {
     // Every folder Tovin could write to points into a private temporary folder, set before Qt
@@ -17,8 +16,8 @@ int main(int argc, char** argv) {
     QTemporaryDir home;
     if (!home.isValid())
         return 2;
-    for (const char* var : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR",
-                            "XDG_CACHE_HOME"}) {
+    for (const char* var :
+         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"}) {
         const QByteArray dir = (home.path() + u'/' + QString::fromLatin1(var)).toLocal8Bit();
         QDir().mkpath(QString::fromLocal8Bit(dir));
         QFile::setPermissions(QString::fromLocal8Bit(dir),

@@ -7,12 +7,11 @@
 // Both run until killed. The reader links itself to the source, as a portal's client does once
 // it is handed the node; nothing waits for the session manager's policy.
 
+#include <cstdio>
+#include <cstring>
 #include <pipewire/pipewire.h>
 #include <spa/param/video/format-utils.h>
 #include <spa/pod/builder.h>
-
-#include <cstdio>
-#include <cstring>
 #include <string>
 
 namespace {

@@ -25,12 +25,15 @@ int main(int argc, char* argv[]) {
         const QImage image = shot.toImage();
         for (QScreen* s : QGuiApplication::screens()) {
             const QRect g = s->geometry().translated(-all.topLeft());
-            for (const QPoint p : {QPoint(g.left() + 30, g.top() + 30), QPoint(g.right() - 30, g.top() + 30),
-                                   QPoint(g.left() + 30, g.bottom() - 60), QPoint(g.right() - 30, g.bottom() - 60)}) {
+            for (const QPoint p :
+                 {QPoint(g.left() + 30, g.top() + 30), QPoint(g.right() - 30, g.top() + 30),
+                  QPoint(g.left() + 30, g.bottom() - 60),
+                  QPoint(g.right() - 30, g.bottom() - 60)}) {
                 const QRgb c = image.pixel(p);
-                if (std::abs(qRed(c) - 10) > 3 || std::abs(qGreen(c) - 13) > 3 || std::abs(qBlue(c) - 18) > 3) {
-                    std::printf("%s not covered at %d,%d (%d,%d,%d)\n", qPrintable(s->name()), p.x(), p.y(),
-                                qRed(c), qGreen(c), qBlue(c));
+                if (std::abs(qRed(c) - 10) > 3 || std::abs(qGreen(c) - 13) > 3 ||
+                    std::abs(qBlue(c) - 18) > 3) {
+                    std::printf("%s not covered at %d,%d (%d,%d,%d)\n", qPrintable(s->name()),
+                                p.x(), p.y(), qRed(c), qGreen(c), qBlue(c));
                     return 3;
                 }
             }

@@ -3,23 +3,23 @@
 // by /bin/sh, and the test build of the program itself for the dry run and for a full update of
 // the real install tree.
 
+#include "core/atomic_file.h"
 #include "resident/app_controller.h"
 #include "resident/app_shell.h"
 #include "resident/countdown_panel.h"
-#include "resident/update_dialogs.h"
-#include "core/atomic_file.h"
+#include "resident/guards/call_detector.h"
 #include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
-#include "resident/guards/call_detector.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/save_failures.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
+#include "resident/update_dialogs.h"
+#include "resident/updater/release_check.h"
+#include "resident/updater/updater.h"
 #include "screens/local_screens.h"
 #include "support/fake_clock.h"
 #include "support/fake_platform.h"
-#include "resident/updater/release_check.h"
-#include "resident/updater/updater.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -243,9 +243,8 @@ TEST_F(UpdateFlow, TheRealInstallTreeUpdatesThroughTheDialogsAndComesBackAsTheNe
     CountdownPanel countdown(clock, calls);
     countdown.placeAt(QPoint(-30000, -30000));
     LocalScreens screens(clock);
-    const AppDependencies deps{clock, idle,   calls,   screens,      countdown,
-                               week,  prefs,  ledger,  journal,      saveFailures,
-                               path(u"mark.json"_s)};
+    const AppDependencies deps{clock, idle,   calls,   screens,      countdown,           week,
+                               prefs, ledger, journal, saveFailures, path(u"mark.json"_s)};
     AppController controller(deps);
     QNetworkAccessManager network;
     // With a feed, the setup window's strip carries the check, for desktops without a tray.
@@ -355,8 +354,8 @@ TEST(Install, RefusesWhatIsNotAnInstalledCopyOrSitsWhereItCannotWrite) {
     const auto refusal = [&](const QString& copy) {
         QDir().mkpath(working);
         bool quit = false;
-        const auto failure = install(journal, dir.filePath(u"new"_s), working,
-                                     [&] { quit = true; }, {copy, 1});
+        const auto failure =
+            install(journal, dir.filePath(u"new"_s), working, [&] { quit = true; }, {copy, 1});
         EXPECT_FALSE(quit);
         EXPECT_FALSE(QFile::exists(working)) << "the download was left behind";
         return failure.value_or(Failure{}).message;

@@ -3,7 +3,6 @@
 // whatever a hostile page posts lands as the rules say or not at all.
 
 #include "resident/records/bridge_messages.h"
-
 #include "resident/records/promise_ledger.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
@@ -66,8 +65,9 @@ TEST(BridgeSchema, TheInjectedFunctionsAndNativeTsAgreeWithIt) {
     ASSERT_FALSE(native.isEmpty()) << "native.ts declares no Native interface";
     EXPECT_EQ(matches(functions, QStringLiteral(R"(\n\s+(\w+): function)")),
               matches(native, QStringLiteral(R"(\n\s+(\w+)\([^)]*\): void;)")));
-    EXPECT_EQ(matches(tsInterface(QStringLiteral("SettingsUpdate")), QStringLiteral(R"(\n\s+(\w+)\?:)")),
-              joined(settingsFields));
+    EXPECT_EQ(
+        matches(tsInterface(QStringLiteral("SettingsUpdate")), QStringLiteral(R"(\n\s+(\w+)\?:)")),
+        joined(settingsFields));
 }
 
 TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
@@ -81,8 +81,9 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     QSignalSpy completed(&bridge, &BridgeMessages::workoutCompleted);
     QSignalSpy changed(&week, &ScheduleStore::changed);
 
-    for (const QJsonObject& m : {QJsonObject{}, QJsonObject{{u"type"_qs, 7}}, message(u"nope"_qs),
-                                 message(u"promisesSynced"_qs, {{u"promises"_qs, 3}}), message(u"setWorkoutPlan"_qs)})
+    for (const QJsonObject& m :
+         {QJsonObject{}, QJsonObject{{u"type"_qs, 7}}, message(u"nope"_qs),
+          message(u"promisesSynced"_qs, {{u"promises"_qs, 3}}), message(u"setWorkoutPlan"_qs)})
         bridge.apply(m);
     EXPECT_EQ(completed.count(), 0);
 
@@ -93,11 +94,16 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     EXPECT_EQ(completed[0][1].toLongLong(), 0);
 
     // Settings: each field lands, clamped, out-of-range weekdays dropped, empty text clears; absent
-    // keys and wrong types leave a setting alone, and weekdays are all integers or not taken at all.
+    // keys and wrong types leave a setting alone, and weekdays are all integers or not taken at
+    // all.
     prefs.setLockoutWorkoutID(QStringLiteral("old"));
-    bridge.apply(message(u"saveSettings"_qs, {{u"triggerAfterMinutes"_qs, 2}, {u"weekdays"_qs, QJsonArray{0, 1, 7, 8}},
-                                              {u"fromMinute"_qs, 480}, {u"toMinute"_qs, 1200}, {u"onboarded"_qs, true},
-                                              {u"lockoutWorkoutId"_qs, QString()}, {u"retestDueInDays"_qs, 28}}));
+    bridge.apply(message(u"saveSettings"_qs, {{u"triggerAfterMinutes"_qs, 2},
+                                              {u"weekdays"_qs, QJsonArray{0, 1, 7, 8}},
+                                              {u"fromMinute"_qs, 480},
+                                              {u"toMinute"_qs, 1200},
+                                              {u"onboarded"_qs, true},
+                                              {u"lockoutWorkoutId"_qs, QString()},
+                                              {u"retestDueInDays"_qs, 28}}));
     EXPECT_EQ(prefs.triggerAfterMinutes(), 5.0);
     EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
     EXPECT_EQ(prefs.activeToMinute(), 1200);
@@ -105,8 +111,8 @@ TEST(BridgeMessages, HostileMessagesLandAsTheRulesSayOrNotAtAll) {
     EXPECT_EQ(prefs.lockoutWorkoutID(), std::nullopt);
     EXPECT_EQ(prefs.retestDueInDays(), 28);
     EXPECT_EQ(prefs.retestReportedAt(), clock.now()); // when the fitness check reported
-    bridge.apply(
-        message(u"saveSettings"_qs, {{u"fromMinute"_qs, u"nine"_qs}, {u"weekdays"_qs, QJsonArray{3, u"four"_qs}}}));
+    bridge.apply(message(u"saveSettings"_qs, {{u"fromMinute"_qs, u"nine"_qs},
+                                              {u"weekdays"_qs, QJsonArray{3, u"four"_qs}}}));
     EXPECT_EQ(prefs.activeFromMinute(), 480);
     EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
     EXPECT_EQ(prefs.triggerAfterMinutes(), 5.0);

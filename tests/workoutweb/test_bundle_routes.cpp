@@ -1,6 +1,5 @@
-#include "core/bundle_routes.h"
-
 #include "core/atomic_file.h"
+#include "core/bundle_routes.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -31,13 +30,14 @@ TEST(BundleRoutes, ResolveTable) {
         {"/..", std::nullopt},
         {"/assets/..", root},
         {"/./assets/./app-1234.js", root + u"/assets/app-1234.js"},
-        {"/leak.txt", std::nullopt}, // a link out of the bundle
+        {"/leak.txt", std::nullopt},             // a link out of the bundle
         {"//etc/passwd", root + u"/index.html"}, // stays inside: just a deep route
     };
     for (const auto& c : cases)
         EXPECT_EQ(BundleRoutes::resolve(root, QString::fromLatin1(c.path)), c.expected) << c.path;
     // The root given with a trailing slash behaves the same.
-    EXPECT_EQ(BundleRoutes::resolve(root + u'/', QStringLiteral("/workout")), root + u"/index.html");
+    EXPECT_EQ(BundleRoutes::resolve(root + u'/', QStringLiteral("/workout")),
+              root + u"/index.html");
     // No bundle (an empty root) or a relative one serves nothing, least of all the whole disk.
     const QString secret = dir.filePath(QStringLiteral("secret.txt"));
     EXPECT_EQ(BundleRoutes::resolve(QString(), secret), std::nullopt);
@@ -57,11 +57,14 @@ TEST(BundleRoutes, TheThreeAnswersCarryExactlyTheirHeaders) {
                  {"/nope.js", "text/plain", 404, "not found"},
                  {"/x/..", "text/plain", 404, "unreadable"}}; // the root: a folder
     for (const auto& c : cases) {
-        const auto a = BundleRoutes::answer(root, QStringLiteral("app"), QString::fromLatin1(c.path));
+        const auto a =
+            BundleRoutes::answer(root, QStringLiteral("app"), QString::fromLatin1(c.path));
         EXPECT_EQ(a.status, c.status) << c.path;
         EXPECT_EQ(a.body, c.body) << c.path;
         const QList<std::pair<QByteArray, QByteArray>> headers{
-            {"Content-Type", c.type}, {"Content-Length", QByteArray::number(c.body.size())}, {"Cache-Control", "no-store"}};
+            {"Content-Type", c.type},
+            {"Content-Length", QByteArray::number(c.body.size())},
+            {"Cache-Control", "no-store"}};
         EXPECT_EQ(a.headers, headers) << c.path;
     }
     EXPECT_EQ(BundleRoutes::answer(root, QStringLiteral("evil"), QStringLiteral("/")).status, 404);

@@ -2,13 +2,12 @@
 // page's messages change exactly what they should, a blank page is caught, and nothing outside the
 // bundle is reached. The real web app, in every mode, is app_e2e.sh's (workout, retest, firstrun).
 
-#include "screens/web/bundle_scheme_handler.h"
-#include "screens/web/workout_web_view.h"
-
 #include "resident/records/bridge_messages.h"
 #include "resident/records/promise_ledger.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
+#include "screens/web/bundle_scheme_handler.h"
+#include "screens/web/workout_web_view.h"
 #include "support/fake_clock.h"
 
 #include <QApplication>
@@ -48,9 +47,12 @@ protected:
         native = BridgeMessages::nativeState(WorkoutWebView::Mode::Locked, true, label, week,
                                              ledger, prefs);
         view = std::make_unique<WorkoutWebView>(root, native, clock);
-        QObject::connect(view.get(), &WorkoutWebView::message, [this](const QJsonObject& m) { bridge.apply(m); });
+        QObject::connect(view.get(), &WorkoutWebView::message,
+                         [this](const QJsonObject& m) { bridge.apply(m); });
         QObject::connect(&bridge, &BridgeMessages::workoutCompleted, view.get(),
-                         [this](const QString& exercise, qint64 reps) { completed.append({exercise, reps}); });
+                         [this](const QString& exercise, qint64 reps) {
+                             completed.append({exercise, reps});
+                         });
         QObject::connect(view.get(), &WorkoutWebView::failed,
                          [this](const QString& detail) { failures.append(detail); });
     }
@@ -93,31 +95,40 @@ protected:
 // of each field and of odd values is the bridge's own test.
 TEST_F(WebViewTest, TheBridgeIsThereForTheFirstScriptAndEveryFunctionLandsInTheFilesItOwns) {
     ledger.record({QDateTime(QDate(2026, 3, 1), QTime(9, 0), QTimeZone::utc()),
-                   PromiseRecord::Outcome::Tovin, QStringLiteral("squat"), 10, 10, {}, {}},
+                   PromiseRecord::Outcome::Tovin,
+                   QStringLiteral("squat"),
+                   10,
+                   10,
+                   {},
+                   {}},
                   false);
     prefs.setLockoutWorkoutID(u"it's \"the\" \\classic"_qs);
     open(QStringLiteral("bridge"), u"Lunch \"Mover\" ’25"_qs);
     EXPECT_EQ(evalJson(QStringLiteral("window.__firstSight")), native);
     // Module scripts and their imports come through the private scheme.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__moduleLoaded")).toInt() == 42; }, 10000));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return eval(QStringLiteral("window.__moduleLoaded")).toInt() == 42; }, 10000));
     QSignalSpy changed(&week, &ScheduleStore::changed);
     eval(QStringLiteral(
         "TOVIN_NATIVE.complete('Squat', 12); TOVIN_NATIVE.complete();"
-        "TOVIN_NATIVE.saveSettings({ triggerAfterMinutes: 20, weekdays: [1, 7], lockoutWorkoutId: 'classic-7' });"
+        "TOVIN_NATIVE.saveSettings({ triggerAfterMinutes: 20, weekdays: [1, 7], lockoutWorkoutId: "
+        "'classic-7' });"
         "TOVIN_NATIVE.setWorkoutPlan([{at: '09:00', label: 'Plan A', kind: 'workout', days: [2]}]);"
         "TOVIN_NATIVE.promisesSynced(TOVIN_NATIVE.promises.concat([{date: '2026-02-27T08:00:00Z',"
-        "  outcome: 'broken', exercise: 'pushup', reps: 2, cleanReps: 1, reason: 'Genuinely urgent'}]));"
+        "  outcome: 'broken', exercise: 'pushup', reps: 2, cleanReps: 1, reason: 'Genuinely "
+        "urgent'}]));"
         "TOVIN_NATIVE.setBusy('mid-workout'); 1"));
     ASSERT_TRUE(QTest::qWaitFor([&] { return prefs.busyReason().has_value(); }, 10000));
-    EXPECT_EQ(completed,
-              (QList<std::pair<QString, qint64>>{{u"first sight"_qs, 1}, {u"Squat"_qs, 12}, {QString(), 0}}));
+    EXPECT_EQ(completed, (QList<std::pair<QString, qint64>>{
+                             {u"first sight"_qs, 1}, {u"Squat"_qs, 12}, {QString(), 0}}));
     EXPECT_EQ(prefs.triggerAfterMinutes(), 20.0);
     EXPECT_EQ(prefs.activeWeekdays(), (QSet<int>{1, 7}));
     EXPECT_EQ(prefs.lockoutWorkoutID(), u"classic-7");
     QStringList keys;
     for (const Block& b : week.load())
         keys.append(b.key());
-    EXPECT_EQ(keys, (QStringList{QStringLiteral("09:00|Plan A|workout"), QStringLiteral("16:30|Walk|away")}));
+    EXPECT_EQ(keys, (QStringList{QStringLiteral("09:00|Plan A|workout"),
+                                 QStringLiteral("16:30|Walk|away")}));
     EXPECT_EQ(changed.count(), 1);
     ASSERT_EQ(ledger.records().size(), 2);
     EXPECT_EQ(ledger.records()[0].exercise, u"pushup"); // oldest first
@@ -128,7 +139,8 @@ TEST_F(WebViewTest, TheBridgeIsThereForTheFirstScriptAndEveryFunctionLandsInTheF
 
     // And the other way: the standing reaches a page listener.
     view->showStanding(ledger.standingJSON());
-    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__standings.length")).toInt() == 1; }, 10000));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return eval(QStringLiteral("window.__standings.length")).toInt() == 1; }, 10000));
     EXPECT_EQ(evalJson(QStringLiteral("window.__standings[0]")),
               QJsonDocument::fromJson(ledger.standingJSON().toUtf8()).object());
 }
@@ -139,9 +151,10 @@ TEST_F(WebViewTest, APageThatDrawsNothingFailsAfterTheGrace) {
     const struct {
         const char* fixture;
         const char16_t* failure; // empty: no failure
-    } cases[] = {{"blank", u"The workout screen loaded but rendered nothing:\n\nError: boom at start"},
-                 {"short", u""},
-                 {"nineteen", u"The workout screen loaded but rendered nothing."}};
+    } cases[] = {
+        {"blank", u"The workout screen loaded but rendered nothing:\n\nError: boom at start"},
+        {"short", u""},
+        {"nineteen", u"The workout screen loaded but rendered nothing."}};
     for (const auto& c : cases) {
         failures.clear();
         open(QString::fromLatin1(c.fixture));
@@ -168,15 +181,19 @@ TEST_F(WebViewTest, ThePageReachesNothingOutsideItsBundle) {
     const QString url = u"'http://127.0.0.1:"_qs + QString::number(outside.serverPort()) + u"/'";
     open(QStringLiteral("bridge"));
     eval(u"fetch(" + url + u").catch(function () {}); 1");
-    eval(QStringLiteral("window.__missing = 'pending'; var s = document.createElement('script');"
-                        " s.src = '/nope.js'; s.onerror = function () { window.__missing = 'error'; };"
-                        " s.onload = function () { window.__missing = 'loaded'; }; document.head.appendChild(s); 1"));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return eval(QStringLiteral("window.__missing")).toString() == u"error"; }, 10000));
+    eval(QStringLiteral(
+        "window.__missing = 'pending'; var s = document.createElement('script');"
+        " s.src = '/nope.js'; s.onerror = function () { window.__missing = 'error'; };"
+        " s.onload = function () { window.__missing = 'loaded'; }; document.head.appendChild(s); "
+        "1"));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return eval(QStringLiteral("window.__missing")).toString() == u"error"; }, 10000));
     eval(u"location.href = " + url + u"; 1");
     QTest::qWait(300);
     EXPECT_FALSE(outside.hasPendingConnections());
     EXPECT_EQ(view->page()->url().scheme(), u"tovin");
-    QTest::mouseClick(view->webView()->focusProxy(), Qt::RightButton, Qt::NoModifier, QPoint(40, 40));
+    QTest::mouseClick(view->webView()->focusProxy(), Qt::RightButton, Qt::NoModifier,
+                      QPoint(40, 40));
     QTest::qWait(1500);
     EXPECT_FALSE(QApplication::activePopupWidget()) << "a context menu is showing";
 }
@@ -188,7 +205,8 @@ TEST_F(WebViewTest, AMissingBundleFailsTheLoad) {
 
 int main(int argc, char** argv) {
     QTemporaryDir home;
-    for (const char* var : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"}) {
+    for (const char* var :
+         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"}) {
         const QString d = home.path() + u'/' + QString::fromLatin1(var);
         QDir().mkpath(d);
         QFile::setPermissions(d, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);

@@ -3,11 +3,10 @@
 #include <QDir>
 #include <QFile>
 
+#include <cstring>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstring>
 
 namespace tovin {
 

@@ -19,8 +19,8 @@ AlsaCapture scanAlsaCapture(const QString& asoundDir = QStringLiteral("/proc/aso
 // camera) that holds open a file named video* in deviceDir, found by reading the fd links of
 // every process this user may look at: its pid, or 0 when there is none.
 qint64 anotherProcessHoldsVideoDevice(const QString& deviceDir = QStringLiteral("/dev"),
-                                    const QString& procDir = QStringLiteral("/proc"),
-                                    const QList<qint64>& alsoOurs = {});
+                                      const QString& procDir = QStringLiteral("/proc"),
+                                      const QList<qint64>& alsoOurs = {});
 
 // This user's processes that run the program named `comm` (as the kernel names it), other than
 // this one.

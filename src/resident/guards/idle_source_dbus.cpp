@@ -8,10 +8,10 @@ namespace tovin {
 namespace {
 QDBusMessage request(DBusIdleSource::Kind kind) {
     if (kind == DBusIdleSource::Kind::Mutter)
-        return QDBusMessage::createMethodCall(
-            QStringLiteral("org.gnome.Mutter.IdleMonitor"),
-            QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"),
-            QStringLiteral("org.gnome.Mutter.IdleMonitor"), QStringLiteral("GetIdletime"));
+        return QDBusMessage::createMethodCall(QStringLiteral("org.gnome.Mutter.IdleMonitor"),
+                                              QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"),
+                                              QStringLiteral("org.gnome.Mutter.IdleMonitor"),
+                                              QStringLiteral("GetIdletime"));
     return QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/ScreenSaver"),
         QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("GetSessionIdleTime"));

@@ -22,7 +22,9 @@ public:
     QString name() const override;
 
 private:
-    DBusIdleSource(QDBusConnection bus, Kind kind) : bus_(std::move(bus)), kind_(kind) {}
+    DBusIdleSource(QDBusConnection bus, Kind kind)
+        : bus_(std::move(bus))
+        , kind_(kind) {}
     std::optional<double> query() const;
 
     QDBusConnection bus_;

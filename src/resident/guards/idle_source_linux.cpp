@@ -18,8 +18,8 @@ std::unique_ptr<IdleSource> createPlatformIdleSource() {
     // (XWayland), but it hears only its own clients: the person typing in any other window
     // would read as away. So a Wayland session asks the compositor (its idle notifications, or
     // the desktop's monitor over D-Bus) and never falls back to X.
-    const bool wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
-                         qgetenv("XDG_SESSION_TYPE") == "wayland";
+    const bool wayland =
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") || qgetenv("XDG_SESSION_TYPE") == "wayland";
     if (wayland) {
         if (auto dbus = DBusIdleSource::open(QDBusConnection::sessionBus()))
             return dbus;

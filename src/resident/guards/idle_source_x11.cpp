@@ -17,7 +17,9 @@ struct X11IdleSource::Private {
     }
 };
 
-X11IdleSource::X11IdleSource(std::unique_ptr<Private> d) : d_(std::move(d)) {}
+X11IdleSource::X11IdleSource(std::unique_ptr<Private> d)
+    : d_(std::move(d)) {
+}
 X11IdleSource::~X11IdleSource() = default;
 
 std::unique_ptr<X11IdleSource> X11IdleSource::open(const QByteArray& display) {

@@ -15,8 +15,8 @@ struct MediaGraph {
     struct Node {
         QString mediaClass; // "Audio/Source", "Stream/Input/Video", …
         QString name;
-        QString role;        // media.role: a camera source says "Camera"
-        QString application; // the owning program's own name for itself, when it gives one
+        QString role;          // media.role: a camera source says "Camera"
+        QString application;   // the owning program's own name for itself, when it gives one
         bool isDevice = false; // made by a device monitor (ALSA, V4L2, libcamera), not a program
         quint32 client = 0;
     };
@@ -35,10 +35,10 @@ struct MediaGraph {
 
 // What the graph shows: for each kind of capture, the programs doing it (empty when none).
 struct MediaSightings {
-    QStringList microphone; // recording a real input (not a monitor of what plays)
-    QStringList camera;     // reading a camera
-    QStringList screen;     // receiving a video source that is no camera: a shared screen
-    int audioInputs = 0;    // recording-capable inputs the graph holds
+    QStringList microphone;    // recording a real input (not a monitor of what plays)
+    QStringList camera;        // reading a camera
+    QStringList screen;        // receiving a video source that is no camera: a shared screen
+    int audioInputs = 0;       // recording-capable inputs the graph holds
     bool carriesAudio = false; // whether sound goes through this graph at all
 };
 

@@ -4,7 +4,6 @@
 #include <QSet>
 
 #include <pulse/pulseaudio.h>
-
 #include <unistd.h>
 
 namespace tovin {

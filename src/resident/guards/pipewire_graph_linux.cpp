@@ -2,10 +2,9 @@
 
 #include <QElapsedTimer>
 
-#include <pipewire/pipewire.h>
-
 #include <cerrno>
 #include <cstring>
+#include <pipewire/pipewire.h>
 
 namespace tovin {
 
@@ -48,8 +47,8 @@ void onGlobal(void* data, uint32_t globalId, uint32_t, const char* type, uint32_
         c.pid = text(props, PW_KEY_SEC_PID).toLongLong();
         c.application = text(props, PW_KEY_APP_NAME);
     } else if (std::strcmp(type, PW_TYPE_INTERFACE_Link) == 0) {
-        s->graph.links.insert(globalId, {id(props, PW_KEY_LINK_OUTPUT_NODE),
-                                         id(props, PW_KEY_LINK_INPUT_NODE)});
+        s->graph.links.insert(
+            globalId, {id(props, PW_KEY_LINK_OUTPUT_NODE), id(props, PW_KEY_LINK_INPUT_NODE)});
     }
 }
 

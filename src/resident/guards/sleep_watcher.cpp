@@ -2,13 +2,13 @@
 
 namespace tovin {
 
-SleepWatcher::SleepWatcher(QDBusConnection bus, QObject* parent) : QObject(parent) {
+SleepWatcher::SleepWatcher(QDBusConnection bus, QObject* parent)
+    : QObject(parent) {
     listening_ = bus.isConnected() &&
                  bus.connect(QStringLiteral("org.freedesktop.login1"),
                              QStringLiteral("/org/freedesktop/login1"),
                              QStringLiteral("org.freedesktop.login1.Manager"),
-                             QStringLiteral("PrepareForSleep"), this,
-                             SLOT(prepareForSleep(bool)));
+                             QStringLiteral("PrepareForSleep"), this, SLOT(prepareForSleep(bool)));
 }
 
 void SleepWatcher::prepareForSleep(bool sleeping) {

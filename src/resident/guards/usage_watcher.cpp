@@ -10,7 +10,8 @@ UsageWatcher::UsageWatcher(Clock& clock, IdleSource& idle, const Preferences& pr
     , clock_(clock)
     , idle_(idle)
     , prefs_(preferences)
-    , lastTick_(clock.now()) {}
+    , lastTick_(clock.now()) {
+}
 
 void UsageWatcher::start() {
     if (running_)

@@ -26,14 +26,18 @@ QJsonObject BridgeMessages::nativeState(PageMode mode, bool shown,
     QJsonObject native{
         {QStringLiteral("mode"), toString(mode)},
         {QStringLiteral("shown"), shown},
-        {QStringLiteral("blockLabel"), blockLabel ? QJsonValue(*blockLabel) : QJsonValue(QJsonValue::Null)},
-        {QStringLiteral("blocks"), QJsonDocument::fromJson(ScheduleStore::encodeBlockList(week.load())).array()},
-        {QStringLiteral("schedule"), QJsonObject{{QStringLiteral("weekdays"), days},
-                                  {QStringLiteral("fromMinute"), prefs_.activeFromMinute()},
-                                  {QStringLiteral("toMinute"), prefs_.activeToMinute()},
-                                  {QStringLiteral("triggerAfterMinutes"), prefs_.triggerAfterMinutes()}}},
+        {QStringLiteral("blockLabel"),
+         blockLabel ? QJsonValue(*blockLabel) : QJsonValue(QJsonValue::Null)},
+        {QStringLiteral("blocks"),
+         QJsonDocument::fromJson(ScheduleStore::encodeBlockList(week.load())).array()},
+        {QStringLiteral("schedule"),
+         QJsonObject{{QStringLiteral("weekdays"), days},
+                     {QStringLiteral("fromMinute"), prefs_.activeFromMinute()},
+                     {QStringLiteral("toMinute"), prefs_.activeToMinute()},
+                     {QStringLiteral("triggerAfterMinutes"), prefs_.triggerAfterMinutes()}}},
         {QStringLiteral("onboarded"), prefs_.hasOnboarded()},
-        {QStringLiteral("promises"), QJsonDocument::fromJson(ledger.asBridgeJSON().toUtf8()).array()},
+        {QStringLiteral("promises"),
+         QJsonDocument::fromJson(ledger.asBridgeJSON().toUtf8()).array()},
     };
     // Absent, not null: the page reads "no workout chosen" as undefined.
     if (const auto workout = prefs_.lockoutWorkoutID())
@@ -73,7 +77,8 @@ void BridgeMessages::promisesSynced(const QJsonObject& m) {
     if (!merged)
         return;
     const bool adopted = ledger_.adopt(*merged);
-    std::printf("[promises] merged %lld record(s) from the account — %s\n", static_cast<long long>(merged->size()),
+    std::printf("[promises] merged %lld record(s) from the account — %s\n",
+                static_cast<long long>(merged->size()),
                 adopted ? "adopted" : "ignored, would have shrunk the ledger");
     std::fflush(stdout);
 }
@@ -98,15 +103,15 @@ void BridgeMessages::setWorkoutPlan(const QJsonObject& m) {
     if (!plan)
         return;
     const bool saved = week_.saveWorkoutPlan(*plan);
-    std::printf("[schedule] accepted a plan of %lld workout block(s)%s\n", static_cast<long long>(plan->size()),
-                saved ? "" : " — not saved yet");
+    std::printf("[schedule] accepted a plan of %lld workout block(s)%s\n",
+                static_cast<long long>(plan->size()), saved ? "" : " — not saved yet");
     std::fflush(stdout);
 }
 
 void BridgeMessages::saveSettings(const QJsonObject& m) {
     if (const QJsonValue id = m.value(u"lockoutWorkoutId"); id.isString())
         prefs_.setLockoutWorkoutID(id.toString().isEmpty() ? std::nullopt
-                                                              : std::optional<QString>(id.toString()));
+                                                           : std::optional<QString>(id.toString()));
     if (const QJsonValue days = m.value(u"weekdays"); days.isArray()) {
         QSet<int> kept;
         bool allIntegers = true;
@@ -134,7 +139,6 @@ void BridgeMessages::saveSettings(const QJsonObject& m) {
         prefs_.setRetestDueInDays(*days);
         prefs_.setRetestReportedAt(clock_.now());
     }
-    Q_EMIT settingsSaved();
 }
 
 } // namespace tovin

@@ -44,8 +44,6 @@ public:
 Q_SIGNALS:
     // A finished workout: told here, recorded by whoever runs the lockout.
     void workoutCompleted(const QString& exercise, qint64 reps);
-    // The page saved the person's settings (the week announces itself through its store).
-    void settingsSaved();
 
 private:
     void workoutComplete(const QJsonObject& m);

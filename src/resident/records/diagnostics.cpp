@@ -1,9 +1,9 @@
 #include "resident/records/diagnostics.h"
 
+#include "core/schedule.h"
 #include "resident/records/instance_record.h"
 #include "resident/records/journal.h"
 #include "resident/records/promise_ledger.h"
-#include "core/schedule.h"
 #include "resident/records/schedule_store.h"
 #include "resident/records/settings.h"
 
@@ -32,8 +32,7 @@ QString dayList(const Block& block) {
 QString recordLine(const PromiseRecord& r, const Calendar& calendar) {
     QString line = u"  " + formatLocal(r.date, calendar, QStringLiteral("ddd d MMM HH:mm")) +
                    u"  " + toString(r.outcome) + u"  " + r.exercise + u"  " +
-                   QString::number(r.reps) + u" reps, " + QString::number(r.cleanReps) +
-                   u" clean";
+                   QString::number(r.reps) + u" reps, " + QString::number(r.cleanReps) + u" clean";
     if (r.attested.value_or(false))
         line += u"  (on your word)";
     if (r.reason)
@@ -53,10 +52,9 @@ QString why(const WhySources& sources, const Preferences& prefs, const Journal& 
     out << "  now: " << formatLocal(now, calendar, QStringLiteral("ddd d MMM HH:mm:ss")) << '\n';
     if (const auto running = InstanceRecord::readLive(sources.instancePath)) {
         out << "  running: yes — pid " << running->pid << ", since "
-            << (running->launchedAt
-                    ? formatLocal(*running->launchedAt, calendar,
-                                  QStringLiteral("ddd d MMM HH:mm:ss"))
-                    : QStringLiteral("launch time unknown"))
+            << (running->launchedAt ? formatLocal(*running->launchedAt, calendar,
+                                                  QStringLiteral("ddd d MMM HH:mm:ss"))
+                                    : QStringLiteral("launch time unknown"))
             << '\n';
     } else {
         out << "  running: NO — nothing can fire while the app isn't running\n";
@@ -91,8 +89,7 @@ QString why(const WhySources& sources, const Preferences& prefs, const Journal& 
 
     out << "Guards\n";
     out << "  quiet hours allow now: "
-        << (prefs.scheduleAllows(now, calendar) ? "yes" : "NO — usage watcher suppressed")
-        << '\n';
+        << (prefs.scheduleAllows(now, calendar) ? "yes" : "NO — usage watcher suppressed") << '\n';
     if (prefs.isBusy(now)) {
         out << "  busy: YES — " << prefs.busyReason().value_or(QStringLiteral("no reason given"))
             << ", until " << formatLocal(*prefs.busyUntil(), calendar, QStringLiteral("HH:mm:ss"))
@@ -100,13 +97,13 @@ QString why(const WhySources& sources, const Preferences& prefs, const Journal& 
     } else {
         out << "  busy: no\n";
     }
-    out << "  onboarded: " << (prefs.hasOnboarded() ? "yes" : "NO — setup never completed")
-        << '\n';
+    out << "  onboarded: " << (prefs.hasOnboarded() ? "yes" : "NO — setup never completed") << '\n';
     const auto reportedAt = prefs.retestReportedAt();
     const qint64 dueInDays = prefs.retestDueInDays();
     // Overdue means what the scheduler would act on: a report older than a week is stale and
     // never fires a retest, so it is not called overdue here either.
-    if (reportedAt && dueInDays < 1 && reportedAt->secsTo(now) < Settings::retestStaleAfterSeconds) {
+    if (reportedAt && dueInDays < 1 &&
+        reportedAt->secsTo(now) < Settings::retestStaleAfterSeconds) {
         const QDateTime dueAt = reportedAt->addDays(std::max<qint64>(dueInDays, -36500));
         out << "  retest: overdue as of "
             << formatLocal(dueAt, calendar, QStringLiteral("ddd d MMM yyyy")) << '\n';

@@ -10,11 +10,9 @@
 #include <QFileInfo>
 #include <QHash>
 
-#include <mutex>
-
 #include <cerrno>
-
 #include <fcntl.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -91,12 +89,12 @@ int openForAppend(const QByteArray& nativePath) {
     return ::open(nativePath.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
 }
 
-
 } // namespace
 
 Journal::Journal(QString path, const Clock& clock)
     : path_(std::move(path))
-    , clock_(clock) {}
+    , clock_(clock) {
+}
 
 QString Journal::defaultPath() {
     return paths::dataDir() + u"/tovin.log";
@@ -139,15 +137,16 @@ void Journal::writeLocked(const QString& tag, const QString& text, bool unchange
     }
     // A line the disk took only part of comes off again: the file stays as it was, and the
     // next line does not start in the middle of a torn one.
-    if (written < line.size() && knewSize)
-        (void)::ftruncate(fd, before.st_size);
+    if (written < line.size() && knewSize) {
+        // Should even that fail, the next line still starts on a line of its own.
+        [[maybe_unused]] const int undone = ::ftruncate(fd, before.st_size);
+    }
     struct stat st {};
     const bool sized = ::fstat(fd, &st) == 0;
     ::close(fd);
     if (sized)
         rotateIfNeeded(path, qint64(st.st_size));
 }
-
 
 void Journal::note(const QString& rawTag, const QString& message) {
     const QString tag = cleanTag(rawTag);

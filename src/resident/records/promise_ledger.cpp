@@ -116,14 +116,12 @@ void PromiseLedger::note(const QString& message) const {
 
 void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
     if (rehearsal) {
-        note(u"rehearsal — " + promise.exercise +
-                                                    u" not recorded");
+        note(u"rehearsal — " + promise.exercise + u" not recorded");
         return;
     }
     // Memory holds exactly what the file will: whole seconds, and text as UTF-8 carries it (a
     // lone surrogate does not survive), or the record would never match itself read back.
-    promise.date = QDateTime::fromSecsSinceEpoch(promise.date.toSecsSinceEpoch(),
-                                                 QTimeZone::utc());
+    promise.date = QDateTime::fromSecsSinceEpoch(promise.date.toSecsSinceEpoch(), QTimeZone::utc());
     promise.exercise = QString::fromUtf8(promise.exercise.toUtf8());
     const QString outcome = toString(promise.outcome);
     const QString exercise = promise.exercise;
@@ -133,10 +131,9 @@ void PromiseLedger::record(PromiseRecord promise, bool rehearsal) {
         PromiseJson::appendPretty(encoded_, promise);
     records_.append(std::move(promise));
     const bool saved = saveLocked(lock);
-    note(outcome + u" — " + exercise + u" (now " +
-                                                QString::number(tovin()) + u" tovin / " +
-                                                QString::number(records_.size()) + u" total)" +
-                                                (saved ? QString() : QStringLiteral(" — not saved yet")));
+    note(outcome + u" — " + exercise + u" (now " + QString::number(tovin()) + u" tovin / " +
+         QString::number(records_.size()) + u" total)" +
+         (saved ? QString() : QStringLiteral(" — not saved yet")));
 }
 
 bool PromiseLedger::absorbDisk() {
@@ -282,10 +279,10 @@ QString PromiseLedger::standing() const {
 }
 
 QString PromiseLedger::standingJSON() const {
-    return u"{\"streak\":" + QString::number(streak()) + u",\"tovin\":" +
-           QString::number(tovin()) + u",\"broken\":" + QString::number(broken()) +
-           u",\"attested\":" + QString::number(attestedCount()) + u",\"best\":" +
-           QString::number(longestStreak()) + u'}';
+    return u"{\"streak\":" + QString::number(streak()) + u",\"tovin\":" + QString::number(tovin()) +
+           u",\"broken\":" + QString::number(broken()) + u",\"attested\":" +
+           QString::number(attestedCount()) + u",\"best\":" + QString::number(longestStreak()) +
+           u'}';
 }
 
 } // namespace tovin

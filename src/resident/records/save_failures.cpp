@@ -8,7 +8,8 @@ namespace tovin {
 
 SaveFailures::SaveFailures(Journal& journal, QObject* parent)
     : QObject(parent)
-    , journal_(journal) {}
+    , journal_(journal) {
+}
 
 void SaveFailures::failed(const QString& path, const QString& what, const QString& tag,
                           const QString& reason, Retry retry) {

@@ -25,8 +25,8 @@ public:
     explicit SaveFailures(Journal& journal, QObject* parent = nullptr);
 
     // `what` names the file for a person ("your promises"); `tag` is the journal's.
-    void failed(const QString& path, const QString& what, const QString& tag,
-                const QString& reason, Retry retry);
+    void failed(const QString& path, const QString& what, const QString& tag, const QString& reason,
+                Retry retry);
     void succeeded(const QString& path);
     // An owner that goes away takes its retry with it.
     void forget(const QString& path);

@@ -10,9 +10,9 @@ namespace tovin {
 class ScheduleStore;
 
 // Watches the week's file for edits made outside Tovin (the person's own editor) and announces
-// them like a save, through the store's changed(), once per real change. Saves of Tovin's own are already
-// announced and are not announced twice. Editors replace files by renaming, so the folder is
-// watched as well as the file; a burst of writes settles for a moment before it is read.
+// them like a save, through the store's changed(), once per real change. Saves of Tovin's own are
+// already announced and are not announced twice. Editors replace files by renaming, so the folder
+// is watched as well as the file; a burst of writes settles for a moment before it is read.
 class ScheduleFileWatch final : public QObject {
     Q_OBJECT
 public:

@@ -17,7 +17,6 @@
 
 namespace tovin {
 
-
 namespace {
 
 // A schedule is a few hundred bytes; anything this large is not a schedule.
@@ -85,7 +84,8 @@ QJsonObject encodeBlock(const Block& block) {
 ScheduleStore::ScheduleStore(QString path, SaveFailures* failures, QObject* parent)
     : QObject(parent)
     , path_(std::move(path))
-    , failures_(failures) {}
+    , failures_(failures) {
+}
 
 ScheduleStore::~ScheduleStore() {
     if (failures_)
@@ -215,8 +215,7 @@ QList<Block> ScheduleStore::exampleWeek() {
     return {
         Block{QStringLiteral("13:00"), QStringLiteral("The Classic 7"), Block::Kind::Workout,
               std::nullopt, QList<int>{2, 3, 4, 5, 6}},
-        Block{QStringLiteral("16:30"), QStringLiteral("Walk"), Block::Kind::Away, 15,
-              std::nullopt},
+        Block{QStringLiteral("16:30"), QStringLiteral("Walk"), Block::Kind::Away, 15, std::nullopt},
     };
 }
 

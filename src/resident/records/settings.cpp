@@ -19,7 +19,8 @@ QString Settings::defaultStorePath() {
 
 Preferences::Preferences(SettingsStore& store, QObject* parent)
     : QObject(parent)
-    , store_(store) {}
+    , store_(store) {
+}
 
 QJsonValue Preferences::read(const QString& key) const {
     return store_.value(key);
@@ -246,11 +247,12 @@ bool Preferences::isBusy(const QDateTime& now) const {
 }
 
 bool Preferences::scheduleAllows(const QDateTime& at, const Calendar& calendar) const {
-    return Settings::scheduleAllows(activeWeekdays(), activeFromMinute(), activeToMinute(), at, calendar);
+    return Settings::scheduleAllows(activeWeekdays(), activeFromMinute(), activeToMinute(), at,
+                                    calendar);
 }
 
-bool Settings::scheduleAllows(const QSet<int>& weekdays, int fromMinute, int toMinute, const QDateTime& at,
-                    const Calendar& calendar) {
+bool Settings::scheduleAllows(const QSet<int>& weekdays, int fromMinute, int toMinute,
+                              const QDateTime& at, const Calendar& calendar) {
     const auto local = calendar.localTime(at);
     if (!local || !weekdays.contains(local->weekday))
         return false;

@@ -4,9 +4,8 @@
 #include "core/unreadable_copy.h"
 #include "resident/records/save_failures.h"
 
-#include <QFileInfo>
-
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 
 #include <sys/stat.h>
@@ -33,7 +32,8 @@ void MemorySettingsStore::setValue(const QString& key, const QJsonValue& value) 
 JsonFileSettingsStore::JsonFileSettingsStore(QString path, SaveFailures* failures)
     : path_(std::move(path))
     , failures_(failures)
-    , nativePath_(QFile::encodeName(path_)) {}
+    , nativePath_(QFile::encodeName(path_)) {
+}
 
 JsonFileSettingsStore::Identity JsonFileSettingsStore::identityOf(const QByteArray& nativePath) {
     struct stat st {};
@@ -107,7 +107,8 @@ bool JsonFileSettingsStore::writeLocked() {
             unreadable_ = false;
         }
     }
-    ok = ok && writeFileAtomically(path_, QJsonDocument(values_).toJson(QJsonDocument::Indented), &reason);
+    ok = ok && writeFileAtomically(path_, QJsonDocument(values_).toJson(QJsonDocument::Indented),
+                                   &reason);
     if (!ok) {
         if (failures_)
             failures_->failed(path_, QStringLiteral("your settings"), QStringLiteral("settings"),

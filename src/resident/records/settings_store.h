@@ -26,7 +26,8 @@ public:
 class MemorySettingsStore final : public SettingsStore {
 public:
     explicit MemorySettingsStore(QString name = {}, QJsonObject values = {})
-        : name_(std::move(name)), values_(std::move(values)) {}
+        : name_(std::move(name))
+        , values_(std::move(values)) {}
 
     const QString& name() const { return name_; }
     QJsonValue value(const QString& key) const override;

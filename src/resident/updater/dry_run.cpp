@@ -19,7 +19,8 @@ int updateDryRun(QTextStream& out, Updater::Session session) {
         return 1;
     }
     out << "Tovin update — dry run\n"
-        << "  feed: " << Updater::feedURL().toString() << "  (running " << Updater::currentVersion() << ")\n"
+        << "  feed: " << Updater::feedURL().toString() << "  (running " << Updater::currentVersion()
+        << ")\n"
         << "fetching, checking the hash, and checking the signature…\n";
     out.flush();
 

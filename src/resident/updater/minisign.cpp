@@ -25,7 +25,8 @@ QList<QByteArray> lines(const QByteArray& text) {
 }
 
 std::optional<QByteArray> base64(const QByteArray& text) {
-    const auto decoded = QByteArray::fromBase64Encoding(text.trimmed(), QByteArray::AbortOnBase64DecodingErrors);
+    const auto decoded =
+        QByteArray::fromBase64Encoding(text.trimmed(), QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
         return std::nullopt;
     return *decoded;
@@ -48,7 +49,8 @@ bool verify(const QByteArray& message, const QByteArray& signatureFile, const Pu
     if (!sodiumReady() || key.key.size() != crypto_sign_PUBLICKEYBYTES || key.keyId.size() != 8)
         return false;
     const QList<QByteArray> l = lines(signatureFile);
-    if (l.size() < 4 || !l[0].startsWith("untrusted comment:") || !l[2].startsWith("trusted comment: "))
+    if (l.size() < 4 || !l[0].startsWith("untrusted comment:") ||
+        !l[2].startsWith("trusted comment: "))
         return false;
     const auto sig = base64(l[1]);
     const auto global = base64(l[3]);
@@ -63,12 +65,14 @@ bool verify(const QByteArray& message, const QByteArray& signatureFile, const Pu
     bool ok = false;
     if (algorithm == "ED") {
         unsigned char digest[crypto_generichash_BYTES_MAX];
-        crypto_generichash(digest, sizeof digest, reinterpret_cast<const unsigned char*>(message.constData()),
+        crypto_generichash(digest, sizeof digest,
+                           reinterpret_cast<const unsigned char*>(message.constData()),
                            size_t(message.size()), nullptr, 0);
         ok = crypto_sign_verify_detached(signature, digest, sizeof digest, pk) == 0;
     } else if (algorithm == "Ed") {
-        ok = crypto_sign_verify_detached(signature, reinterpret_cast<const unsigned char*>(message.constData()),
-                                         size_t(message.size()), pk) == 0;
+        ok = crypto_sign_verify_detached(
+                 signature, reinterpret_cast<const unsigned char*>(message.constData()),
+                 size_t(message.size()), pk) == 0;
     }
     if (!ok)
         return false;

@@ -6,7 +6,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-
 #include <memory>
 
 namespace tovin::Updater {
@@ -31,8 +30,8 @@ bool extract(const QString& archivePath, const QString& destination, const Unpac
     std::unique_ptr<archive, ReaderDeleter> reader(archive_read_new());
     archive_read_support_filter_gzip(reader.get());
     archive_read_support_format_tar(reader.get());
-    if (archive_read_open_filename(reader.get(), QFile::encodeName(archivePath).constData(), 64 * 1024) !=
-        ARCHIVE_OK)
+    if (archive_read_open_filename(reader.get(), QFile::encodeName(archivePath).constData(),
+                                   64 * 1024) != ARCHIVE_OK)
         return false;
 
     const QDir root(destination);
@@ -85,7 +84,8 @@ bool extract(const QString& archivePath, const QString& destination, const Unpac
         }
         // Only the owner's execute bit carries over; nothing set-uid, nothing world-writable.
         const bool executable = archive_entry_perm(entry) & 0100;
-        out.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther |
+        out.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                           QFile::ReadOther |
                            (executable ? QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther
                                        : QFile::Permissions()));
     }
@@ -107,7 +107,8 @@ bool unpack(const QString& archive, const QString& destination, const UnpackLimi
         return false;
     }
     const QDir from(staging);
-    for (const QString& name : from.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
+    for (const QString& name :
+         from.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
         if (!QFile::rename(from.filePath(name), destination + u'/' + name)) {
             QDir(staging).removeRecursively();
             return false;

@@ -34,7 +34,8 @@ void note(Journal& journal, const QString& message) {
 
 QNetworkRequest request(const QUrl& url) {
     QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
+                         QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setTransferTimeout(timeoutMs);
     // Redirects may move between https addresses only, whatever session carries the request.
@@ -119,31 +120,32 @@ void check(Session session, QObject* context, std::function<void(const Status&)>
         return;
     }
     QNetworkReply* reply = session.network.get(request(url));
-    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received, qint64) {
-        if (received > maxFeedBytes)
-            reply->abort();
-    });
-    QObject::connect(reply, &QNetworkReply::finished, context,
-                     [reply, deliver, &journal = session.journal] {
-        reply->deleteLater();
-        if (reply->error() != QNetworkReply::NoError) {
-            deliver(Status::failed(reply->errorString()));
-            return;
-        }
-        const auto release = decodeRelease(reply->read(maxFeedBytes));
-        if (!release) {
-            deliver(Status::failed(QString::fromLatin1(unreadableFeed)));
-            return;
-        }
-        const QString current = currentVersion();
-        if (isNewer(release->version, current)) {
-            note(journal, release->version + u" is available (running " + current + u')');
-            deliver(Status::available(*release));
-        } else {
-            note(journal, u"up to date on " + current);
-            deliver(Status::upToDate());
-        }
-    });
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
+                     [reply](qint64 received, qint64) {
+                         if (received > maxFeedBytes)
+                             reply->abort();
+                     });
+    QObject::connect(
+        reply, &QNetworkReply::finished, context, [reply, deliver, &journal = session.journal] {
+            reply->deleteLater();
+            if (reply->error() != QNetworkReply::NoError) {
+                deliver(Status::failed(reply->errorString()));
+                return;
+            }
+            const auto release = decodeRelease(reply->read(maxFeedBytes));
+            if (!release) {
+                deliver(Status::failed(QString::fromLatin1(unreadableFeed)));
+                return;
+            }
+            const QString current = currentVersion();
+            if (isNewer(release->version, current)) {
+                note(journal, release->version + u" is available (running " + current + u')');
+                deliver(Status::available(*release));
+            } else {
+                note(journal, u"up to date on " + current);
+                deliver(Status::upToDate());
+            }
+        });
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -152,7 +154,8 @@ Download::Download(Session session, const Release& release,
                    std::function<void(const Fetched&)> completion)
     : session_(session)
     , release_(release)
-    , completion_(std::move(completion)) {}
+    , completion_(std::move(completion)) {
+}
 
 Download* fetch(Session session, const Release& release, QObject* context,
                 std::function<void(const Fetched&)> completion) {
@@ -166,18 +169,21 @@ void Download::start(QObject* context) {
     const QUrl url(release_.url, QUrl::StrictMode);
     if (!url.isValid() || url.scheme() != u"https" || url.host().isEmpty()) {
         // Deliver after fetch has returned, as every other outcome is.
-        QMetaObject::invokeMethod(this, [this] { fail(QStringLiteral("that release has no usable https address")); },
-                                  Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { fail(QStringLiteral("that release has no usable https address")); },
+            Qt::QueuedConnection);
         return;
     }
     note(session_.journal, u"downloading " + release_.version + u" from " + url.toString());
-    working_ = QDir::temp().filePath(u"tovin-update-" + QUuid::createUuid().toString(QUuid::WithoutBraces));
+    working_ = QDir::temp().filePath(u"tovin-update-" +
+                                     QUuid::createUuid().toString(QUuid::WithoutBraces));
     file_ = new QFile(working_ + u"/Tovin.tar.gz", this);
     const bool kept = QDir().mkpath(working_) && file_->open(QIODevice::WriteOnly);
     if (!kept) {
         const QString error = file_->errorString();
-        QMetaObject::invokeMethod(this, [this, error] { fail(u"couldn't keep the download: " + error); },
-                                  Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, error] { fail(u"couldn't keep the download: " + error); },
+            Qt::QueuedConnection);
         return;
     }
 
@@ -242,7 +248,8 @@ void Download::downloaded() {
             return refuse(QStringLiteral("couldn't read the download"));
         if (hash->compare(release.sha256, Qt::CaseInsensitive) != 0) {
             note(journal, QStringLiteral("hash mismatch — refusing"));
-            return refuse(QStringLiteral("the download didn't match its checksum, so it wasn't installed"));
+            return refuse(
+                QStringLiteral("the download didn't match its checksum, so it wasn't installed"));
         }
         note(journal, QStringLiteral("hash matched"));
 
@@ -255,17 +262,20 @@ void Download::downloaded() {
 
         const QString app = unpacked + u"/Tovin";
         // Both halves of Tovin or nothing: a resident without its screen helper shows nothing.
-        if (!QFileInfo(app + u"/bin/tovin").isFile() || !QFileInfo(app + u"/bin/tovin-screens").isFile())
+        if (!QFileInfo(app + u"/bin/tovin").isFile() ||
+            !QFileInfo(app + u"/bin/tovin-screens").isFile())
             return refuse(QStringLiteral("that download doesn't contain Tovin"));
         if (!isSignedRelease(app, keys)) {
             note(journal, u"refused " + app + u" — not notarised Developer ID");
-            return refuse(QStringLiteral("that download isn't signed by Tovin's developer, so it wasn't installed"));
+            return refuse(QStringLiteral(
+                "that download isn't signed by Tovin's developer, so it wasn't installed"));
         }
         note(journal, QStringLiteral("signature verified"));
 
         const QString version = folderVersion(app).value_or(QStringLiteral("0"));
         if (!isNewer(version, current))
-            return refuse(u"that download is version " + version + u", which isn't newer than " + current);
+            return refuse(u"that download is version " + version + u", which isn't newer than " +
+                          current);
         note(journal, QStringLiteral("downloaded and verified"));
         finish({app, working, std::nullopt});
     });
@@ -312,15 +322,17 @@ void Download::complete(const Fetched& result) {
 // ---------------------------------------------------------------------------------------------
 
 InstalledCopy runningCopy() {
-    return {installFolderOf(QCoreApplication::applicationDirPath()), QCoreApplication::applicationPid()};
+    return {installFolderOf(QCoreApplication::applicationDirPath()),
+            QCoreApplication::applicationPid()};
 }
 
-QByteArray swapScript(qint64 pid, const QString& current, const QString& previous, const QString& newApp,
-                      const QString& workingFolder) {
+QByteArray swapScript(qint64 pid, const QString& current, const QString& previous,
+                      const QString& newApp, const QString& workingFolder) {
     const QString start = u"setsid " + quoted(current + u"/bin/tovin") + u" >/dev/null 2>&1 &";
-    const QString cleanup = workingFolder.isEmpty()
-                                ? QStringLiteral("cleanup() { rm -f \"$0\"; }")
-                                : u"cleanup() { rm -rf " + quoted(workingFolder) + u"; rm -f \"$0\"; }";
+    const QString cleanup =
+        workingFolder.isEmpty()
+            ? QStringLiteral("cleanup() { rm -f \"$0\"; }")
+            : u"cleanup() { rm -rf " + quoted(workingFolder) + u"; rm -f \"$0\"; }";
     const QStringList lines{
         QStringLiteral("#!/bin/sh"),
         cleanup,
@@ -342,8 +354,8 @@ QByteArray swapScript(qint64 pid, const QString& current, const QString& previou
 }
 
 std::optional<Failure> install(Journal& journal, const QString& newApp,
-                               const QString& workingFolder,
-                               const std::function<void()>& quitting, const InstalledCopy& copy) {
+                               const QString& workingFolder, const std::function<void()>& quitting,
+                               const InstalledCopy& copy) {
     // Whatever stops the install here, the download it came from is not left behind.
     auto refuse = [&workingFolder, &journal](const Failure& failure) {
         note(journal, failure.message);
@@ -354,17 +366,20 @@ std::optional<Failure> install(Journal& journal, const QString& newApp,
     const QFileInfo current(copy.folder);
     if (current.fileName() != u"Tovin" || !QFileInfo(copy.folder + u"/bin/tovin").isFile() ||
         !QFileInfo(copy.folder + u"/share/tovin/VERSION").isFile()) {
-        return refuse({QStringLiteral("this doesn't look like an installed copy of Tovin, so it wasn't replaced")});
+        return refuse({QStringLiteral(
+            "this doesn't look like an installed copy of Tovin, so it wasn't replaced")});
     }
     const QString parent = current.absolutePath();
     if (!QFileInfo(parent).isWritable()) {
-        return refuse({u"Tovin can't write to " + parent + u" — move it to a folder you own and try again"});
+        return refuse(
+            {u"Tovin can't write to " + parent + u" — move it to a folder you own and try again"});
     }
 
     const QString previous = parent + u"/Tovin (previous)";
-    const QString script =
-        QDir::temp().filePath(u"tovin-swap-" + QUuid::createUuid().toString(QUuid::WithoutBraces) + u".sh");
-    if (!writeFileAtomically(script, swapScript(copy.pid, current.absoluteFilePath(), previous, newApp, workingFolder)) ||
+    const QString script = QDir::temp().filePath(
+        u"tovin-swap-" + QUuid::createUuid().toString(QUuid::WithoutBraces) + u".sh");
+    if (!writeFileAtomically(script, swapScript(copy.pid, current.absoluteFilePath(), previous,
+                                                newApp, workingFolder)) ||
         !QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)) {
         QFile::remove(script);
         return refuse({u"couldn't prepare the update: can't write " + script});

@@ -129,15 +129,14 @@ InstalledCopy runningCopy();
 // The hand-over script: waits for `pid` to exit, moves the current copy aside, moves the new
 // one in (putting the old one back and starting it again if that fails), and starts Tovin.
 // However it ends, it removes the download's working folder (when given) and itself.
-QByteArray swapScript(qint64 pid, const QString& current, const QString& previous, const QString& newApp,
-                      const QString& workingFolder = {});
+QByteArray swapScript(qint64 pid, const QString& current, const QString& previous,
+                      const QString& newApp, const QString& workingFolder = {});
 
 // Replaces the installed copy with the verified `newApp`: writes and starts the hand-over script,
 // journals it, and calls `quitting`, which must end the program so the script can proceed.
 // On a failure nothing has changed but the working folder, which is removed.
 std::optional<Failure> install(Journal& journal, const QString& newApp,
-                               const QString& workingFolder,
-                               const std::function<void()>& quitting,
+                               const QString& workingFolder, const std::function<void()>& quitting,
                                const InstalledCopy& copy = runningCopy());
 
 } // namespace tovin::Updater

@@ -8,7 +8,9 @@
 
 namespace tovin {
 
-CameraFrameSource::CameraFrameSource(QObject* parent) : FrameSource(parent) {}
+CameraFrameSource::CameraFrameSource(QObject* parent)
+    : FrameSource(parent) {
+}
 
 CameraFrameSource::~CameraFrameSource() {
     stop();
@@ -17,7 +19,9 @@ CameraFrameSource::~CameraFrameSource() {
 void CameraFrameSource::start() {
     const QCameraDevice device = QMediaDevices::defaultVideoInput();
     if (device.isNull()) {
-        QMetaObject::invokeMethod(this, [this] { Q_EMIT failed(QStringLiteral("no camera found")); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { Q_EMIT failed(QStringLiteral("no camera found")); },
+            Qt::QueuedConnection);
         return;
     }
     camera_ = std::make_unique<QCamera>(device);
@@ -25,9 +29,10 @@ void CameraFrameSource::start() {
     sink_ = std::make_unique<QVideoSink>();
     capture_->setCamera(camera_.get());
     capture_->setVideoSink(sink_.get());
-    connect(camera_.get(), &QCamera::errorOccurred, this, [this](QCamera::Error, const QString& text) {
-        Q_EMIT failed(u"the camera couldn't be opened: " + text);
-    });
+    connect(camera_.get(), &QCamera::errorOccurred, this,
+            [this](QCamera::Error, const QString& text) {
+                Q_EMIT failed(u"the camera couldn't be opened: " + text);
+            });
     connect(sink_.get(), &QVideoSink::videoFrameChanged, this, [this](const QVideoFrame& frame) {
         const QImage image = frame.toImage();
         if (!image.isNull())

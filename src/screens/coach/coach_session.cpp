@@ -4,9 +4,13 @@
 
 namespace tovin {
 
-CoachSession::CoachSession(std::unique_ptr<FrameSource> source, std::unique_ptr<PoseModel> model, Clock& clock,
-                           Coachbox& voice, int requiredCleanReps, QObject* parent)
-    : QObject(parent), source_(std::move(source)), clock_(clock), voice_(voice), required_(std::max(1, requiredCleanReps)) {
+CoachSession::CoachSession(std::unique_ptr<FrameSource> source, std::unique_ptr<PoseModel> model,
+                           Clock& clock, Coachbox& voice, int requiredCleanReps, QObject* parent)
+    : QObject(parent)
+    , source_(std::move(source))
+    , clock_(clock)
+    , voice_(voice)
+    , required_(std::max(1, requiredCleanReps)) {
     view_ = new CoachView;
     if (model) {
         worker_ = std::make_unique<PoseWorker>(std::move(model));

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "screens/coach/camera_frame_source.h"
-#include "screens/coach/coach_view.h"
+#include "core/clock.h"
 #include "core/coachbox.h"
 #include "core/coaches.h"
+#include "screens/coach/camera_frame_source.h"
+#include "screens/coach/coach_view.h"
 #include "screens/coach/frame_source.h"
 #include "screens/coach/image_list_source.h"
 #include "screens/coach/pose_worker.h"
-#include "core/clock.h"
 
 #include <QObject>
 #include <QPointer>
@@ -27,8 +27,8 @@ class CoachSession final : public QObject {
 public:
     static constexpr double watchdogSeconds = 20;
 
-    CoachSession(std::unique_ptr<FrameSource> source, std::unique_ptr<PoseModel> model, Clock& clock,
-                 Coachbox& voice, int requiredCleanReps, QObject* parent = nullptr);
+    CoachSession(std::unique_ptr<FrameSource> source, std::unique_ptr<PoseModel> model,
+                 Clock& clock, Coachbox& voice, int requiredCleanReps, QObject* parent = nullptr);
     ~CoachSession() override;
 
     void start(std::unique_ptr<ExerciseCoach> coach);

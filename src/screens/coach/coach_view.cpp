@@ -4,7 +4,8 @@
 
 namespace tovin {
 
-CoachView::CoachView(QWidget* parent) : QWidget(parent) {
+CoachView::CoachView(QWidget* parent)
+    : QWidget(parent) {
     setAttribute(Qt::WA_OpaquePaintEvent);
     setMinimumSize(480, 360);
 }
@@ -35,22 +36,31 @@ void CoachView::paintEvent(QPaintEvent*) {
     p.setRenderHint(QPainter::Antialiasing);
     QRectF picture;
     if (!image_.isNull()) {
-        const QSizeF fitted = QSizeF(image_.size()).scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
-        picture = QRectF(QPointF((width() - fitted.width()) / 2, (height() - fitted.height()) / 2), fitted);
+        const QSizeF fitted =
+            QSizeF(image_.size()).scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
+        picture = QRectF(QPointF((width() - fitted.width()) / 2, (height() - fitted.height()) / 2),
+                         fitted);
         p.drawImage(picture, image_);
         auto at = [&](Joint j) -> std::optional<QPointF> {
             const auto pt = pose_.p(j);
             if (!pt)
                 return std::nullopt;
-            return QPointF(picture.left() + (1 - pt->x()) * picture.width(), picture.top() + (1 - pt->y()) * picture.height());
+            return QPointF(picture.left() + (1 - pt->x()) * picture.width(),
+                           picture.top() + (1 - pt->y()) * picture.height());
         };
         static constexpr std::pair<Joint, Joint> bones[] = {
-            {Joint::LeftShoulder, Joint::RightShoulder}, {Joint::LeftShoulder, Joint::LeftElbow},
-            {Joint::LeftElbow, Joint::LeftWrist},        {Joint::RightShoulder, Joint::RightElbow},
-            {Joint::RightElbow, Joint::RightWrist},      {Joint::LeftShoulder, Joint::LeftHip},
-            {Joint::RightShoulder, Joint::RightHip},     {Joint::LeftHip, Joint::RightHip},
-            {Joint::LeftHip, Joint::LeftKnee},           {Joint::LeftKnee, Joint::LeftAnkle},
-            {Joint::RightHip, Joint::RightKnee},         {Joint::RightKnee, Joint::RightAnkle},
+            {Joint::LeftShoulder, Joint::RightShoulder},
+            {Joint::LeftShoulder, Joint::LeftElbow},
+            {Joint::LeftElbow, Joint::LeftWrist},
+            {Joint::RightShoulder, Joint::RightElbow},
+            {Joint::RightElbow, Joint::RightWrist},
+            {Joint::LeftShoulder, Joint::LeftHip},
+            {Joint::RightShoulder, Joint::RightHip},
+            {Joint::LeftHip, Joint::RightHip},
+            {Joint::LeftHip, Joint::LeftKnee},
+            {Joint::LeftKnee, Joint::LeftAnkle},
+            {Joint::RightHip, Joint::RightKnee},
+            {Joint::RightKnee, Joint::RightAnkle},
             {Joint::Nose, Joint::Neck}};
         p.setPen(QPen(QColor(120, 230, 160), 4, Qt::SolidLine, Qt::RoundCap));
         for (const auto& [a, b] : bones) {

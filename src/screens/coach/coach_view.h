@@ -16,7 +16,10 @@ class CoachView final : public QWidget {
 public:
     explicit CoachView(QWidget* parent = nullptr);
     void showFrame(const QImage& image, const PoseFrame& pose);
-    void setCoach(const QString& name) { name_ = name; update(); }
+    void setCoach(const QString& name) {
+        name_ = name;
+        update();
+    }
     void setStatus(const QString& status, const std::optional<QString>& detail);
     void setCounts(int reps, int clean, int required);
 

@@ -2,12 +2,19 @@
 
 namespace tovin {
 
-ImageListSource::ImageListSource(QList<QImage> images, Clock& clock, double interval, QObject* parent)
-    : FrameSource(parent), images_(std::move(images)), clock_(clock), interval_(interval) {}
+ImageListSource::ImageListSource(QList<QImage> images, Clock& clock, double interval,
+                                 QObject* parent)
+    : FrameSource(parent)
+    , images_(std::move(images))
+    , clock_(clock)
+    , interval_(interval) {
+}
 
 void ImageListSource::start() {
     if (images_.isEmpty()) {
-        QMetaObject::invokeMethod(this, [this] { Q_EMIT failed(QStringLiteral("nothing to play")); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { Q_EMIT failed(QStringLiteral("nothing to play")); },
+            Qt::QueuedConnection);
         return;
     }
     timer_ = clock_.createTimer([this] {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "screens/coach/frame_source.h"
 #include "core/clock.h"
+#include "screens/coach/frame_source.h"
 
 #include <QList>
 

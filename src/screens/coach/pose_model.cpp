@@ -10,12 +10,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <opencv2/dnn.hpp>
-#include <opencv2/imgproc.hpp>
-
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace tovin {
 
@@ -59,14 +58,16 @@ QString shortName(QString name) {
 }
 
 // The TF.js weights: every tensor of the manifest, widened to fp32.
-std::optional<QHash<QString, Tensor>> readWeights(const QJsonObject& model, const QString& folder, QString* error) {
+std::optional<QHash<QString, Tensor>> readWeights(const QJsonObject& model, const QString& folder,
+                                                  QString* error) {
     const QJsonArray manifest = model.value(u"weightsManifest").toArray();
     if (manifest.size() != 1) {
         *error = QStringLiteral("the model's weight manifest is not the expected one");
         return std::nullopt;
     }
     const QJsonObject group = manifest.at(0).toObject();
-    const auto bin = readWholeFile(folder + u'/' + group.value(u"paths").toArray().at(0).toString(), maxModelBytes);
+    const auto bin = readWholeFile(folder + u'/' + group.value(u"paths").toArray().at(0).toString(),
+                                   maxModelBytes);
     if (!bin) {
         *error = QStringLiteral("the model's weights can't be read");
         return std::nullopt;
@@ -81,7 +82,8 @@ std::optional<QHash<QString, Tensor>> readWeights(const QJsonObject& model, cons
             t.shape.push_back(dim.toInt());
             count *= std::max(0, dim.toInt());
         }
-        const bool half = w.value(u"quantization").toObject().value(u"dtype").toString() == u"float16";
+        const bool half =
+            w.value(u"quantization").toObject().value(u"dtype").toString() == u"float16";
         const bool integer = w.value(u"dtype").toString() == u"int32";
         const qint64 bytes = count * (half ? 2 : 4);
         if (offset + bytes > bin->size()) {
@@ -111,20 +113,23 @@ std::optional<QHash<QString, Tensor>> readWeights(const QJsonObject& model, cons
 
 QStringList fusedOps(const QJsonObject& attr) {
     QStringList ops;
-    for (const QJsonValue& s : attr.value(u"fused_ops").toObject().value(u"list").toObject().value(u"s").toArray())
+    for (const QJsonValue& s :
+         attr.value(u"fused_ops").toObject().value(u"list").toObject().value(u"s").toArray())
         ops.append(QString::fromLatin1(QByteArray::fromBase64(s.toString().toLatin1())));
     return ops;
 }
 
 std::vector<int> listOf(const QJsonObject& attr, QStringView key) {
     std::vector<int> out;
-    for (const QJsonValue& v : attr.value(key).toObject().value(u"list").toObject().value(u"i").toArray())
+    for (const QJsonValue& v :
+         attr.value(key).toObject().value(u"list").toObject().value(u"i").toArray())
         out.push_back(v.toString().toInt());
     return out;
 }
 
 QString stringOf(const QJsonObject& attr, QStringView key) {
-    return QString::fromLatin1(QByteArray::fromBase64(attr.value(key).toObject().value(u"s").toString().toLatin1()));
+    return QString::fromLatin1(
+        QByteArray::fromBase64(attr.value(key).toObject().value(u"s").toString().toLatin1()));
 }
 
 const char* const headNames[] = {"kpt_heatmap_0/conv2d_5/BiasAdd", "center_0/conv2d_4/BiasAdd",
@@ -143,7 +148,9 @@ struct PoseModel::Impl {
     float distanceBias = 1.8f;
 };
 
-PoseModel::PoseModel() : d(std::make_unique<Impl>()) {}
+PoseModel::PoseModel()
+    : d(std::make_unique<Impl>()) {
+}
 PoseModel::~PoseModel() = default;
 
 QString PoseModel::bundledPath() {
@@ -180,7 +187,7 @@ std::unique_ptr<PoseModel> PoseModel::load(const QString& graphJson, QString* er
     std::unique_ptr<PoseModel> self(new PoseModel);
     cv::dnn::Net& net = self->d->net;
     net.setInputsNames({"input"});
-    QHash<QString, int> built; // node → layer id
+    QHash<QString, int> built;                // node → layer id
     built.insert(QStringLiteral("sub_1"), 0); // the normalised input: blobFromImage does that part
     bool ok = true;
 
@@ -200,7 +207,8 @@ std::unique_ptr<PoseModel> PoseModel::load(const QString& graphJson, QString* er
         for (const QJsonValue& in : node.value(u"input").toArray())
             inputs.append(shortName(in.toString()));
         int id = -1;
-        if (op == u"_FusedConv2D" || op == u"FusedDepthwiseConv2dNative" || op == u"DepthwiseConv2dNative") {
+        if (op == u"_FusedConv2D" || op == u"FusedDepthwiseConv2dNative" ||
+            op == u"DepthwiseConv2dNative") {
             const bool depthwise = op != u"_FusedConv2D";
             const Tensor& w = (*weights)[inputs.value(1)];
             if (w.shape.size() != 4) {
@@ -237,7 +245,8 @@ std::unique_ptr<PoseModel> PoseModel::load(const QString& graphJson, QString* er
             if (bias) {
                 const Tensor& b = (*weights)[inputs.value(2)];
                 cv::Mat biasBlob(1, outputs, CV_32F);
-                std::memcpy(biasBlob.ptr<float>(), b.values.data(), sizeof(float) * size_t(outputs));
+                std::memcpy(biasBlob.ptr<float>(), b.values.data(),
+                            sizeof(float) * size_t(outputs));
                 p.blobs.push_back(biasBlob);
             }
             const int from = build(inputs.value(0));
@@ -268,7 +277,8 @@ std::unique_ptr<PoseModel> PoseModel::load(const QString& graphJson, QString* er
             p.set("interpolation", "bilinear");
             p.set("zoom_factor", 2); // the feature pyramid doubles each level
             p.set("align_corners", attr.value(u"align_corners").toObject().value(u"b").toBool());
-            p.set("half_pixel_centers", attr.value(u"half_pixel_centers").toObject().value(u"b").toBool());
+            p.set("half_pixel_centers",
+                  attr.value(u"half_pixel_centers").toObject().value(u"b").toBool());
             id = add(name, "Resize", p, build(inputs.value(0)));
         } else {
             ok = false; // an operation this builder does not know: not the expected model
@@ -298,7 +308,8 @@ PoseFrame PoseModel::estimate(const cv::Mat& rgb) {
     // Pad to a square at the bottom and right, so the person keeps their proportions.
     const int side = std::max(rgb.cols, rgb.rows);
     cv::Mat square;
-    cv::copyMakeBorder(rgb, square, 0, side - rgb.rows, 0, side - rgb.cols, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+    cv::copyMakeBorder(rgb, square, 0, side - rgb.rows, 0, side - rgb.cols, cv::BORDER_CONSTANT,
+                       cv::Scalar::all(0));
     // x / 127.5 − 1, as the model's own first steps do.
     const cv::Mat blob = cv::dnn::blobFromImage(square, 1.0 / 127.5, cv::Size(inputSize, inputSize),
                                                 cv::Scalar::all(127.5), false, false, CV_32F);
@@ -306,10 +317,10 @@ PoseFrame PoseModel::estimate(const cv::Mat& rgb) {
     std::vector<cv::Mat> out;
     d->net.forward(out, d->outputs);
     constexpr int n = gridSize;
-    const float* heat = out[0].ptr<float>();   // [1, 17, 48, 48], logits
-    const float* centre = out[1].ptr<float>(); // [1, 1, 48, 48], logits
+    const float* heat = out[0].ptr<float>();    // [1, 17, 48, 48], logits
+    const float* centre = out[1].ptr<float>();  // [1, 1, 48, 48], logits
     const float* regress = out[2].ptr<float>(); // [1, 34, 48, 48]
-    const float* offset = out[3].ptr<float>(); // [1, 34, 48, 48]
+    const float* offset = out[3].ptr<float>();  // [1, 34, 48, 48]
 
     int best = 0;
     float bestScore = -1;
@@ -331,22 +342,24 @@ PoseFrame PoseModel::estimate(const cv::Mat& rgb) {
         const float* h = heat + k * n * n;
         for (int y = 0; y < n; ++y)
             for (int x = 0; x < n; ++x) {
-                const float dist = std::sqrt((float(y) - ey) * (float(y) - ey) + (float(x) - ex) * (float(x) - ex));
+                const float dist = std::sqrt((float(y) - ey) * (float(y) - ey) +
+                                             (float(x) - ex) * (float(x) - ex));
                 const float s = sigmoid(h[y * n + x]) / (dist + d->distanceBias);
                 if (s > atScore) {
                     atScore = s;
                     at = y * n + x;
                 }
             }
-        const double py = (at / n + offset[(2 * k) * n * n + at]) * scale;     // pixels of the square
+        const double py = (at / n + offset[(2 * k) * n * n + at]) * scale; // pixels of the square
         const double px = (at % n + offset[(2 * k + 1) * n * n + at]) * scale;
         // Back to 0..1 of the original picture, y growing upward for the coaches.
         const QPointF point(px / rgb.cols, 1.0 - py / rgb.rows);
         frame.set(Joint(k), point, sigmoid(h[at]));
     }
     if (const auto neck = frame.mid(Joint::LeftShoulder, Joint::RightShoulder)) {
-        frame.set(Joint::Neck, *neck, std::min(*frame.confidence[size_t(Joint::LeftShoulder)],
-                                               *frame.confidence[size_t(Joint::RightShoulder)]));
+        frame.set(Joint::Neck, *neck,
+                  std::min(*frame.confidence[size_t(Joint::LeftShoulder)],
+                           *frame.confidence[size_t(Joint::RightShoulder)]));
     }
     return frame;
 }

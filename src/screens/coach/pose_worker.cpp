@@ -8,7 +8,8 @@
 
 namespace tovin {
 
-PoseWorker::PoseWorker(std::unique_ptr<PoseModel> model) : model_(std::move(model)) {
+PoseWorker::PoseWorker(std::unique_ptr<PoseModel> model)
+    : model_(std::move(model)) {
     qRegisterMetaType<tovin::PoseFrame>();
     inThread_ = new QObject;
     inThread_->moveToThread(&thread_);
@@ -32,7 +33,8 @@ void PoseWorker::submit(const QImage& image) {
             return;
         busy_ = true;
     }
-    QMetaObject::invokeMethod(inThread_, [this] { work(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        inThread_, [this] { work(); }, Qt::QueuedConnection);
 }
 
 void PoseWorker::work() {

@@ -9,7 +9,8 @@ namespace {
 constexpr int maxQueued = 3;
 } // namespace
 
-TextToSpeechSpeaker::TextToSpeechSpeaker(QObject* parent) : QObject(parent) {
+TextToSpeechSpeaker::TextToSpeechSpeaker(QObject* parent)
+    : QObject(parent) {
     // Named, because the order Qt finds its engines in varies between machines.
     if (QTextToSpeech::availableEngines().contains(u"speechd"))
         engine_ = std::make_unique<QTextToSpeech>(QStringLiteral("speechd"));

@@ -1,7 +1,7 @@
 #include "screens/shield/escape_view.h"
 
-#include "screens/shield/hold_button.h"
 #include "desktop/shield_style.h"
+#include "screens/shield/hold_button.h"
 
 #include <QApplication>
 #include <QGridLayout>
@@ -14,7 +14,9 @@
 namespace tovin {
 
 EscapeView::EscapeView(Clock& clock, QString standing, QWidget* parent)
-    : QWidget(parent), clock_(clock), standing_(std::move(standing)) {
+    : QWidget(parent)
+    , clock_(clock)
+    , standing_(std::move(standing)) {
     setFocusPolicy(Qt::StrongFocus);
     // A fixed-width column: wrapped labels need a definite width to get their full height.
     stack_ = centredColumn(this, 620, 18);
@@ -71,9 +73,9 @@ void EscapeView::begin() {
 void EscapeView::nudgePanic(int remaining) {
     if (!panicLabel_)
         return;
-    panicLabel_->setText(remaining < 2 ? QStringLiteral("One more Esc and you're out.")
-                                       : QStringLiteral("%1 more Esc taps and you're out.")
-                                             .arg(remaining));
+    panicLabel_->setText(remaining < 2
+                             ? QStringLiteral("One more Esc and you're out.")
+                             : QStringLiteral("%1 more Esc taps and you're out.").arg(remaining));
     panicLabel_->setStyleSheet(whiteAt(0.75));
 }
 

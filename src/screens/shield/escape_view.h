@@ -4,21 +4,18 @@
 #include "core/promise_record.h"
 #include "screens/shield/hold_button.h"
 
-#include <QPointer>
 #include <QHash>
+#include <QLabel>
+#include <QPointer>
 #include <QSet>
 #include <QWidget>
 
 #include <functional>
 #include <optional>
-
-#include <QLabel>
 class QPushButton;
 class QVBoxLayout;
 
 namespace tovin {
-
-
 
 // The break warning: what the person promised, what breaking it costs (the ledger's standing),
 // "Keep the promise" (the default) and "Hold to break it"; once the hold completes, an honest

@@ -16,7 +16,10 @@ constexpr double epsilon = 1e-9;
 } // namespace
 
 HoldButton::HoldButton(QString title, double duration, Clock& clock, QWidget* parent)
-    : QWidget(parent), title_(std::move(title)), duration_(duration), clock_(clock) {
+    : QWidget(parent)
+    , title_(std::move(title))
+    , duration_(duration)
+    , clock_(clock) {
     setFixedSize(260, 44);
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(title_);

@@ -44,7 +44,8 @@ QString keyCharacters(const QKeyEvent* event) {
 
 ShieldController::ShieldController(Clock& clock, QObject* parent)
     : QObject(parent)
-    , clock_(clock) {}
+    , clock_(clock) {
+}
 
 ShieldController::~ShieldController() {
     if (monitoring_)
@@ -153,9 +154,10 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
     if (up_)
         return;
     // Prepared windows serve only the content they hold, on the screens they were made for.
-    const bool standing = !rehearsal && !standby_.isEmpty() && content && content == standbyContent_ &&
-                          standbyScreens_ == QGuiApplication::screens() &&
-                          std::all_of(standby_.begin(), standby_.end(), [](const auto& w) { return bool(w); });
+    const bool standing =
+        !rehearsal && !standby_.isEmpty() && content && content == standbyContent_ &&
+        standbyScreens_ == QGuiApplication::screens() &&
+        std::all_of(standby_.begin(), standby_.end(), [](const auto& w) { return bool(w); });
     if (!standing && content && content == standbyContent_) {
         // Leaving for other windows: the content must not go down with the prepared ones.
         content->setParent(nullptr);
@@ -173,8 +175,8 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
 
     if (rehearsal) {
         auto* window = new ShieldWindow;
-        window->setWindowTitle(QStringLiteral(
-            "Tovin — REHEARSAL · your screen is not locked · Ctrl-Q always works"));
+        window->setWindowTitle(
+            QStringLiteral("Tovin — REHEARSAL · your screen is not locked · Ctrl-Q always works"));
         window->resize(1100, 720);
         if (const QScreen* screen = QGuiApplication::primaryScreen())
             window->move(screen->availableGeometry().center() - window->rect().center());
@@ -187,7 +189,8 @@ void ShieldController::raise(QWidget* content, bool rehearsal, double valveMinut
             if (rehearsal_ && up_)
                 panic();
         };
-        simulate_ = new QPushButton(QStringLiteral("Simulate the system taking the screen"), window);
+        simulate_ =
+            new QPushButton(QStringLiteral("Simulate the system taking the screen"), window);
         simulate_->adjustSize();
         simulate_->move(window->width() - simulate_->width() - 16, 16);
         connect(simulate_, &QPushButton::clicked, this, &ShieldController::yieldNow);
@@ -367,8 +370,10 @@ void ShieldController::judgeFocusLoss() {
     if (hasFocus()) {
         // Only where any program may take the focus is its coming back worth a line.
         if (!platform_->focusLossMeansYield() && hadFocus_)
-            Q_EMIT noted(notedFocusAway_ ? QStringLiteral("the focus is back on the shield")
-                                          : QStringLiteral("another window took the focus — the shield took it back"));
+            Q_EMIT noted(
+                notedFocusAway_
+                    ? QStringLiteral("the focus is back on the shield")
+                    : QStringLiteral("another window took the focus — the shield took it back"));
         notedFocusAway_ = false;
         return;
     }
@@ -425,9 +430,8 @@ bool ShieldController::enforceValve(const QDateTime& now) {
     const double upSeconds = double(raisedAt_.msecsTo(now)) / 1000.0;
     if (upSeconds < valveMinutes_ * 60.0)
         return false;
-    Q_EMIT noted(u"valve enforced by the clock — up " +
-                      QString::number(qint64(upSeconds / 60.0)) + u" min, limit " +
-                      QString::number(qint64(valveMinutes_)) + u" min");
+    Q_EMIT noted(u"valve enforced by the clock — up " + QString::number(qint64(upSeconds / 60.0)) +
+                 u" min, limit " + QString::number(qint64(valveMinutes_)) + u" min");
     lower();
     Q_EMIT timedOut();
     return true;
@@ -580,9 +584,10 @@ bool ShieldController::eventFilter(QObject* watched, QEvent* event) {
         auto* window = qobject_cast<QWindow*>(watched);
         if (escapeView_ && key->key() != Qt::Key_Escape && mainWindow_ && window &&
             window != mainWindow_->windowHandle() && (!rehearsal_ || isOurs(window->winId()))) {
-            QWidget* target = mainWindow_->focusWidget() ? mainWindow_->focusWidget() : escapeView_.data();
-            QKeyEvent copy(key->type(), key->key(), key->modifiers(), key->text(), key->isAutoRepeat(),
-                           ushort(key->count()));
+            QWidget* target =
+                mainWindow_->focusWidget() ? mainWindow_->focusWidget() : escapeView_.data();
+            QKeyEvent copy(key->type(), key->key(), key->modifiers(), key->text(),
+                           key->isAutoRepeat(), ushort(key->count()));
             QCoreApplication::sendEvent(target, &copy);
             return true;
         }

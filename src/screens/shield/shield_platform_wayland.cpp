@@ -1,8 +1,6 @@
-#include "screens/shield/shield_platform.h"
-
 #include "desktop/desktop_hold.h"
-
 #include "qwayland-keyboard-shortcuts-inhibit-unstable-v1.h"
+#include "screens/shield/shield_platform.h"
 #include "xdg-shell-client-protocol.h"
 
 #include <QDBusConnection>
@@ -26,7 +24,10 @@ class ShortcutsInhibitManager final
     : public QWaylandClientExtensionTemplate<ShortcutsInhibitManager>,
       public QtWayland::zwp_keyboard_shortcuts_inhibit_manager_v1 {
 public:
-    ShortcutsInhibitManager() : QWaylandClientExtensionTemplate(1) { initialize(); }
+    ShortcutsInhibitManager()
+        : QWaylandClientExtensionTemplate(1) {
+        initialize();
+    }
     ~ShortcutsInhibitManager() override {
         if (isActive())
             destroy();
@@ -35,7 +36,8 @@ public:
     // The owner's binding, made at its first raise: the compositor announces the global once,
     // so a binding made at each raise would not be ready in time.
     static ShortcutsInhibitManager* of(QObject* owner) {
-        auto* manager = owner->findChild<ShortcutsInhibitManager*>(QString(), Qt::FindDirectChildrenOnly);
+        auto* manager =
+            owner->findChild<ShortcutsInhibitManager*>(QString(), Qt::FindDirectChildrenOnly);
         if (!manager) {
             manager = new ShortcutsInhibitManager;
             manager->setParent(owner);
@@ -48,8 +50,10 @@ public:
 // keyboard focus) and when it stops.
 class ShortcutsInhibitor final : public QtWayland::zwp_keyboard_shortcuts_inhibitor_v1 {
 public:
-    ShortcutsInhibitor(::zwp_keyboard_shortcuts_inhibitor_v1* object, std::function<void(bool)> changed)
-        : zwp_keyboard_shortcuts_inhibitor_v1(object), changed_(std::move(changed)) {}
+    ShortcutsInhibitor(::zwp_keyboard_shortcuts_inhibitor_v1* object,
+                       std::function<void(bool)> changed)
+        : zwp_keyboard_shortcuts_inhibitor_v1(object)
+        , changed_(std::move(changed)) {}
     ~ShortcutsInhibitor() override { destroy(); }
 
 protected:
@@ -66,7 +70,8 @@ private:
 QString askWhoLocked() {
     constexpr int timeoutMs = 250;
     QDBusMessage hint = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.login1"), QStringLiteral("/org/freedesktop/login1/session/auto"),
+        QStringLiteral("org.freedesktop.login1"),
+        QStringLiteral("/org/freedesktop/login1/session/auto"),
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     hint << QStringLiteral("org.freedesktop.login1.Session") << QStringLiteral("LockedHint");
     const QDBusMessage hintReply = QDBusConnection::systemBus().call(hint, QDBus::Block, timeoutMs);
@@ -76,11 +81,12 @@ QString askWhoLocked() {
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return {};
-    for (const auto& [service, path] : {std::pair{"org.freedesktop.ScreenSaver", "/org/freedesktop/ScreenSaver"},
-                                        std::pair{"org.gnome.ScreenSaver", "/org/gnome/ScreenSaver"}}) {
+    for (const auto& [service, path] :
+         {std::pair{"org.freedesktop.ScreenSaver", "/org/freedesktop/ScreenSaver"},
+          std::pair{"org.gnome.ScreenSaver", "/org/gnome/ScreenSaver"}}) {
         const QString name = QString::fromLatin1(service);
-        const QDBusMessage ask = QDBusMessage::createMethodCall(name, QString::fromLatin1(path), name,
-                                                                QStringLiteral("GetActive"));
+        const QDBusMessage ask = QDBusMessage::createMethodCall(name, QString::fromLatin1(path),
+                                                                name, QStringLiteral("GetActive"));
         const QDBusMessage reply = bus.call(ask, QDBus::Block, timeoutMs);
         if (reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
             reply.arguments().first().toBool())
@@ -122,14 +128,16 @@ public:
             return true;
         }
         QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
-        auto* seat = static_cast<::wl_seat*>(native ? native->nativeResourceForIntegration("wl_seat") : nullptr);
+        auto* seat = static_cast<::wl_seat*>(
+            native ? native->nativeResourceForIntegration("wl_seat") : nullptr);
         if (!seat)
             return false;
         bool all = true;
         for (QWindow* window : windows) {
             if (!window || inhibitors_.contains(window))
                 continue;
-            auto* surface = static_cast<::wl_surface*>(native->nativeResourceForWindow("surface", window));
+            auto* surface =
+                static_cast<::wl_surface*>(native->nativeResourceForWindow("surface", window));
             if (!surface) {
                 all = false; // not created yet
                 continue;
@@ -160,8 +168,10 @@ public:
             // that moved it may have changed.
             if (!surface.window || !surface.screen)
                 continue;
-            auto* toplevel = static_cast<::xdg_toplevel*>(native->nativeResourceForWindow("xdg_toplevel", surface.window));
-            auto* output = static_cast<::wl_output*>(native->nativeResourceForScreen("output", surface.screen));
+            auto* toplevel = static_cast<::xdg_toplevel*>(
+                native->nativeResourceForWindow("xdg_toplevel", surface.window));
+            auto* output = static_cast<::wl_output*>(
+                native->nativeResourceForScreen("output", surface.screen));
             if (!toplevel || !output)
                 continue;
             xdg_toplevel_unset_fullscreen(toplevel);

@@ -23,7 +23,8 @@ QLabel* hintLabel(QWidget* parent, qreal points, qreal alpha) {
 }
 } // namespace
 
-ShieldWindow::ShieldWindow(QWidget* parent) : QWidget(parent) {
+ShieldWindow::ShieldWindow(QWidget* parent)
+    : QWidget(parent) {
     setAutoFillBackground(false);
     setAttribute(Qt::WA_OpaquePaintEvent);
 }

@@ -1,13 +1,12 @@
 #pragma once
 
+#include <QGraphicsOpacityEffect>
 #include <QLabel>
 #include <QPointer>
 #include <QScreen>
 #include <QWidget>
 
 #include <functional>
-
-#include <QGraphicsOpacityEffect>
 
 namespace tovin {
 

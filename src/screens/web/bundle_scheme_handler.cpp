@@ -9,7 +9,9 @@
 namespace tovin {
 
 BundleSchemeHandler::BundleSchemeHandler(QString root, QObject* parent)
-    : QWebEngineUrlSchemeHandler(parent), root_(std::move(root)) {}
+    : QWebEngineUrlSchemeHandler(parent)
+    , root_(std::move(root)) {
+}
 
 void BundleSchemeHandler::registerScheme() {
     QWebEngineUrlScheme scheme(BundleRoutes::scheme);

@@ -1,7 +1,7 @@
 #include "screens/web/workout_web_view.h"
 
-#include "core/paths.h"
 #include "core/bundle_routes.h"
+#include "core/paths.h"
 #include "screens/web/bundle_scheme_handler.h"
 
 #include <QCoreApplication>
@@ -21,7 +21,6 @@
 #include <QWebEngineUrlRequestInterceptor>
 #include <QWebEngineView>
 
-
 #include <csignal>
 #include <unistd.h>
 
@@ -31,7 +30,9 @@ namespace tovin {
 class WorkoutBridge final : public QObject {
     Q_OBJECT
 public:
-    explicit WorkoutBridge(WorkoutWebView* view) : QObject(view), view_(view) {}
+    explicit WorkoutBridge(WorkoutWebView* view)
+        : QObject(view)
+        , view_(view) {}
     Q_INVOKABLE void post(const QVariantMap& message) {
         Q_EMIT view_->message(QJsonObject::fromVariantMap(message));
     }
@@ -106,8 +107,6 @@ const char* const channelSetup = R"JS(
 })();
 )JS";
 
-
-
 } // namespace
 
 QWebEngineProfile* WorkoutWebView::profile() {
@@ -128,14 +127,21 @@ QWebEngineProfile* WorkoutWebView::profile() {
 namespace {
 PageMode modeFromNative(const QJsonObject& native) {
     const QString mode = native.value(u"mode").toString();
-    return mode == u"setup" ? PageMode::Setup : mode == u"retest" ? PageMode::Retest : PageMode::Locked;
+    return mode == u"setup"    ? PageMode::Setup
+           : mode == u"retest" ? PageMode::Retest
+                               : PageMode::Locked;
 }
 } // namespace
 
 WorkoutWebView::WorkoutWebView(QString root, QJsonObject native, Clock& clock, QWidget* parent,
                                double renderGrace)
-    : QWidget(parent), root_(std::move(root)), native_(std::move(native)), mode_(modeFromNative(native_)),
-      clock_(clock), renderGrace_(renderGrace), shown_(native_.value(u"shown").toBool(true)) {
+    : QWidget(parent)
+    , root_(std::move(root))
+    , native_(std::move(native))
+    , mode_(modeFromNative(native_))
+    , clock_(clock)
+    , renderGrace_(renderGrace)
+    , shown_(native_.value(u"shown").toBool(true)) {
     native_.insert(u"shown", shown_);
 
     schemeHandler()->setRoot(root_);
@@ -285,9 +291,10 @@ void WorkoutWebView::markShown() {
 void WorkoutWebView::announceShown() {
     // Idempotent in the page: the event goes out once per document, however often this runs.
     if (QWebEnginePage* p = page())
-        p->runJavaScript(QStringLiteral(
-            "(function () { var n = window.TOVIN_NATIVE; if (n && n.shown === false) { n.shown = true; "
-            "window.dispatchEvent(new CustomEvent('tovin-shown')); } })()"));
+        p->runJavaScript(
+            QStringLiteral("(function () { var n = window.TOVIN_NATIVE; if (n && n.shown === "
+                           "false) { n.shown = true; "
+                           "window.dispatchEvent(new CustomEvent('tovin-shown')); } })()"));
 }
 
 void WorkoutWebView::loadFailed(const QString& detail) {

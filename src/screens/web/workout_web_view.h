@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/clock.h"
 #include "core/bridge_contract.h"
+#include "core/clock.h"
 
 #include <QElapsedTimer>
 #include <QJsonObject>
@@ -43,7 +43,6 @@ public:
                    double renderGrace = defaultRenderGrace);
     ~WorkoutWebView() override;
 
-
     // The persistent browser profile all views share, under Tovin's data folder.
     static QWebEngineProfile* profile();
 
@@ -53,7 +52,6 @@ public:
     // 'tovin-shown'), now and after any later load, so its workout starts with its full time.
     void markShown();
     bool isShown() const { return shown_; }
-
 
     // The injected bridge, exactly as the page receives it.
     QString bridgeScript() const;
